@@ -1,0 +1,3 @@
+#include "VarnickEngine.h"
+
+extern "C" const char *VarnickEngineVersionText(void) { return "0.1"; }

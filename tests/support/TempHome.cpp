@@ -1,0 +1,50 @@
+#include "support/TempHome.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace testsupport {
+
+namespace fs = std::filesystem;
+
+TempHome::TempHome() {
+    std::string pattern = (fs::temp_directory_path() / "varnick-test-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    root_ = pattern;
+    if (const char *old = std::getenv("VARNICK_HOME")) {
+        hadHome_ = true;
+        previousHome_ = old;
+    }
+    setenv("VARNICK_HOME", root_.c_str(), 1);
+}
+
+TempHome::~TempHome() {
+    if (hadHome_) {
+        setenv("VARNICK_HOME", previousHome_.c_str(), 1);
+    } else {
+        unsetenv("VARNICK_HOME");
+    }
+    std::error_code ignored;
+    fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add, ignored);
+    fs::remove_all(root_, ignored);
+}
+
+fs::path TempHome::Scratch(const std::string &name) const {
+    fs::path folder = root_ / name;
+    fs::create_directories(folder);
+    return folder;
+}
+
+std::string ReadBytes(const fs::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteBytes(const fs::path &path, const std::string &bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes;
+}
+
+}  // namespace testsupport

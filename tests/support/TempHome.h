@@ -1,0 +1,39 @@
+// A fresh VARNICK_HOME for a test: every per-user and machine-wide folder,
+// the registry hives and the trash lie below it, and it is removed afterwards.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace testsupport {
+
+class TempHome {
+public:
+    TempHome();
+    ~TempHome();
+    TempHome(const TempHome &) = delete;
+    TempHome &operator=(const TempHome &) = delete;
+
+    const std::filesystem::path &Path() const { return root_; }
+    // A folder below the home for a test's own files, made on demand.
+    std::filesystem::path Scratch(const std::string &name = "scratch") const;
+
+private:
+    std::filesystem::path root_;
+    std::string previousHome_;
+    bool hadHome_ = false;
+};
+
+// A test fixture that gives every test its own home.
+class HomeTest : public ::testing::Test {
+protected:
+    TempHome home;
+};
+
+// Whole-file helpers for checking what the code wrote.
+std::string ReadBytes(const std::filesystem::path &path);
+void WriteBytes(const std::filesystem::path &path, const std::string &bytes);
+
+}  // namespace testsupport
