@@ -1,0 +1,21 @@
+// The whole platform seam: library code includes this and reads like the
+// Windows code it describes. Everything POSIX-specific stays below it.
+#pragma once
+
+#include "platform/WinTypes.h"
+#include "platform/WinError.h"
+#include "platform/WideText.h"
+#include "platform/WinFormat.h"
+#include "platform/KernelObject.h"
+#include "platform/TextFile.h"
+#include "platform/WinPath.h"
+#include "platform/SpecialFolders.h"
+#include "platform/ProfileStrings.h"
+#include "platform/WinFile.h"
+#include "platform/ShellFileOperation.h"
+#include "platform/WinTime.h"
+#include "platform/WinProcess.h"
+#include "platform/WinThread.h"
+#include "platform/WinModule.h"
+#include "platform/UiHost.h"
+#include "platform/WinUser.h"
