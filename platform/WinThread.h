@@ -1,3 +1,90 @@
+// Threads and synchronisation objects behind HANDLE.
+//
+// CreateThread starts a detached thread that is never joined; its handle is
+// waitable until the thread ends, and closing the handle leaves the thread
+// running. Events and unnamed mutexes live in this process. A named mutex is
+// one object for every process of the user: it lives in a small shared file
+// of the user's runtime folder, so all processes serialise on it, waits take
+// timeouts, the owning thread may take it again, and an owner that died
+// leaves it abandoned (the next wait gets it with WAIT_ABANDONED).
 #pragma once
 
+#include <memory>
+
+#include "platform/KernelObject.h"
 #include "platform/WinTypes.h"
+
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES *;
+
+using LPTHREAD_START_ROUTINE = DWORD (*)(LPVOID parameter);
+
+// The exit code of a thread or process that is still running.
+inline constexpr DWORD STILL_ACTIVE = 259;
+
+// Access rights; accepted and ignored, every opened object allows all.
+inline constexpr DWORD SYNCHRONIZE = 0x00100000;
+inline constexpr DWORD MUTEX_MODIFY_STATE = 0x0001;
+inline constexpr DWORD MUTEX_ALL_ACCESS = 0x001F0001;
+inline constexpr DWORD EVENT_MODIFY_STATE = 0x0002;
+inline constexpr DWORD EVENT_ALL_ACCESS = 0x001F0003;
+
+// Threads. The start routine's result becomes the thread's exit code.
+// dwCreationFlags: 0 only (CREATE_SUSPENDED is refused with
+// ERROR_INVALID_PARAMETER).
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize,
+                    LPTHREAD_START_ROUTINE startAddress, LPVOID parameter, DWORD creationFlags,
+                    LPDWORD threadId);
+BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
+DWORD GetThreadId(HANDLE thread);
+// Asks the thread to end at its next blocking call (POSIX deferred
+// cancellation); its stack unwinds and its handle then reports exitCode.
+// Waits inside this layer are not such points.
+BOOL TerminateThread(HANDLE thread, DWORD exitCode);
+DWORD GetCurrentThreadId();
+void Sleep(DWORD milliseconds);
+
+// Events. Names are local to the process; a second CreateEventW of the same
+// name opens the same event and sets ERROR_ALREADY_EXISTS.
+HANDLE CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState,
+                    LPCWSTR name);
+HANDLE OpenEventW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR name);
+BOOL SetEvent(HANDLE event);
+BOOL ResetEvent(HANDLE event);
+// Releases the threads waiting now (all of them for a manual-reset event,
+// one for an auto-reset event) and leaves the event non-signalled.
+BOOL PulseEvent(HANDLE event);
+
+// Mutexes. A named mutex is shared by every process of the user; when the
+// name already existed, the call succeeds and sets ERROR_ALREADY_EXISTS.
+// "Global\" and "Local\" prefixes name the same object.
+HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCWSTR name);
+HANDLE OpenMutexW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR name);
+// Fails with ERROR_NOT_OWNER when the calling thread does not own it.
+BOOL ReleaseMutex(HANDLE mutex);
+
+// Atomic counters on 32-bit values; each returns the value the Windows call
+// returns (the new value for increment and decrement, the old one else).
+LONG InterlockedIncrement(volatile LONG *addend);
+LONG InterlockedDecrement(volatile LONG *addend);
+LONG InterlockedExchange(volatile LONG *target, LONG value);
+LONG InterlockedExchangeAdd(volatile LONG *addend, LONG value);
+LONG InterlockedCompareExchange(volatile LONG *destination, LONG exchange, LONG comparand);
+
+// A recursive lock for the threads of one process.
+namespace platform {
+struct CriticalSectionState;
+}
+struct CRITICAL_SECTION {
+    platform::CriticalSectionState *state;
+};
+using LPCRITICAL_SECTION = CRITICAL_SECTION *;
+void InitializeCriticalSection(LPCRITICAL_SECTION section);
+void EnterCriticalSection(LPCRITICAL_SECTION section);
+BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section);
+void LeaveCriticalSection(LPCRITICAL_SECTION section);
+void DeleteCriticalSection(LPCRITICAL_SECTION section);
