@@ -53,7 +53,6 @@ inline constexpr DWORD MOVEFILE_COPY_ALLOWED = 0x00000002;
 inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 0x00000008;
 
 inline constexpr DWORD ERROR_NOT_SAME_DEVICE = 17;
-inline constexpr DWORD ERROR_BUFFER_OVERFLOW = 111;
 inline constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 
 // The tag FindFirstFileW reports in dwReserved0 for a symbolic link.
