@@ -1,3 +1,64 @@
+// The window-manager calls the library makes, in their Windows form.
+//
+// Message boxes go to the installed UiHost. Focus, foreground, capture and
+// cursor are state of the window layer; with no window layer present there
+// are no windows, so the queries give null and the setters keep what they
+// were given.
 #pragma once
 
+#include "platform/UiHost.h"
 #include "platform/WinTypes.h"
+
+// Button sets, defaults and answers not named in WinTypes.h.
+inline constexpr UINT MB_CANCELTRYCONTINUE = 0x00000006;
+inline constexpr UINT MB_DEFBUTTON4 = 0x00000300;
+inline constexpr UINT MB_HELP = 0x00004000;
+inline constexpr int IDCLOSE = 8;
+inline constexpr int IDHELP = 9;
+inline constexpr int IDTRYAGAIN = 10;
+inline constexpr int IDCONTINUE = 11;
+
+// System cursors: integer resource names, as MAKEINTRESOURCEW makes them.
+#define VARNICK_SYSTEM_CURSOR(id) (reinterpret_cast<LPCWSTR>(static_cast<ULONG_PTR>(id)))
+#define IDC_ARROW VARNICK_SYSTEM_CURSOR(0x7F00)
+#define IDC_IBEAM VARNICK_SYSTEM_CURSOR(0x7F01)
+#define IDC_WAIT VARNICK_SYSTEM_CURSOR(0x7F02)
+#define IDC_HAND VARNICK_SYSTEM_CURSOR(0x7F89)
+
+// GetSystemMetrics indexes.
+inline constexpr int SM_CXSCREEN = 0;
+inline constexpr int SM_CYSCREEN = 1;
+inline constexpr int SM_CXVIRTUALSCREEN = 78;
+inline constexpr int SM_CYVIRTUALSCREEN = 79;
+inline constexpr int SM_CMONITORS = 80;
+
+// Asks the current UiHost. A null text shows as empty and a null caption as
+// "Error", as on Windows.
+int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags);
+
+HWND GetFocus();
+HWND GetActiveWindow();
+HWND GetForegroundWindow();
+// Top-level window by class name and title (either may be null).
+HWND FindWindowW(LPCWSTR className, LPCWSTR windowName);
+// False for a null window.
+BOOL SetForegroundWindow(HWND window);
+
+// Returns the window that had the capture before.
+HWND SetCapture(HWND window);
+BOOL ReleaseCapture();
+HWND GetCapture();
+
+// System cursors (null instance, an IDC_* name) give a handle that names
+// the cursor; cursor resources of modules are not supported and give null.
+HCURSOR LoadCursorW(HINSTANCE instance, LPCWSTR name);
+// Returns the cursor that was set before.
+HCURSOR SetCursor(HCURSOR cursor);
+HCURSOR GetCursor();
+
+// The display's figures from the current UiHost; 0 for an unknown index.
+int GetSystemMetrics(int index);
+
+// Debug output: written to stderr as UTF-8 when VARNICK_DEBUG is set in the
+// environment, otherwise dropped, as nobody is listening.
+void OutputDebugStringW(LPCWSTR text);

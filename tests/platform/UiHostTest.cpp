@@ -1,0 +1,154 @@
+// The presentation seam: message boxes through the installed host, the
+// headless host's record and scripted answers, and the window-state stubs.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "platform/UiHost.h"
+#include "platform/WinUser.h"
+
+namespace {
+
+class HeadlessHostTest : public ::testing::Test {
+protected:
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+};
+
+}  // namespace
+
+TEST(MessageBoxDefaults, DefaultButtonFollowsTypeAndDefButtonFlags) {
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK), IDOK);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK | MB_ICONEXCLAMATION), IDOK);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNO), IDYES);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNO | MB_DEFBUTTON2 | MB_ICONHAND), IDNO);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNOCANCEL | MB_DEFBUTTON3), IDCANCEL);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OKCANCEL | MB_DEFBUTTON2), IDCANCEL);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_ABORTRETRYIGNORE | MB_DEFBUTTON2), IDRETRY);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_RETRYCANCEL), IDRETRY);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_CANCELTRYCONTINUE | MB_DEFBUTTON3), IDCONTINUE);
+}
+
+TEST(MessageBoxDefaults, DefaultBeyondLastButtonFallsBackOnFirst) {
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNO | MB_DEFBUTTON3), IDYES);
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK | MB_DEFBUTTON4), IDOK);
+    // Unknown type values behave as a single OK button.
+    EXPECT_EQ(platform::DefaultMessageBoxAnswer(0x0000000F), IDOK);
+}
+
+TEST_F(HeadlessHostTest, RecordsEveryBoxAndAnswersFromQueueThenDefault) {
+    host.QueueAnswer(IDNO);
+    auto owner = reinterpret_cast<HWND>(static_cast<ULONG_PTR>(0x1234));
+    EXPECT_EQ(MessageBoxW(owner, L"Replace \u65e5\u672c.zip?", L"Varnick", MB_YESNO), IDNO);
+    EXPECT_EQ(MessageBoxW(nullptr, L"Again?", L"Varnick", MB_YESNO | MB_DEFBUTTON2), IDNO);
+    EXPECT_EQ(MessageBoxW(nullptr, L"Done", L"Varnick", MB_YESNO), IDYES);
+
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 3u);
+    EXPECT_EQ(boxes[0].owner, owner);
+    EXPECT_EQ(boxes[0].text, L"Replace \u65e5\u672c.zip?");
+    EXPECT_EQ(boxes[0].caption, L"Varnick");
+    EXPECT_EQ(boxes[0].flags, MB_YESNO);
+    EXPECT_EQ(boxes[0].answer, IDNO);
+    EXPECT_EQ(boxes[1].answer, IDNO);
+    EXPECT_EQ(boxes[2].answer, IDYES);
+
+    host.Reset();
+    EXPECT_TRUE(host.Recorded().empty());
+}
+
+TEST_F(HeadlessHostTest, NullTextAndCaptionShowAsEmptyAndError) {
+    EXPECT_EQ(MessageBoxW(nullptr, nullptr, nullptr, MB_OK), IDOK);
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, L"");
+    EXPECT_EQ(boxes[0].caption, L"Error");
+}
+
+TEST_F(HeadlessHostTest, BoxesFromSeveralThreadsAreAllRecorded) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 50; ++i) MessageBoxW(nullptr, L"x", L"y", MB_OK);
+        });
+    }
+    for (auto &thread : threads) thread.join();
+    EXPECT_EQ(host.Recorded().size(), 200u);
+}
+
+TEST(UiHostInstall, NullReinstallsDefaultAndScopeRestoresPrevious) {
+    platform::UiHost *original = platform::CurrentUiHost();
+    EXPECT_EQ(original, &platform::DefaultHeadlessUiHost());
+    {
+        platform::HeadlessUiHost outer;
+        platform::ScopedUiHost first(&outer);
+        EXPECT_EQ(platform::CurrentUiHost(), &outer);
+        {
+            platform::HeadlessUiHost inner;
+            platform::ScopedUiHost second(&inner);
+            EXPECT_EQ(platform::CurrentUiHost(), &inner);
+        }
+        EXPECT_EQ(platform::CurrentUiHost(), &outer);
+    }
+    EXPECT_EQ(platform::CurrentUiHost(), original);
+    EXPECT_EQ(platform::SetUiHost(nullptr), original);
+}
+
+TEST(UiHostInstall, SystemMetricsComeFromTheHost) {
+    struct WideScreenHost : platform::HeadlessUiHost {
+        int SystemMetric(int index) override { return index == SM_CXSCREEN ? 3840 : 0; }
+    } wide;
+    EXPECT_EQ(GetSystemMetrics(SM_CMONITORS), 1);
+    EXPECT_EQ(GetSystemMetrics(SM_CXSCREEN), 1024);
+    EXPECT_EQ(GetSystemMetrics(SM_CYSCREEN), 768);
+    EXPECT_EQ(GetSystemMetrics(-5), 0);
+    platform::ScopedUiHost installed(&wide);
+    EXPECT_EQ(GetSystemMetrics(SM_CXSCREEN), 3840);
+}
+
+TEST(WindowState, HeadlessQueriesGiveNullAndSettersKeepState) {
+    EXPECT_EQ(GetFocus(), nullptr);
+    EXPECT_EQ(GetActiveWindow(), nullptr);
+    EXPECT_EQ(FindWindowW(L"VARNICK", nullptr), nullptr);
+    EXPECT_EQ(FindWindowW(nullptr, nullptr), nullptr);
+    EXPECT_FALSE(SetForegroundWindow(nullptr));
+
+    auto window = reinterpret_cast<HWND>(static_cast<ULONG_PTR>(0x42));
+    EXPECT_TRUE(SetForegroundWindow(window));
+    EXPECT_EQ(GetForegroundWindow(), window);
+
+    EXPECT_EQ(SetCapture(window), nullptr);
+    EXPECT_EQ(GetCapture(), window);
+    EXPECT_TRUE(ReleaseCapture());
+    EXPECT_EQ(GetCapture(), nullptr);
+}
+
+TEST(WindowState, SystemCursorsLoadAndSet) {
+    HCURSOR wait = LoadCursorW(nullptr, IDC_WAIT);
+    HCURSOR arrow = LoadCursorW(nullptr, IDC_ARROW);
+    ASSERT_NE(wait, nullptr);
+    ASSERT_NE(arrow, nullptr);
+    EXPECT_NE(wait, arrow);
+    EXPECT_EQ(LoadCursorW(nullptr, IDC_WAIT), wait);
+    EXPECT_EQ(LoadCursorW(nullptr, L"custom"), nullptr);
+
+    HCURSOR before = SetCursor(wait);
+    EXPECT_EQ(GetCursor(), wait);
+    EXPECT_EQ(SetCursor(arrow), wait);
+    SetCursor(before);
+}
+
+TEST(DebugOutput, GoesToStderrOnlyWhenDebugIsSet) {
+    unsetenv("VARNICK_DEBUG");
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"quiet\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    setenv("VARNICK_DEBUG", "1", 1);
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"\u00c4rger\n");
+    OutputDebugStringW(nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\xC3\x84rger\n");
+    unsetenv("VARNICK_DEBUG");
+}
