@@ -1,3 +1,140 @@
+// The one path helper: separators, case, cutting and joining, the shell's
+// path calls, and drives.
+//
+// POSIX has one tree and one separator, kPathSep ("/"). A backslash is an
+// ordinary character of a name here. The drive component of a path (what
+// "c:" is on Windows) is always empty. Names are case-sensitive, so paths
+// keep their case; wildcard matching and extension tests still ignore case.
+// Calls that write into a caller's buffer assume the library's path buffer
+// of kPathBufferSize characters where Windows assumes MAX_PATH.
 #pragma once
 
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "platform/WinTypes.h"
+
+inline constexpr wchar_t kPathSep = L'/';
+inline constexpr const wchar_t *kPathSepString = L"/";
+
+// Component sizes of _wsplitpath, with the terminator.
+inline constexpr std::size_t _MAX_DRIVE = 3;
+inline constexpr std::size_t _MAX_DIR = 256;
+inline constexpr std::size_t _MAX_FNAME = 256;
+inline constexpr std::size_t _MAX_EXT = 256;
+
+inline constexpr UINT DRIVE_UNKNOWN = 0;
+inline constexpr UINT DRIVE_NO_ROOT_DIR = 1;
+inline constexpr UINT DRIVE_REMOVABLE = 2;
+inline constexpr UINT DRIVE_FIXED = 3;
+inline constexpr UINT DRIVE_REMOTE = 4;
+inline constexpr UINT DRIVE_CDROM = 5;
+inline constexpr UINT DRIVE_RAMDISK = 6;
+
+namespace platform {
+
+// The library's fixed path buffers hold this many wide characters.
+inline constexpr std::size_t kPathBufferSize = 1024;
+
+// The one case predicate: false on POSIX.
+bool PathsAreCaseInsensitive();
+// The path as it is stored or compared: lower-cased only where names are
+// case-insensitive, else unchanged.
+std::wstring CaseForStorage(std::wstring_view path);
+
+bool IsPathSeparator(wchar_t c);
+bool HasTrailingSeparator(std::wstring_view path);
+// Begins at the root of the tree.
+bool IsAbsolutePath(std::wstring_view path);
+// The drive component ("c:" on Windows): always empty here.
+std::wstring DrivePart(std::wstring_view path);
+// Drops a leading "\\?\" long-path prefix, which has no meaning here.
+std::wstring StripLongPathPrefix(std::wstring_view path);
+
+// base + one separator + name. An empty part gives the other unchanged;
+// separators where the two meet collapse to one.
+std::wstring JoinPath(std::wstring_view base, std::wstring_view name);
+// The text before the last separator; empty when there is none. So the
+// parent of "/a" is "", as the parent of "c:\a" is "c:" on Windows.
+std::wstring ParentPath(std::wstring_view path);
+// The text after the last separator (the whole text when there is none).
+std::wstring FileNamePart(std::wstring_view path);
+// The file name's extension from its last ".", dot included; empty when the
+// name has no dot. A name that begins with its only dot is all extension,
+// as _wsplitpath reports it.
+std::wstring ExtensionPart(std::wstring_view path);
+// The path with one separator at its end / without separators at its end
+// (the root keeps its separator). An empty path stays empty.
+std::wstring WithTrailingSeparator(std::wstring_view path);
+std::wstring WithoutTrailingSeparator(std::wstring_view path);
+// Lexical clean-up: repeated separators become one, "." parts go, ".." takes
+// away the part before it (never the root; a relative path keeps leading
+// ".."). A trailing separator is kept.
+std::wstring NormalizePath(std::wstring_view path);
+
+// Windows wildcards: "*" any run of characters, "?" one character, letters
+// compared without regard to case; "*.*" matches every name, also one
+// without a dot.
+bool MatchesWildcard(std::wstring_view name, std::wstring_view pattern);
+
+// Mount points of local disk file systems, "/" first (see GetDriveTypeW).
+std::vector<std::wstring> FixedDrives();
+
+}  // namespace platform
+
+// The runtime's path splitting. `dir` ends with its separator; `ext` keeps
+// its dot; `drive` is always empty. Outputs may be null. _wsplitpath_s
+// returns 0, EINVAL for a null path or an inconsistent buffer and size, or
+// ERANGE when a part does not fit; on failure every given buffer is made
+// empty. _wsplitpath works as _wsplitpath_s with the _MAX_ sizes.
+void _wsplitpath(const wchar_t *path, wchar_t *drive, wchar_t *dir, wchar_t *fname, wchar_t *ext);
+int _wsplitpath_s(const wchar_t *path, wchar_t *drive, std::size_t driveSize, wchar_t *dir,
+                  std::size_t dirSize, wchar_t *fname, std::size_t fnameSize, wchar_t *ext,
+                  std::size_t extSize);
+
+// Shell path calls (shlwapi). The Find calls return a pointer into `path`:
+// the extension's dot, or the terminator when there is none (a blank or a
+// separator after the last dot ends the extension); the file name, where a
+// trailing separator stays part of the last name ("a/b/" gives "b/").
+wchar_t *PathFindExtensionW(const wchar_t *path);
+wchar_t *PathFindFileNameW(const wchar_t *path);
+// True when the file matches one of the ";"-separated specs (leading blanks
+// of each spec skipped) by MatchesWildcard. An empty spec matches nothing.
+BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *spec);
+// Cuts the last name and its separator; the root stays. TRUE if it changed.
+BOOL PathRemoveFileSpecW(wchar_t *path);
+// Appends `more` with one separator and normalizes the result. FALSE, with
+// the path unchanged, when the result would not fit kPathBufferSize.
+BOOL PathAppendW(wchar_t *path, const wchar_t *more);
+// Adds a separator unless the path is empty or ends in one. Returns the
+// terminator's address, or null (unchanged) when the path has
+// kPathBufferSize - 1 characters or more.
+wchar_t *PathAddBackslashW(wchar_t *path);
+// Removes one trailing separator unless it is the root. Returns the address
+// of the terminator that replaced it, else of the last character.
+wchar_t *PathRemoveBackslashW(wchar_t *path);
+// TRUE unless the path begins at the root; TRUE for null or empty.
+BOOL PathIsRelativeW(const wchar_t *path);
+
+// Short and long names are the same here: the path is copied, "\\?\"
+// dropped. A missing path fails with ERROR_FILE_NOT_FOUND (or
+// ERROR_PATH_NOT_FOUND), as on Windows. Returns the length copied, or the
+// size needed with its terminator when the buffer is too small, or 0.
+DWORD GetShortPathNameW(const wchar_t *longPath, wchar_t *shortPath, DWORD size);
+DWORD GetLongPathNameW(const wchar_t *shortPath, wchar_t *longPath, DWORD size);
+// The absolute, normalized form (the current folder before a relative
+// path); the path need not exist. `filePart`, if given, points at the last
+// name in the buffer, or is null when the path ends in a separator.
+DWORD GetFullPathNameW(const wchar_t *fileName, DWORD size, wchar_t *buffer, wchar_t **filePart);
+
+// The kind of a mount point ("/" is always DRIVE_FIXED). A folder that is
+// not a mount point, or a missing one, gives DRIVE_NO_ROOT_DIR; null means
+// "/".
+UINT GetDriveTypeW(const wchar_t *rootPathName);
+// statvfs of the folder (the current folder for null); each output may be
+// null.
+BOOL GetDiskFreeSpaceExW(const wchar_t *directoryName, ULARGE_INTEGER *freeBytesAvailableToCaller,
+                         ULARGE_INTEGER *totalNumberOfBytes,
+                         ULARGE_INTEGER *totalNumberOfFreeBytes);
