@@ -9,7 +9,8 @@
 // leaves it abandoned (the next wait gets it with WAIT_ABANDONED).
 #pragma once
 
-#include <memory>
+#include <condition_variable>
+#include <mutex>
 
 #include "platform/KernelObject.h"
 #include "platform/WinTypes.h"
@@ -74,6 +75,28 @@ LONG InterlockedDecrement(volatile LONG *addend);
 LONG InterlockedExchange(volatile LONG *target, LONG value);
 LONG InterlockedExchangeAdd(volatile LONG *addend, LONG value);
 LONG InterlockedCompareExchange(volatile LONG *destination, LONG exchange, LONG comparand);
+
+namespace platform {
+
+// Something that ends once with a code (a thread, a process), waitable with
+// a timeout from any thread. Kernel objects of those kinds share one.
+class CompletionSignal {
+public:
+    void Complete(DWORD code);
+    bool IsComplete() const;
+    // STILL_ACTIVE until completed.
+    DWORD Code() const;
+    // WAIT_OBJECT_0 once completed, WAIT_TIMEOUT if that took too long.
+    DWORD Wait(DWORD milliseconds) const;
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    bool complete_ = false;
+    DWORD code_ = STILL_ACTIVE;
+};
+
+}  // namespace platform
 
 // A recursive lock for the threads of one process.
 namespace platform {
