@@ -48,9 +48,11 @@ int TextFileVPrintf(FILE *file, const wchar_t *format, va_list args);
 
 namespace platform {
 
-// The whole file decoded as "rt, ccs=UNICODE" reads it, CR LF as "\n".
-// False (last error set) when it cannot be opened or read.
-bool ReadTextFile(const std::wstring &path, std::wstring &text);
+// The whole file decoded as "rt, ccs=UNICODE" (or another reading text
+// mode) reads it, CR LF as "\n". False (last error set) when it cannot be
+// opened or read.
+bool ReadTextFile(const std::wstring &path, std::wstring &text,
+                  const wchar_t *mode = L"rt, ccs=UNICODE");
 
 // Writes the text as "wt, ccs=UNICODE" or, with append, "at, ccs=UNICODE".
 bool WriteTextFile(const std::wstring &path, std::wstring_view text, bool append);
