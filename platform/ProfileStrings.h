@@ -1,5 +1,7 @@
 // The profile calls of win.ini, over an INI file "win.ini" in the user's
-// configuration folder (CSIDL_APPDATA), read and written as UTF-16 text.
+// configuration folder (CSIDL_APPDATA). It is written as UTF-16 text with a
+// byte order mark; a file without a mark reads as UTF-8, the system code
+// page, as Windows reads an unmarked profile in its code page.
 //
 // Windows rules: section and key names are compared without regard to case;
 // blanks around names and values are dropped, and one pair of matching

@@ -1,0 +1,274 @@
+// The path helper: cutting and joining, the shell's path calls with their
+// Windows results, wildcards, and drives.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include "platform/WideText.h"
+#include "platform/WinError.h"
+#include "platform/WinPath.h"
+#include "support/TempHome.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::wstring Wide(const fs::path &path) { return platform::FromUtf8(path.string()); }
+
+TEST(Path, CuttingAndJoining) {
+    EXPECT_EQ(platform::JoinPath(L"/a", L"b"), L"/a/b");
+    EXPECT_EQ(platform::JoinPath(L"/a//", L"/b"), L"/a/b");
+    EXPECT_EQ(platform::JoinPath(L"/", L"b"), L"/b");
+    EXPECT_EQ(platform::JoinPath(L"", L"b"), L"b");
+    EXPECT_EQ(platform::JoinPath(L"/a", L""), L"/a");
+
+    EXPECT_EQ(platform::ParentPath(L"/a/b.txt"), L"/a");
+    EXPECT_EQ(platform::ParentPath(L"/a"), L"");  // the drive part, empty here
+    EXPECT_EQ(platform::ParentPath(L"name"), L"");
+    EXPECT_EQ(platform::ParentPath(L"/a/b/"), L"/a/b");
+
+    EXPECT_EQ(platform::FileNamePart(L"/a/b.tar.gz"), L"b.tar.gz");
+    EXPECT_EQ(platform::FileNamePart(L"/a/"), L"");
+    EXPECT_EQ(platform::ExtensionPart(L"/a.d/B.TAR.GZ"), L".GZ");
+    EXPECT_EQ(platform::ExtensionPart(L"/a.d/readme"), L"");
+    EXPECT_EQ(platform::ExtensionPart(L".bashrc"), L".bashrc");
+
+    EXPECT_EQ(platform::WithTrailingSeparator(L"/a"), L"/a/");
+    EXPECT_EQ(platform::WithTrailingSeparator(L""), L"");
+    EXPECT_EQ(platform::WithoutTrailingSeparator(L"/a//"), L"/a");
+    EXPECT_EQ(platform::WithoutTrailingSeparator(L"/"), L"/");
+
+    EXPECT_EQ(platform::NormalizePath(L"/a/./b/../c//d/"), L"/a/c/d/");
+    EXPECT_EQ(platform::NormalizePath(L"/../a/.."), L"/");
+    EXPECT_EQ(platform::NormalizePath(L"../a/../../b"), L"../../b");
+
+    EXPECT_EQ(platform::StripLongPathPrefix(L"\\\\?\\/tmp/x"), L"/tmp/x");
+    EXPECT_EQ(platform::StripLongPathPrefix(L"/tmp/x"), L"/tmp/x");
+    EXPECT_EQ(platform::DrivePart(L"/tmp/x"), L"");
+}
+
+TEST(Path, PathsKeepTheirCaseOnPosix) {
+    EXPECT_FALSE(platform::PathsAreCaseInsensitive());
+    EXPECT_EQ(platform::CaseForStorage(L"/Home/\u00c4RGER.Zip"), L"/Home/\u00c4RGER.Zip");
+    // A backslash is part of a name here, not a separator.
+    EXPECT_EQ(platform::FileNamePart(L"/x/a\\b"), L"a\\b");
+}
+
+TEST(Path, SplitPathGivesEmptyDriveAndKeepsSeparatorAndDot) {
+    wchar_t drive[_MAX_DRIVE], dir[_MAX_DIR], fname[_MAX_FNAME], ext[_MAX_EXT];
+    _wsplitpath(L"/a.d/b/file.tar.gz", drive, dir, fname, ext);
+    EXPECT_STREQ(drive, L"");
+    EXPECT_STREQ(dir, L"/a.d/b/");
+    EXPECT_STREQ(fname, L"file.tar");
+    EXPECT_STREQ(ext, L".gz");
+
+    _wsplitpath(L".bashrc", nullptr, dir, fname, ext);
+    EXPECT_STREQ(dir, L"");
+    EXPECT_STREQ(fname, L"");
+    EXPECT_STREQ(ext, L".bashrc");
+
+    _wsplitpath(L"/a/b/", nullptr, dir, fname, nullptr);
+    EXPECT_STREQ(dir, L"/a/b/");
+    EXPECT_STREQ(fname, L"");
+}
+
+TEST(Path, SplitPathClearsEveryPartWhenOneDoesNotFit) {
+    wchar_t dir[_MAX_DIR] = L"x", fname[8] = L"x", ext[_MAX_EXT] = L"x";
+    EXPECT_EQ(
+        _wsplitpath_s(L"/a/longer-name.txt", nullptr, 0, dir, _MAX_DIR, fname, 8, ext, _MAX_EXT),
+        ERANGE);
+    EXPECT_STREQ(dir, L"");
+    EXPECT_STREQ(fname, L"");
+    EXPECT_STREQ(ext, L"");
+    EXPECT_EQ(_wsplitpath_s(nullptr, nullptr, 0, dir, _MAX_DIR, nullptr, 0, nullptr, 0), EINVAL);
+    EXPECT_EQ(_wsplitpath_s(L"/a", nullptr, 0, dir, 0, nullptr, 0, nullptr, 0), EINVAL);
+
+    // The unchecked form has the _MAX sizes: a folder part of 256 characters
+    // or more leaves all parts empty.
+    std::wstring deep = L"/" + std::wstring(300, L'd') + L"/f.txt";
+    wcscpy_s(fname, 8, L"x");
+    _wsplitpath(deep.c_str(), nullptr, dir, fname, ext);
+    EXPECT_STREQ(dir, L"");
+    EXPECT_STREQ(fname, L"");
+    EXPECT_STREQ(ext, L"");
+}
+
+TEST(Path, FindExtensionAndFileNameFollowShellRules) {
+    const wchar_t *path = L"/dir.d/archive.tar.gz";
+    EXPECT_STREQ(PathFindExtensionW(path), L".gz");
+    EXPECT_STREQ(PathFindExtensionW(L"/dir.d/readme"), L"");
+    const wchar_t *bare = L"/dir.d/readme";
+    EXPECT_EQ(PathFindExtensionW(bare), bare + 13);   // the terminator
+    EXPECT_STREQ(PathFindExtensionW(L"a.b c"), L"");  // a blank ends the extension
+    EXPECT_EQ(PathFindExtensionW(nullptr), nullptr);
+
+    EXPECT_STREQ(PathFindFileNameW(L"/a/b.zip"), L"b.zip");
+    EXPECT_STREQ(PathFindFileNameW(L"/a/b/"), L"b/");
+    EXPECT_STREQ(PathFindFileNameW(L"/"), L"/");
+    EXPECT_STREQ(PathFindFileNameW(L"name"), L"name");
+    EXPECT_EQ(PathFindFileNameW(nullptr), nullptr);
+}
+
+TEST(Path, WildcardsFollowWindowsRules) {
+    EXPECT_TRUE(platform::MatchesWildcard(L"README", L"*.*"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"a.b.c", L"*.*"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"REPORT.TXT", L"*.txt"));
+    EXPECT_FALSE(platform::MatchesWildcard(L"report.txt.bak", L"*.txt"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"\u00c4rger.Zip", L"\u00e4*.ZIP"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"ab", L"a?"));
+    EXPECT_FALSE(platform::MatchesWildcard(L"a", L"a?"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"axxbyyc", L"a*b*c"));
+    EXPECT_FALSE(platform::MatchesWildcard(L"axxbyy", L"a*b*c"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"", L"*"));
+    EXPECT_TRUE(platform::MatchesWildcard(L"", L""));
+    EXPECT_FALSE(platform::MatchesWildcard(L"a", L""));
+    EXPECT_TRUE(platform::MatchesWildcard(L"abc", L"***"));
+    // Long runs of stars do not blow up.
+    EXPECT_FALSE(
+        platform::MatchesWildcard(std::wstring(2000, L'a'), std::wstring(500, L'*') + L"b"));
+}
+
+TEST(Path, MatchSpecTakesASemicolonListOfSpecs) {
+    EXPECT_TRUE(PathMatchSpecW(L"photo.jpg", L"*.zip; *.JPG"));
+    EXPECT_TRUE(PathMatchSpecW(L"noext", L"*.txt;*.*"));
+    EXPECT_FALSE(PathMatchSpecW(L"photo.png", L"*.zip;*.jpg"));
+    EXPECT_FALSE(PathMatchSpecW(L"photo.png", L""));
+    EXPECT_FALSE(PathMatchSpecW(L"photo.png", L";;"));
+    EXPECT_FALSE(PathMatchSpecW(nullptr, L"*"));
+    EXPECT_FALSE(PathMatchSpecW(L"a", nullptr));
+}
+
+TEST(Path, BufferCallsEditInPlace) {
+    wchar_t path[platform::kPathBufferSize];
+    auto set = [&](const wchar_t *text) { wcscpy_s(path, platform::kPathBufferSize, text); };
+
+    set(L"/a/b");
+    EXPECT_TRUE(PathRemoveFileSpecW(path));
+    EXPECT_STREQ(path, L"/a");
+    EXPECT_TRUE(PathRemoveFileSpecW(path));
+    EXPECT_STREQ(path, L"/");
+    EXPECT_FALSE(PathRemoveFileSpecW(path));
+    EXPECT_STREQ(path, L"/");
+    set(L"name");
+    EXPECT_TRUE(PathRemoveFileSpecW(path));
+    EXPECT_STREQ(path, L"");
+    EXPECT_FALSE(PathRemoveFileSpecW(path));
+    EXPECT_FALSE(PathRemoveFileSpecW(nullptr));
+
+    set(L"/a/");
+    EXPECT_TRUE(PathAppendW(path, L"/b/../c.txt"));
+    EXPECT_STREQ(path, L"/a/c.txt");
+    EXPECT_FALSE(PathAppendW(path, std::wstring(1100, L'x').c_str()));
+    EXPECT_STREQ(path, L"/a/c.txt");
+    EXPECT_FALSE(PathAppendW(nullptr, L"x"));
+
+    set(L"/a");
+    wchar_t *end = PathAddBackslashW(path);
+    EXPECT_STREQ(path, L"/a/");
+    EXPECT_EQ(end, path + 3);
+    EXPECT_EQ(PathAddBackslashW(path), path + 3);
+    set(L"");
+    EXPECT_EQ(PathAddBackslashW(path), path);
+    EXPECT_STREQ(path, L"");
+    set(std::wstring(platform::kPathBufferSize - 1, L'x').c_str());
+    EXPECT_EQ(PathAddBackslashW(path), nullptr);
+
+    set(L"/a/");
+    EXPECT_EQ(PathRemoveBackslashW(path), path + 2);
+    EXPECT_STREQ(path, L"/a");
+    EXPECT_EQ(PathRemoveBackslashW(path), path + 1);  // the last character
+    EXPECT_STREQ(path, L"/a");
+    set(L"/");
+    PathRemoveBackslashW(path);
+    EXPECT_STREQ(path, L"/");
+
+    EXPECT_FALSE(PathIsRelativeW(L"/a"));
+    EXPECT_TRUE(PathIsRelativeW(L"a/b"));
+    EXPECT_TRUE(PathIsRelativeW(L""));
+    EXPECT_TRUE(PathIsRelativeW(nullptr));
+}
+
+class PathFileTest : public testsupport::HomeTest {};
+
+TEST_F(PathFileTest, ShortAndLongNamesAreTheSameButTheItemMustExist) {
+    fs::path file = home.Scratch() / "\u65e5\u672c.txt";
+    testsupport::WriteBytes(file, "x");
+    const std::wstring path = Wide(file);
+    wchar_t buffer[platform::kPathBufferSize];
+    EXPECT_EQ(GetShortPathNameW(path.c_str(), buffer, platform::kPathBufferSize), path.size());
+    EXPECT_EQ(buffer, path);
+    EXPECT_EQ(GetLongPathNameW((L"\\\\?\\" + path).c_str(), buffer, platform::kPathBufferSize),
+              path.size());
+    EXPECT_EQ(buffer, path);
+    // Too small: the size needed with the terminator.
+    EXPECT_EQ(GetShortPathNameW(path.c_str(), buffer, 4), path.size() + 1);
+    EXPECT_EQ(GetShortPathNameW(path.c_str(), nullptr, 0), path.size() + 1);
+    // The same buffer in and out.
+    EXPECT_EQ(GetShortPathNameW(buffer, buffer, platform::kPathBufferSize), path.size());
+
+    SetLastError(0);
+    EXPECT_EQ(GetShortPathNameW(Wide(home.Scratch() / "gone").c_str(), buffer, 100), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetLongPathNameW((path + L"/below").c_str(), buffer, 100), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(GetLongPathNameW(L"", buffer, 100), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetLongPathNameW(nullptr, buffer, 100), 0u);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(PathFileTest, FullPathNameIsLexicalAndPointsAtTheFilePart) {
+    wchar_t buffer[platform::kPathBufferSize];
+    wchar_t *filePart = nullptr;
+    EXPECT_EQ(GetFullPathNameW(L"/a/./b/../c.txt", platform::kPathBufferSize, buffer, &filePart),
+              8u);
+    EXPECT_STREQ(buffer, L"/a/c.txt");
+    EXPECT_EQ(filePart, buffer + 3);
+    EXPECT_EQ(GetFullPathNameW(L"/a/b/", platform::kPathBufferSize, buffer, &filePart), 5u);
+    EXPECT_EQ(filePart, nullptr);
+    EXPECT_EQ(GetFullPathNameW(L"/a/b", 2, buffer, nullptr), 5u);
+
+    fs::path previous = fs::current_path();
+    fs::current_path(home.Scratch());
+    EXPECT_GT(GetFullPathNameW(L"x/../y", platform::kPathBufferSize, buffer, nullptr), 0u);
+    EXPECT_EQ(buffer, Wide(home.Scratch() / "y"));
+    fs::current_path(previous);
+
+    EXPECT_EQ(GetFullPathNameW(L"", platform::kPathBufferSize, buffer, nullptr), 0u);
+    EXPECT_EQ(GetFullPathNameW(nullptr, platform::kPathBufferSize, buffer, nullptr), 0u);
+}
+
+TEST_F(PathFileTest, DrivesAreMountPointsWithRootFirst) {
+    std::vector<std::wstring> drives = platform::FixedDrives();
+    ASSERT_FALSE(drives.empty());
+    EXPECT_EQ(drives.front(), L"/");
+    for (const std::wstring &drive : drives) {
+        EXPECT_TRUE(platform::IsAbsolutePath(drive));
+        EXPECT_EQ(GetDriveTypeW(drive.c_str()), DRIVE_FIXED) << platform::ToUtf8(drive);
+    }
+    EXPECT_EQ(GetDriveTypeW(nullptr), DRIVE_FIXED);
+    EXPECT_EQ(GetDriveTypeW(L"/"), DRIVE_FIXED);
+    EXPECT_EQ(GetDriveTypeW(Wide(home.Scratch()).c_str()), DRIVE_NO_ROOT_DIR);
+    EXPECT_EQ(GetDriveTypeW(L"/no/such/folder/"), DRIVE_NO_ROOT_DIR);
+    EXPECT_EQ(GetDriveTypeW(L"/proc/"), DRIVE_UNKNOWN);
+}
+
+TEST_F(PathFileTest, DiskFreeSpaceComesFromTheFileSystem) {
+    ULARGE_INTEGER available{}, total{}, free{};
+    ASSERT_TRUE(GetDiskFreeSpaceExW(Wide(home.Path()).c_str(), &available, &total, &free));
+    EXPECT_GT(total.QuadPart, 0u);
+    EXPECT_LE(free.QuadPart, total.QuadPart);
+    EXPECT_LE(available.QuadPart, free.QuadPart);
+    EXPECT_TRUE(GetDiskFreeSpaceExW(nullptr, nullptr, nullptr, nullptr));
+
+    SetLastError(0);
+    EXPECT_FALSE(
+        GetDiskFreeSpaceExW(Wide(home.Path() / "gone").c_str(), &available, nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+}  // namespace
