@@ -25,4 +25,9 @@ bool CreateApplicationDesktopFile(const std::wstring &path, const std::wstring &
                                   const std::wstring &arguments, const std::wstring &name,
                                   const std::wstring &description);
 
+// A path as the path part of a URL: UTF-8, every byte but letters, digits,
+// "/-_.~" percent-encoded. Decoding takes "%XX" back and leaves other text.
+std::string EncodeUrlPath(const std::wstring &path);
+std::wstring DecodeUrlPath(const std::string &text);
+
 }  // namespace platform
