@@ -62,3 +62,23 @@ int GetSystemMetrics(int index);
 // Debug output: written to stderr as UTF-8 when VARNICK_DEBUG is set in the
 // environment, otherwise dropped, as nobody is listening.
 void OutputDebugStringW(LPCWSTR text);
+
+// The language the user reads texts in, as a Windows language id (primary
+// language in the low 10 bits, sublanguage above). From the locale of the
+// environment (LC_ALL, LC_MESSAGES, LANG, the first one set); English (US)
+// when none is set, for the "C" and "POSIX" locales, and for a language
+// without a Windows id here.
+using LANGID = WORD;
+inline constexpr WORD LANG_CHINESE = 0x04;
+inline constexpr WORD LANG_GERMAN = 0x07;
+inline constexpr WORD LANG_ENGLISH = 0x09;
+inline constexpr WORD LANG_FRENCH = 0x0C;
+inline constexpr WORD LANG_JAPANESE = 0x11;
+inline constexpr WORD SUBLANG_DEFAULT = 0x01;
+inline constexpr WORD SUBLANG_CHINESE_SIMPLIFIED = 0x02;
+inline constexpr LANGID MAKELANGID(WORD primary, WORD sub) {
+    return static_cast<LANGID>((sub << 10) | primary);
+}
+inline constexpr WORD PRIMARYLANGID(LANGID id) { return id & 0x3FF; }
+inline constexpr WORD SUBLANGID(LANGID id) { return id >> 10; }
+LANGID GetUserDefaultUILanguage();

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include "platform/UiHost.h"
@@ -151,4 +153,38 @@ TEST(DebugOutput, GoesToStderrOnlyWhenDebugIsSet) {
     OutputDebugStringW(nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\xC3\x84rger\n");
     unsetenv("VARNICK_DEBUG");
+}
+
+TEST(UserLanguage, ComesFromTheFirstLocaleVariableSet) {
+    struct Saved {
+        const char *name;
+        std::optional<std::string> value;
+    };
+    std::vector<Saved> saved;
+    for (const char *name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char *value = std::getenv(name);
+        saved.push_back({name, value ? std::optional<std::string>(value) : std::nullopt});
+        unsetenv(name);
+    }
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0409) << "nothing set";
+    setenv("LANG", "ko_KR.UTF-8", 1);
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0412);
+    setenv("LC_MESSAGES", "zh_TW", 1);
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0404);
+    setenv("LC_ALL", "zh_SG.UTF-8", 1);
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0804);
+    setenv("LC_ALL", "C.UTF-8", 1);
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0409);
+    setenv("LC_ALL", "tlh_XX", 1);
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0409) << "no Windows id here";
+    EXPECT_EQ(PRIMARYLANGID(0x0804), LANG_CHINESE);
+    EXPECT_EQ(SUBLANGID(0x0804), SUBLANG_CHINESE_SIMPLIFIED);
+
+    for (const Saved &entry : saved) {
+        if (entry.value) {
+            setenv(entry.name, entry.value->c_str(), 1);
+        } else {
+            unsetenv(entry.name);
+        }
+    }
 }
