@@ -465,15 +465,20 @@ struct SharedMapping {
 std::mutex mappingsMutex;
 std::map<std::pair<dev_t, ino_t>, SharedMapping *> mappings;
 
-SharedMapping *MapSharedMutex(int fd) {
+SharedMapping *MapSharedMutex(int fd, const std::string &path) {
     struct stat info;
     if (fstat(fd, &info) != 0) return nullptr;
     std::lock_guard<std::mutex> lock(mappingsMutex);
     auto key = std::make_pair(info.st_dev, info.st_ino);
     auto found = mappings.find(key);
     if (found != mappings.end()) return found->second;
+    // A mapping keeps its open file description alive, and with it any lock
+    // taken through it; so it gets a description of its own that never locks.
+    int mapFd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (mapFd < 0) return nullptr;
     void *address =
-        mmap(nullptr, sizeof(SharedMutexData), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        mmap(nullptr, sizeof(SharedMutexData), PROT_READ | PROT_WRITE, MAP_SHARED, mapFd, 0);
+    close(mapFd);
     if (address == MAP_FAILED) return nullptr;
     auto *mapping = new SharedMapping;
     mapping->data = static_cast<SharedMutexData *>(address);
@@ -607,7 +612,7 @@ SharedMutex *OpenSharedMutex(const wchar_t *name, bool create, bool &existed) {
     if (!existed && ftruncate(fd, sizeof(SharedMutexData)) != 0) {
         return fail(WinErrorFromErrno(errno));
     }
-    SharedMapping *mapping = MapSharedMutex(fd);
+    SharedMapping *mapping = MapSharedMutex(fd, path);
     if (!mapping) return fail(WinErrorFromErrno(errno));
     bool fresh =
         mapping->data->magic != kSharedMutexMagic || mapping->data->size != sizeof(SharedMutexData);
