@@ -1,0 +1,318 @@
+// Application helpers: message boxes through the headless host, numbers and
+// sizes as text, versions, language, the program's paths.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <regex>
+#include <set>
+#include <string>
+
+#include "CAppUtils.h"
+#include "platform/Win32.h"
+#include "scheduling/CHighTime.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The resource libraries loaded as a host loads them, and a headless host
+// that records the boxes.
+class AppUtilsTest : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        localized_ = LoadLibraryW(CAppUtils::GetInstResPath());
+        nonLocalized_ = LoadLibraryW(CAppUtils::GetInstResNLPath());
+        ASSERT_NE(localized_, nullptr);
+        ASSERT_NE(nonLocalized_, nullptr);
+        CAppUtils::SetCommonHINST(localized_, nonLocalized_);
+    }
+    void TearDown() override {
+        CAppUtils::SetCommonHINST(nullptr, nullptr);
+        FreeLibrary(localized_);
+        FreeLibrary(nonLocalized_);
+    }
+
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+
+private:
+    HINSTANCE localized_ = nullptr;
+    HINSTANCE nonLocalized_ = nullptr;
+};
+
+constexpr unsigned kProductName = 230;
+constexpr unsigned kArchiveFailed = 306;  // a format of two texts
+constexpr unsigned kArchiveErrorTitle = 307;
+constexpr unsigned kScheduleFailed = 109;  // a format of one text
+
+// A text as the common resource libraries hold it, localized one first.
+std::wstring Text(unsigned id) {
+    const wchar_t *text = platform::FindResourceString(CAppUtils::GetCommonHINST(), id);
+    if (!text) text = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
+    return text ? text : L"";
+}
+
+std::wstring SizeText(std::int64_t size) {
+    wchar_t out[32];
+    return CAppUtils::FormatFileSize(size, out);
+}
+
+// Sets the locale variables for one test and restores them.
+class LocaleEnvironment {
+public:
+    explicit LocaleEnvironment(const char *lang) {
+        for (const char *name : kNames) {
+            const char *value = std::getenv(name);
+            saved_.push_back(value ? std::optional<std::string>(value) : std::nullopt);
+            unsetenv(name);
+        }
+        if (lang) setenv("LANG", lang, 1);
+    }
+    ~LocaleEnvironment() {
+        for (std::size_t i = 0; i < saved_.size(); ++i) {
+            if (saved_[i]) {
+                setenv(kNames[i], saved_[i]->c_str(), 1);
+            } else {
+                unsetenv(kNames[i]);
+            }
+        }
+    }
+
+private:
+    static constexpr const char *kNames[] = {"LC_ALL", "LC_MESSAGES", "LANG"};
+    std::vector<std::optional<std::string>> saved_;
+};
+
+}  // namespace
+
+TEST_F(AppUtilsTest, ErrorMsgBoxFormatsTextWithItsArguments) {
+    CAppUtils::ErrorMsgBox(kArchiveFailed, kArchiveErrorTitle, L"\u65e5\u672c.vnk", L"Damaged.");
+    CAppUtils::ErrorMsgBox(kScheduleFailed, kProductName, L"Access denied.");
+    CAppUtils::ErrorMsgBox(kArchiveFailed, kProductName, nullptr, L"ignored");
+
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 3u);
+    EXPECT_EQ(boxes[0].text,
+              FormatW(Text(kArchiveFailed).c_str(), L"\u65e5\u672c.vnk", L"Damaged."));
+    EXPECT_EQ(boxes[0].caption, Text(kArchiveErrorTitle));
+    EXPECT_EQ(boxes[0].flags, MB_ICONEXCLAMATION | MB_OK);
+    EXPECT_EQ(boxes[0].owner, nullptr) << "no focus and no main window headless";
+    EXPECT_EQ(boxes[1].text, FormatW(Text(kScheduleFailed).c_str(), L"Access denied."));
+    EXPECT_EQ(boxes[1].caption, Text(kProductName));
+    EXPECT_EQ(boxes[2].text, Text(kArchiveFailed)) << "no first argument: the text as it stands";
+    EXPECT_NE(boxes[2].text.find(L"%s"), std::wstring::npos);
+}
+
+TEST_F(AppUtilsTest, ErrorMsgBoxWithUnknownIdsShowsEmptyBox) {
+    CAppUtils::ErrorMsgBox(0xFFFF0, 0xFFFF1, L"a", L"b");
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].text, L"");
+    EXPECT_EQ(boxes[0].caption, L"");
+}
+
+TEST_F(AppUtilsTest, MsgBoxReturnsTheAnswer) {
+    host.QueueAnswer(IDNO);
+    EXPECT_EQ(CAppUtils::MsgBox(L"Overwrite?", kProductName, MB_YESNO), IDNO);
+    EXPECT_EQ(CAppUtils::MsgBox(kArchiveErrorTitle, kProductName, MB_YESNO | MB_DEFBUTTON2), IDNO);
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 2u);
+    EXPECT_EQ(boxes[0].text, L"Overwrite?");
+    EXPECT_EQ(boxes[0].caption, Text(kProductName));
+    EXPECT_FALSE(boxes[0].caption.empty());
+    EXPECT_EQ(boxes[1].text, Text(kArchiveErrorTitle));
+    EXPECT_EQ(CAppUtils::MsgBox(static_cast<const wchar_t *>(nullptr)), IDOK);
+}
+
+TEST_F(AppUtilsTest, ErrorFormatPrintsThroughTheString) {
+    EXPECT_EQ(std::wstring(CAppUtils::ErrorFormat(kScheduleFailed, L"Disk full.")),
+              FormatW(Text(kScheduleFailed).c_str(), L"Disk full."));
+    EXPECT_EQ(std::wstring(CAppUtils::ErrorFormat(kScheduleFailed, nullptr)),
+              FormatW(Text(kScheduleFailed).c_str(), L""));
+    EXPECT_STREQ(CAppUtils::ErrorFormat(0xFFFF0, L"x"), L"");
+}
+
+TEST_F(AppUtilsTest, ResourceStringsComeFromEitherCommonLibrary) {
+    for (unsigned id : {kProductName, kArchiveFailed, 321u}) {
+        EXPECT_FALSE(Text(id).empty()) << id;
+        EXPECT_EQ(std::wstring(CAppUtils::GetResString(nullptr, id)), Text(id)) << id;
+    }
+    const wchar_t *own = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), kProductName);
+    EXPECT_STREQ(CAppUtils::GetResString(CAppUtils::GetCommonNLHINST(), kProductName),
+                 own ? own : L"");
+    EXPECT_STREQ(CAppUtils::GetResString(nullptr, 0xFFFF0), L"");
+}
+
+TEST_F(AppUtilsTest, FormatFileSizeGroupsWithTheSeparatorOfWinIni) {
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"."));
+    EXPECT_EQ(SizeText(0), L"0");
+    EXPECT_EQ(SizeText(999), L"999");
+    EXPECT_EQ(SizeText(1000), L"1.000");
+    EXPECT_EQ(SizeText(1000005), L"1.000.005");
+    EXPECT_EQ(SizeText(1000000000), L"1.000.000.000");
+    EXPECT_EQ(SizeText(999999999), L"999.999.999");
+    EXPECT_EQ(SizeText(1234567890123LL), L"1234.567.890.123");
+    wchar_t out[32];
+    EXPECT_STREQ(CAppUtils::FormatFileSize(1, 0, out), L"4.294.967.296");
+    EXPECT_EQ(CAppUtils::FormatFileSize(5, nullptr), nullptr);
+
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"\u2009"));
+    EXPECT_EQ(SizeText(12345), L"12\u2009345");
+}
+
+TEST_F(AppUtilsTest, NumberFormatsUseTheSeparators) {
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L","));
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sDecimal", L"."));
+    EXPECT_STREQ(CAppUtils::GetNumberFormatW(-1234567), L"-1,234,567");
+    EXPECT_STREQ(CAppUtils::GetNumberFormatW(12), L"12");
+    EXPECT_STREQ(CAppUtils::GetNumberFormat64(9223372036854775807LL), L"9,223,372,036,854,775,807");
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, 2), L"1,234.50");
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(-0.25, 1), L"-0.2");
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, -3), L"1,234");
+
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"."));
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sDecimal", L","));
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234567.125, 3), L"1.234.567,125");
+}
+
+TEST(AppUtilsText, FitPathShortensToTheWidthInCharacters) {
+    const wchar_t *path = L"/home/user/documents/archives/file.zip";
+    EXPECT_STREQ(CAppUtils::FitPath(path, 100, nullptr), path);
+    EXPECT_STREQ(CAppUtils::FitPath(path, 38, nullptr), path);
+    EXPECT_STREQ(CAppUtils::FitPath(path, 37, nullptr), L"/home/.../documents/archives/file.zip");
+    EXPECT_STREQ(CAppUtils::FitPath(path, 36, nullptr), L"/home/.../archives/file.zip");
+    EXPECT_STREQ(CAppUtils::FitPath(path, 26, nullptr), L"/home/.../file.zip");
+    EXPECT_STREQ(CAppUtils::FitPath(path, 3, nullptr), L"/home/.../file.zip")
+        << "the last part always stays";
+    EXPECT_STREQ(CAppUtils::FitPath(L"/home/file.zip", 5, nullptr), L"/home/file.zip")
+        << "nothing to leave out";
+    EXPECT_STREQ(CAppUtils::FitPath(L"plainname", 2, nullptr), L"plainname");
+    EXPECT_STREQ(CAppUtils::FitPath(nullptr, 10, nullptr), L"");
+}
+
+TEST(AppUtilsText, TrimAndLookup) {
+    wchar_t text[] = L" \t padded \t ";
+    EXPECT_STREQ(CAppUtils::TrimLeadingSpaces(text), L"padded \t ");
+    EXPECT_STREQ(CAppUtils::TrimTrailingSpaces(text), L"padded");
+    wchar_t blank[] = L"   ";
+    EXPECT_STREQ(CAppUtils::TrimTrailingSpaces(blank), L"");
+    EXPECT_EQ(CAppUtils::TrimLeadingSpaces(nullptr), nullptr);
+
+    STDStringList list = {L".zip", L".Vnk", L"\u00e9t\u00e9"};
+    EXPECT_TRUE(CAppUtils::STDStringListLookup(list, L".VNK"));
+    EXPECT_TRUE(CAppUtils::STDStringListLookup(list, L"\u00c9T\u00c9"));
+    EXPECT_FALSE(CAppUtils::STDStringListLookup(list, L".rar"));
+    EXPECT_FALSE(CAppUtils::STDStringListLookup(list, nullptr));
+}
+
+TEST(AppUtilsText, WinErrorToStringNamesCodeAndMessage) {
+    std::wstring expected = L"(2) - " + platform::SystemMessageText(2);
+    EXPECT_STREQ(CAppUtils::WinErrorToString(2), expected.c_str());
+    EXPECT_EQ(std::wstring(CAppUtils::WinErrorToString(0xFFFFFFFF)).rfind(L"(-1) - ", 0), 0u);
+}
+
+TEST(AppUtilsText, CreateGuidIsRandomVersionFour) {
+    std::wregex form(LR"(\{[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}\})");
+    std::set<std::wstring> seen;
+    for (int i = 0; i < 100; ++i) {
+        std::wstring guid = CAppUtils::CreateGUID();
+        EXPECT_TRUE(std::regex_match(guid, form)) << platform::ToUtf8(guid);
+        seen.insert(guid);
+    }
+    EXPECT_EQ(seen.size(), 100u);
+}
+
+TEST(AppUtilsSystem, VersionsAndSystemNames) {
+    EXPECT_STREQ(CAppUtils::AppVersion(), L"14.0.0");
+    EXPECT_STREQ(CAppUtils::DllVersion(CAppUtils::GetExeName()), L"14.0.0");
+    EXPECT_STREQ(CAppUtils::DllVersion(CAppUtils::GetInstResPath()), L"")
+        << "a library without DllGetVersion";
+    EXPECT_STREQ(CAppUtils::DllVersion(L"/no/such/library.so"), L"");
+    EXPECT_STREQ(CAppUtils::DllVersion(nullptr), L"");
+    EXPECT_EQ(CAppUtils::GetWINVER(), 0x0A00u);
+    EXPECT_STREQ(CAppUtils::GetWindowsVersion(), L"LX");
+    EXPECT_STREQ(CAppUtils::GetOrCreateVersionCode(), L"");
+}
+
+TEST(AppUtilsSystem, ProgramPathsLieInTheProgramFolder) {
+    std::wstring folder = platform::FromUtf8(VARNICK_BIN_DIR);
+    EXPECT_EQ(fs::path(CAppUtils::GetExePath()), fs::canonical(fs::path(folder)));
+    EXPECT_EQ(fs::path(CAppUtils::GetExeName()).parent_path(), fs::path(CAppUtils::GetExePath()));
+    std::wstring exePath = CAppUtils::GetExePath();
+    EXPECT_EQ(std::wstring(CAppUtils::GetCmdLineExeName()), exePath + L"/CmdLine.exe");
+    EXPECT_EQ(std::wstring(CAppUtils::GetInstResPath()), exePath + L"/Resources.dll");
+    EXPECT_EQ(std::wstring(CAppUtils::GetInstResNLPath()), exePath + L"/NonLocalizedResources.dll");
+}
+
+TEST(AppUtilsSystem, LanguageFollowsTheLocale) {
+    {
+        LocaleEnvironment locale("fr_FR.UTF-8");
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"FR");
+        EXPECT_EQ(CAppUtils::GetLanguageCode(), 0x040C);
+        EXPECT_STREQ(CAppUtils::GetLanguageString(), L"French");
+    }
+    {
+        LocaleEnvironment locale("zh_CN.UTF-8");
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"CH");
+        EXPECT_EQ(CAppUtils::GetLanguageCode(), 0x0804);
+    }
+    {
+        LocaleEnvironment locale("ja_JP");
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"JA");
+    }
+    {
+        LocaleEnvironment locale("de_DE@euro");
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"DE");
+    }
+    for (const char *other : {"es_ES.UTF-8", "C", "POSIX", ""}) {
+        LocaleEnvironment locale(other);
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"EN") << other;
+        EXPECT_EQ(CAppUtils::GetLanguageCode(), 0x0409) << other;
+        EXPECT_STREQ(CAppUtils::GetLanguageString(), L"English") << other;
+    }
+    {
+        LocaleEnvironment locale(nullptr);
+        setenv("LC_ALL", "de_AT.UTF-8", 1);
+        setenv("LANG", "fr_FR.UTF-8", 1);
+        EXPECT_STREQ(CAppUtils::GetLanguageDesignator(), L"DE") << "LC_ALL comes first";
+    }
+}
+
+TEST_F(AppUtilsTest, SupportLinkCarriesPageDateEditionAndLanguage) {
+    LocaleEnvironment locale("de_DE.UTF-8");
+    std::wstring url = CAppUtils::GetISupportURL(SUPPORT_PAGE_ISHELP, false);
+    std::wregex form(LR"(https://[^?]+\?f=iShelp&date=\d{2}-\d{2}-\d{4}&p=STD&o=W&v=14&l=DE&vc=)");
+    EXPECT_TRUE(std::regex_match(url, form)) << platform::ToUtf8(url);
+    std::wstring solution = CAppUtils::GetISupportURL(SUPPORT_PAGE_FEEDBACK, true);
+    EXPECT_NE(solution.find(L"f=feedback&"), std::wstring::npos);
+    EXPECT_NE(solution.find(L"&p=SOL&o=W"), std::wstring::npos);
+    EXPECT_STREQ(CAppUtils::GetISupportURL(static_cast<SUPPORT_PAGE_TYPE>(99), false), L"");
+}
+
+TEST(AppUtilsText, FormatDateTimeUsesTheShortForms) {
+    FILETIME time = platform::FileTimeFromUnixTime(1700000000, 0);
+    wchar_t date[64];
+    wchar_t clock[64];
+    CAppUtils::FormatDateTime(&time, date, clock);
+    EXPECT_TRUE(std::regex_match(std::wstring(date), std::wregex(LR"(2023-11-1[45])")));
+    EXPECT_TRUE(std::regex_match(std::wstring(clock), std::wregex(LR"(\d{2}:\d{2}:\d{2})")));
+    CAppUtils::FormatDateTime(nullptr, date, clock);
+    EXPECT_STREQ(date, L"");
+    EXPECT_STREQ(clock, L"");
+    CAppUtils::FormatDateTime(&time, nullptr, clock);
+    EXPECT_NE(clock[0], L'\0');
+}
+
+TEST(AppUtilsText, DateTimeFormatJoinsDateAndTime) {
+    CHighTime time(2024, 2, 29, 23, 59, 58);
+    EXPECT_STREQ(CAppUtils::GetDateTimeFormat(time, false), L"2024-02-29 23:59:58");
+    std::wstring longForm = CAppUtils::GetDateTimeFormat(time, true);
+    EXPECT_NE(longForm.find(L"February"), std::wstring::npos) << platform::ToUtf8(longForm);
+    EXPECT_EQ(longForm.substr(longForm.size() - 9), L" 23:59:58");
+    CHighTime invalid(2024, 2, 28, 0, 0, 0);
+    invalid.SetStatus(HighTimeStatus::invalid);
+    EXPECT_STREQ(CAppUtils::GetDateTimeFormat(invalid, false), L"");
+}

@@ -1,0 +1,334 @@
+// File-system helpers: tests, path text, folders, unique names, shell
+// operations and shortcuts, all below a temporary home.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "CAppUtils.h"
+#include "CFSUtils.h"
+#include "platform/Shortcuts.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Paths as the system sees them: UTF-8, whatever the process locale.
+fs::path P(const std::wstring &path) { return fs::path(platform::ToUtf8(path)); }
+
+class FSUtilsTest : public testsupport::HomeTest {
+protected:
+    fs::path scratch = home.Scratch();
+
+    std::wstring In(const std::string &relative) const {
+        return platform::FromUtf8((scratch / relative).string());
+    }
+    std::wstring MakeFile(const std::string &relative, const std::string &content = "data") const {
+        fs::path path = scratch / relative;
+        fs::create_directories(path.parent_path());
+        testsupport::WriteBytes(path, content);
+        return platform::FromUtf8(path.string());
+    }
+    std::wstring MakeFolder(const std::string &relative) const {
+        fs::create_directories(scratch / relative);
+        return platform::FromUtf8((scratch / relative).string());
+    }
+    static fs::path TrashFiles() { return fs::path(platform::TrashFolder()) / "files"; }
+};
+
+}  // namespace
+
+TEST_F(FSUtilsTest, ExistenceTests) {
+    std::wstring file = MakeFile("a.txt");
+    std::wstring folder = MakeFolder("sub");
+    std::wstring hidden = MakeFile(".hidden");
+
+    EXPECT_TRUE(CFSUtils::FileExists(file.c_str()));
+    EXPECT_TRUE(CFSUtils::FileExists(folder.c_str())) << "a folder counts as existing";
+    EXPECT_FALSE(CFSUtils::FileExists(In("missing").c_str()));
+    EXPECT_FALSE(CFSUtils::FileExists(L""));
+    EXPECT_FALSE(CFSUtils::FileExists(nullptr));
+
+    EXPECT_TRUE(CFSUtils::FolderExists(folder.c_str()));
+    EXPECT_FALSE(CFSUtils::FolderExists(file.c_str()));
+    EXPECT_FALSE(CFSUtils::FolderExists(In("missing").c_str()));
+
+    EXPECT_TRUE(CFSUtils::IsSystemOrHidden(hidden.c_str()));
+    EXPECT_FALSE(CFSUtils::IsSystemOrHidden(file.c_str()));
+    EXPECT_FALSE(CFSUtils::IsSystemOrHidden(In("missing").c_str()));
+    EXPECT_FALSE(CFSUtils::IsReadOnly(In("missing").c_str()));
+}
+
+TEST_F(FSUtilsTest, IsFolderOfMissingPathIsTrueAsItsAttributesSay) {
+    EXPECT_TRUE(CFSUtils::IsFolder(MakeFolder("sub").c_str()));
+    EXPECT_FALSE(CFSUtils::IsFolder(MakeFile("a.txt").c_str()));
+    EXPECT_TRUE(CFSUtils::IsFolder(In("missing").c_str()));
+}
+
+TEST(FSUtilsText, CheckFileExtensionComparesWholeSuffixIgnoringCase) {
+    EXPECT_TRUE(CFSUtils::CheckFileExtension(L"a.ZIP", L".zip"));
+    EXPECT_TRUE(CFSUtils::CheckFileExtension(L"/x/b.Tar.Gz", L".tar.gz"));
+    EXPECT_TRUE(CFSUtils::CheckFileExtension(L"/x/b.tar.gz", L".gz"));
+    EXPECT_TRUE(CFSUtils::CheckFileExtension(L"backup_vnk", L"_vnk")) << "a bare suffix";
+    EXPECT_FALSE(CFSUtils::CheckFileExtension(L"a.zipx", L".zip"));
+    EXPECT_FALSE(CFSUtils::CheckFileExtension(L"ip", L".zip")) << "shorter than the extension";
+    EXPECT_FALSE(CFSUtils::CheckFileExtension(L"", L".zip"));
+    EXPECT_FALSE(CFSUtils::CheckFileExtension(nullptr, L".zip"));
+    EXPECT_FALSE(CFSUtils::CheckFileExtension(L"a.zip", nullptr));
+    EXPECT_TRUE(CFSUtils::CheckFileExtension(L"\u00c4RGER.\u00c4", L".\u00e4"));
+}
+
+TEST(FSUtilsText, RemoveFileExtensionCutsAtLastDot) {
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L"/a/b.tar.gz"), L"/a/b.tar");
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L"name.vnk"), L"name");
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L"/a/b/"), L"/a/b/");
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L"/a.d/"), L"/a.d/") << "no file name: whole";
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(nullptr), L"");
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L""), L"");
+}
+
+TEST(FSUtilsText, RemoveFileExtensionCutsInsideDottedFolderNameWhenFileHasNoDot) {
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(L"/data/v1.2/README"), L"/data/v1");
+}
+
+TEST(FSUtilsText, PathPartsAndConversions) {
+    EXPECT_STREQ(CFSUtils::Extension(L"/a.b/c.Vnkx"), L".Vnkx");
+    EXPECT_STREQ(CFSUtils::Extension(L"/a.b/c"), L"");
+    EXPECT_STREQ(CFSUtils::Extension(nullptr), L"");
+    EXPECT_STREQ(CFSUtils::ExtractFileName(L"/a/b/c.zip"), L"c.zip");
+    EXPECT_STREQ(CFSUtils::ExtractFileName(L"c.zip"), L"c.zip");
+    EXPECT_STREQ(CFSUtils::ExtractFileName(L"/a/b/"), L"");
+    EXPECT_STREQ(CFSUtils::ExtractFilePath(L"/a/b/c.zip"), L"/a/b");
+    EXPECT_STREQ(CFSUtils::ExtractFilePath(L"c.zip"), L"");
+    EXPECT_STREQ(CFSUtils::ExtractFilePath(nullptr), L"");
+    EXPECT_STREQ(CFSUtils::WrapInDoubleQuotes(L"a b"), L"\"a b\"");
+    EXPECT_STREQ(CFSUtils::WrapInDoubleQuotes(nullptr), L"\"\"");
+    // Item paths use "/" towards the engine; the native separator is "/"
+    // as well, so both conversions leave the text alone.
+    EXPECT_STREQ(CFSUtils::ConvertToSlashes(L"dir/sub\\name"), L"dir/sub\\name");
+    EXPECT_STREQ(CFSUtils::ConvertToBSlashes(L"dir/sub/name"), L"dir/sub/name");
+}
+
+TEST(FSUtilsText, StaticResultsHoldPathsUpTo1023Characters) {
+    std::wstring fits = L"/" + std::wstring(1018, L'n') + L".ext";  // 1023 characters
+    std::wstring tooLong = fits + L"x";
+    EXPECT_EQ(std::wstring(CFSUtils::RemoveFileExtension(fits.c_str())), fits.substr(0, 1019));
+    EXPECT_STREQ(CFSUtils::RemoveFileExtension(tooLong.c_str()), L"");
+    EXPECT_EQ(std::wstring(CFSUtils::ExtractFilePath((fits + L"/x").c_str())), fits);
+    EXPECT_STREQ(CFSUtils::ExtractFilePath((tooLong + L"/x").c_str()), L"");
+    EXPECT_FALSE(CFSUtils::FileExists(tooLong.c_str()));
+    EXPECT_FALSE(CFSUtils::ForceDirectories(tooLong.c_str()));
+}
+
+TEST_F(FSUtilsTest, CanonLocationIsFullWithoutTrailingSeparatorAndKeepsCase) {
+    std::wstring folder = MakeFolder("Mixed/Case");
+    EXPECT_EQ(std::wstring(CFSUtils::CanonLocation((folder + L"/").c_str())), folder);
+    EXPECT_EQ(std::wstring(CFSUtils::CanonLocation((folder + L"/../Case").c_str())), folder);
+    EXPECT_STREQ(CFSUtils::CanonLocation(nullptr), L"");
+}
+
+TEST_F(FSUtilsTest, ForceDirectoriesMakesParentsAndFollowsItsRules) {
+    std::wstring deep = In("one/two/three");
+    EXPECT_TRUE(CFSUtils::ForceDirectories(deep.c_str()));
+    EXPECT_TRUE(fs::is_directory(P(deep)));
+    EXPECT_TRUE(CFSUtils::ForceDirectories(deep.c_str())) << "an existing folder";
+
+    std::wstring trailing = In("four/five/");
+    EXPECT_TRUE(CFSUtils::ForceDirectories(trailing.c_str()));
+    EXPECT_TRUE(fs::is_directory(P(In("four/five"))));
+
+    EXPECT_TRUE(CFSUtils::ForceDirectories(L""));
+    EXPECT_TRUE(CFSUtils::ForceDirectories(nullptr));
+    fs::path cwd = fs::current_path();
+    fs::current_path(scratch);
+    EXPECT_TRUE(CFSUtils::ForceDirectories(L"abc")) << "fewer than 4 characters";
+    EXPECT_FALSE(fs::exists(scratch / "abc"));
+    fs::current_path(cwd);
+
+    std::wstring blocked = MakeFile("file") + L"/sub";
+    EXPECT_FALSE(CFSUtils::ForceDirectories(blocked.c_str()));
+    std::wstring unicode = In("\u65e5\u672c/\U0001F600");
+    EXPECT_TRUE(CFSUtils::ForceDirectories(unicode.c_str()));
+    EXPECT_TRUE(fs::is_directory(P(unicode)));
+}
+
+TEST_F(FSUtilsTest, CreateUniqueFileNameMakesFolderAndNumbersTakenNames) {
+    std::wstring folder = In("new/folder");
+    std::wstring first = CFSUtils::CreateUniqueFileName((folder + L"/").c_str(), L"a.vidx");
+    EXPECT_TRUE(fs::is_directory(P(folder)));
+    EXPECT_EQ(first.find(L"//"), std::wstring::npos);
+    std::wregex form(std::regex_replace(folder, std::wregex(LR"([.^$|()\[\]{}*+?\\])"), L"\\$&") +
+                     LR"(/-?\d+_a\.vidx)");
+    EXPECT_TRUE(std::regex_match(first, form)) << platform::ToUtf8(first);
+    EXPECT_FALSE(fs::exists(P(first))) << "only the name is made";
+
+    testsupport::WriteBytes(P(first), "taken");
+    std::wstring second = CFSUtils::CreateUniqueFileName(folder.c_str(), L"a.vidx");
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(fs::exists(P(second)));
+}
+
+TEST_F(FSUtilsTest, CreateUniqueFolderNumbersFromOne) {
+    std::wstring parent = MakeFolder("out");
+    MakeFolder("out/a.b");
+    std::wstring first = CFSUtils::CreateUniqueFolder(parent.c_str(), L"a.b.vnk");
+    EXPECT_EQ(first, parent + L"/a.b_1");
+    EXPECT_TRUE(fs::is_directory(P(first)));
+    std::wstring second = CFSUtils::CreateUniqueFolder(parent.c_str(), L"a.b.vnk");
+    EXPECT_EQ(second, parent + L"/a.b_2");
+
+    std::wstring fresh = CFSUtils::CreateUniqueFolder(parent.c_str(), L"fresh.zip");
+    EXPECT_EQ(fresh, parent + L"/fresh");
+    EXPECT_TRUE(fs::is_directory(P(fresh)));
+
+    MakeFile("out/x_5");
+    EXPECT_EQ(std::wstring(CFSUtils::CreateUniqueFolder((parent + L"/x").c_str(), 5)),
+              parent + L"/x_6")
+        << "a file of the name counts as taken";
+}
+
+TEST_F(FSUtilsTest, DeleteFileToTrashOrForGood) {
+    EXPECT_FALSE(CFSUtils::DeleteFileW(In("missing").c_str(), false));
+    EXPECT_FALSE(CFSUtils::DeleteFileW(nullptr, true));
+
+    std::wstring toTrash = MakeFile("old.vnk", "old");
+    EXPECT_TRUE(CFSUtils::DeleteFileW(toTrash.c_str(), false));
+    EXPECT_FALSE(fs::exists(P(toTrash)));
+    EXPECT_EQ(testsupport::ReadBytes(TrashFiles() / "old.vnk"), "old");
+    EXPECT_EQ(TrashFiles().string().rfind(home.Path().string(), 0), 0u);
+
+    std::wstring gone = MakeFile("gone.vnk");
+    EXPECT_TRUE(CFSUtils::DeleteFileW(gone.c_str(), true));
+    EXPECT_FALSE(fs::exists(P(gone)));
+    EXPECT_FALSE(fs::exists(TrashFiles() / "gone.vnk"));
+}
+
+TEST_F(FSUtilsTest, DeleteFolderAndShellItems) {
+    EXPECT_FALSE(CFSUtils::DeleteFolder(In("missing").c_str(), true));
+    EXPECT_FALSE(CFSUtils::DeleteFolder(MakeFile("plain").c_str(), true));
+    std::wstring tree = MakeFolder("tree/inner");
+    MakeFile("tree/inner/f");
+    EXPECT_TRUE(CFSUtils::DeleteFolder(In("tree").c_str(), false));
+    EXPECT_FALSE(fs::exists(P(In("tree"))));
+    EXPECT_TRUE(fs::exists(TrashFiles() / "tree" / "inner" / "f"));
+    EXPECT_FALSE(CFSUtils::DeleteShellItem(L"", true));
+    EXPECT_FALSE(CFSUtils::DeleteShellItem(nullptr, true));
+}
+
+TEST_F(FSUtilsTest, CopyAndMoveShellItems) {
+    std::wstring source = MakeFile("src/\u00e9t\u00e9.txt", "summer");
+    std::wstring copy = In("copies/\u00e9t\u00e9.txt");
+    MakeFolder("copies");
+    EXPECT_TRUE(CFSUtils::CopyShellItem(source.c_str(), copy.c_str(), true));
+    EXPECT_EQ(testsupport::ReadBytes(P(copy)), "summer");
+    EXPECT_TRUE(fs::exists(P(source)));
+
+    std::wstring moved = In("deep/new/place.txt");
+    EXPECT_TRUE(CFSUtils::MoveShellItem(source.c_str(), moved.c_str()));
+    EXPECT_FALSE(fs::exists(P(source)));
+    EXPECT_EQ(testsupport::ReadBytes(P(moved)), "summer");
+
+    EXPECT_FALSE(CFSUtils::MoveShellItem(In("missing").c_str(), In("x").c_str()));
+    EXPECT_FALSE(CFSUtils::CopyShellItem(nullptr, In("x").c_str(), false));
+}
+
+TEST_F(FSUtilsTest, IsFolderWriteableProbesAndCleansUp) {
+    std::wstring folder = MakeFolder("w");
+    EXPECT_TRUE(CFSUtils::IsFolderWriteable(folder.c_str()));
+    EXPECT_TRUE(fs::is_empty(P(folder)));
+    EXPECT_FALSE(fs::exists(TrashFiles() / "__swt__.out")) << "the probe is deleted for good";
+    EXPECT_FALSE(CFSUtils::IsFolderWriteable((MakeFile("file") + L"/sub").c_str()));
+    EXPECT_FALSE(CFSUtils::IsFolderWriteable(In("missing").c_str()));
+    EXPECT_FALSE(CFSUtils::IsFolderWriteable(nullptr));
+}
+
+TEST_F(FSUtilsTest, SizesDatesAndCounts) {
+    std::wstring file = MakeFile("tree/a.bin", std::string(5000, 'z'));
+    MakeFile("tree/b.bin");
+    MakeFile("tree/sub/c.bin");
+    MakeFile("tree/sub/deeper/d.bin");
+    EXPECT_EQ(CFSUtils::GetFileSize(file.c_str()), 5000u);
+    EXPECT_EQ(CFSUtils::GetFileSize64(file.c_str()), 5000u);
+    EXPECT_EQ(CFSUtils::GetFileSize(In("missing").c_str()), 0u);
+    EXPECT_EQ(CFSUtils::GetFileSize64(nullptr), 0u);
+
+    EXPECT_EQ(CFSUtils::GetFileCount(In("tree").c_str(), false), 2u);
+    EXPECT_EQ(CFSUtils::GetFileCount(In("tree").c_str(), true), 4u);
+    EXPECT_EQ(CFSUtils::GetFileCount(In("missing").c_str(), true), 0u);
+    EXPECT_EQ(CFSUtils::GetFileCount(nullptr, true), 0u);
+
+    FILETIME missing = CFSUtils::GetFileDate(In("missing").c_str());
+    EXPECT_EQ(missing.dwLowDateTime | missing.dwHighDateTime, 0u);
+
+    fs::last_write_time(P(file), fs::last_write_time(P(file)) - std::chrono::hours(48));
+    FILETIME before = CFSUtils::GetFileDate(file.c_str());
+    EXPECT_TRUE(CFSUtils::TouchFile(file.c_str()));
+    FILETIME after = CFSUtils::GetFileDate(file.c_str());
+    EXPECT_GT(platform::TicksFromFileTime(after) - platform::TicksFromFileTime(before),
+              47LL * 3600 * platform::kTicksPerSecond);
+    EXPECT_FALSE(CFSUtils::TouchFile(In("missing").c_str()));
+}
+
+TEST_F(FSUtilsTest, ArchiveBitFollowsTheSetting) {
+    std::wstring file = MakeFile("doc.txt");
+    if (!CFSUtils::SetArchiveBit(file.c_str(), false) ||
+        (GetFileAttributesW(file.c_str()) & FILE_ATTRIBUTE_ARCHIVE)) {
+        GTEST_SKIP() << "no user extended attributes on this file system";
+    }
+    EXPECT_TRUE(CFSUtils::SetArchiveBit(file.c_str(), true));
+    EXPECT_TRUE(GetFileAttributesW(file.c_str()) & FILE_ATTRIBUTE_ARCHIVE);
+    EXPECT_FALSE(CFSUtils::SetArchiveBit(nullptr, true));
+}
+
+TEST_F(FSUtilsTest, ProductFolders) {
+    std::wstring temp = CFSUtils::GetTempFolder();
+    ASSERT_FALSE(temp.empty());
+    EXPECT_NE(temp.back(), L'/');
+    EXPECT_TRUE(fs::is_directory(P(temp)));
+
+    wchar_t documents[platform::kPathBufferSize];
+    ASSERT_TRUE(CFSUtils::ShellGetFolderPath(CSIDL_PERSONAL, documents));
+    EXPECT_STREQ(CFSUtils::GetMyDocumentsFolder(), documents);
+    EXPECT_EQ(std::wstring(documents).rfind(platform::FromUtf8(home.Path().string()), 0), 0u);
+    EXPECT_FALSE(CFSUtils::ShellGetFolderPath(CSIDL_PERSONAL, nullptr));
+
+    HINSTANCE localized = LoadLibraryW(CAppUtils::GetInstResPath());
+    HINSTANCE nonLocalized = LoadLibraryW(CAppUtils::GetInstResNLPath());
+    CAppUtils::SetCommonHINST(localized, nonLocalized);
+    std::wstring archives = CFSUtils::GetMyArchivesFolder();
+    EXPECT_EQ(archives, std::wstring(documents) + L"/" + CAppUtils::GetResString(nullptr, 321));
+    CAppUtils::SetCommonHINST(nullptr, nullptr);
+    FreeLibrary(localized);
+    FreeLibrary(nonLocalized);
+}
+
+TEST_F(FSUtilsTest, ShortcutsAreDesktopFiles) {
+    std::wstring target = MakeFile("report.pdf");
+    ASSERT_TRUE(CFSUtils::CreateDesktopShortcut(target.c_str(), L"Report", L"The report", 0));
+    wchar_t desktop[platform::kPathBufferSize];
+    ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, desktop, CSIDL_DESKTOPDIRECTORY, FALSE));
+    std::wstring link = std::wstring(desktop) + L"/Report.desktop";
+    EXPECT_EQ(platform::ResolveShortcut(link), target);
+
+    std::wstring program = MakeFile("Scheduler.exe");
+    ASSERT_TRUE(CFSUtils::CreateStartupShortcut(program.c_str()));
+    wchar_t startup[platform::kPathBufferSize];
+    ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, startup, CSIDL_STARTUP, FALSE));
+    EXPECT_TRUE(fs::exists(P(std::wstring(startup) + L"/Scheduler.desktop")));
+
+    EXPECT_FALSE(CFSUtils::CreateDesktopShortcut(nullptr, L"x", nullptr, 0));
+    EXPECT_FALSE(CFSUtils::CreateDesktopShortcut(target.c_str(), L"", nullptr, 0));
+    EXPECT_FALSE(CFSUtils::CreateStartupShortcut(L""));
+}
+
+TEST_F(FSUtilsTest, LaunchingNothingFails) {
+    EXPECT_FALSE(CFSUtils::LaunchProgram(In("no-such-program").c_str(), L"-x"));
+    EXPECT_FALSE(CFSUtils::LaunchProgram(nullptr, nullptr));
+    EXPECT_FALSE(CFSUtils::LaunchURL(nullptr));
+    EXPECT_FALSE(CFSUtils::OpenFile(L""));
+    EXPECT_FALSE(CFSUtils::OpenExplorerToFolder(nullptr));
+    EXPECT_EQ(CFSUtils::GetIconIndex(L"a.zip"), 0);
+}

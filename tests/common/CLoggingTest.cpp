@@ -1,0 +1,244 @@
+// Error records, the error file, session logs and component logs.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "CLogging.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The first use in a fresh home builds the log folder there.
+class LoggingTest : public testsupport::HomeTest {
+protected:
+    void SetUp() override { CLogging::ResetLogFolder(); }
+    void TearDown() override { CLogging::ResetLogFolder(); }
+
+    fs::path ErrorFile() const { return fs::path(CLogging::ErrorFilePath()); }
+};
+
+// A UTF-16LE file as its bytes say: the mark must be there; the text comes
+// back with its CR LF pairs untouched.
+std::string Utf8OfUtf16File(const fs::path &path) {
+    std::string bytes = testsupport::ReadBytes(path);
+    if (bytes.size() < 2 || bytes.compare(0, 2, "\xFF\xFE") != 0) return "<no byte order mark>";
+    std::wstring text = platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()) + 2,
+                                                 bytes.size() - 2);
+    return platform::ToUtf8(text);
+}
+
+// _wasctime without its line feed: "Wed Jan 02 02:03:55 1980".
+const std::string kTime = R"([A-Z][a-z]{2} [A-Z][a-z]{2} \d{2} \d{2}:\d{2}:\d{2} \d{4})";
+
+}  // namespace
+
+TEST_F(LoggingTest, ErrorFileLiesInLogFolderOfLocalApplicationData) {
+    wchar_t local[platform::kPathBufferSize];
+    ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, local, CSIDL_LOCAL_APPDATA, FALSE));
+    std::wstring folder = std::wstring(local) + L"/Orvane Labs/Logs/";
+    EXPECT_EQ(CLogging::LogFolder(), folder);
+    EXPECT_EQ(CLogging::ErrorFilePath(), folder + L"Errors.log");
+    EXPECT_TRUE(fs::is_directory(fs::path(folder)));
+    EXPECT_EQ(fs::path(folder).string().rfind(home.Path().string(), 0), 0u);
+}
+
+TEST_F(LoggingTest, ErrRecordsAreUtf16LinesWithFieldsInOrder) {
+    CLogging::Err(L"CMonFileSys::AddFile", 146, L".\\MonFileSys", 17001, true,
+                  L"ArchiveFSObjectList");
+    CLogging::Err(L"CArchive::Open", 7, L".\\Archive", 2, false, nullptr);
+
+    std::string bytes = testsupport::ReadBytes(ErrorFile());
+    ASSERT_GE(bytes.size(), 2u);
+    EXPECT_EQ(bytes.substr(0, 2), "\xFF\xFE");
+    EXPECT_EQ(bytes.find("\xFF\xFE", 2), std::string::npos) << "an append writes no mark";
+
+    std::regex expected("^" + kTime +
+                        R"( ArchiveFSObjectList Varnick Compression Message: 17001 at )"
+                        R"(CMonFileSys::AddFile \[line 146 : \.\\MonFileSys\]\r\n)" +
+                        // A null text is a single blank between time and kind.
+                        kTime +
+                        R"(   Runtime error: 2 at CArchive::Open \[line 7 : \.\\Archive\]\r\n$)");
+    std::string text = Utf8OfUtf16File(ErrorFile());
+    EXPECT_TRUE(std::regex_match(text, expected)) << text;
+}
+
+TEST_F(LoggingTest, ErrPrintsCodeAndLineAsSignedIntegers) {
+    CLogging::Err(L"CCrypto::Encrypt", 4294967295u, L".\\Crypto", 0x80004005u, false, L"x");
+    std::string text = Utf8OfUtf16File(ErrorFile());
+    EXPECT_NE(text.find("Runtime error: -2147467259 at CCrypto::Encrypt [line -1 : .\\Crypto]"),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(LoggingTest, ErrKeepsTextOutsideLatin1) {
+    CLogging::Err(L"CFtpIntf::Put", 3, L".\\FtpIntf", 5, false, L"\u65e5\u672c \U0001F600.zip");
+    std::string bytes = testsupport::ReadBytes(ErrorFile());
+    // The emoji is a surrogate pair in the file.
+    EXPECT_NE(bytes.find(std::string("\x3D\xD8\x00\xDE", 4)), std::string::npos);
+    EXPECT_NE(Utf8OfUtf16File(ErrorFile()).find("\xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80.zip"),
+              std::string::npos);
+}
+
+TEST_F(LoggingTest, ErrRecordLongerThanItsBufferIsLost) {
+    std::wstring longText(600, L'x');
+    CLogging::Err(L"CArchive::Open", 1, L".\\Archive", 2, false, longText.c_str());
+    CLogging::Err(L"CArchive::Open", 2, L".\\Archive", 2, false, L"short");
+    std::string text = Utf8OfUtf16File(ErrorFile());
+    EXPECT_EQ(text.find("xxxx"), std::string::npos);
+    EXPECT_NE(text.find("short"), std::string::npos);
+}
+
+TEST_F(LoggingTest, SessionLogGetsRecordsUntilItIsClosed) {
+    FILE *session = CLogging::OpenLog(L"Session", false);
+    ASSERT_NE(session, nullptr);
+    CLogging::SetSessionErrorHandle(session);
+    CLogging::SetSessionErrorHandle(nullptr);  // ignored
+    EXPECT_EQ(CLogging::SessionErrorHandle(), session);
+
+    CLogging::Err(L"A::First", 1, L".\\A", 1, false, L"first");
+    CLogging::CloseLog(session);
+    EXPECT_EQ(CLogging::SessionErrorHandle(), nullptr);
+    CLogging::Err(L"A::Second", 2, L".\\A", 2, false, L"second");
+
+    std::string sessionText = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_NE(sessionText.find("first Runtime error: 1 at A::First"), std::string::npos);
+    EXPECT_EQ(sessionText.find("second"), std::string::npos);
+    std::string errors = Utf8OfUtf16File(ErrorFile());
+    EXPECT_NE(errors.find("first"), std::string::npos);
+    EXPECT_NE(errors.find("second"), std::string::npos);
+}
+
+TEST_F(LoggingTest, ErrWithUnopenableErrorFileWritesNowhere) {
+    FILE *session = CLogging::OpenLog(L"Session", false);
+    ASSERT_NE(session, nullptr);
+    CLogging::SetSessionErrorHandle(session);
+    fs::create_directory(ErrorFile());  // a folder where the file should be
+
+    CLogging::Err(L"A::Lost", 1, L".\\A", 1, false, L"lost");
+    CLogging::CloseLog(session);
+    EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()).find("lost"), std::string::npos);
+}
+
+TEST_F(LoggingTest, LogErrWritesTheRecordToTheGivenLogOnly) {
+    FILE *log = CLogging::OpenLog(L"Silent", false);
+    ASSERT_NE(log, nullptr);
+    CLogging::LogErr(log, L"CScheduler::Run", 12, L".\\Scheduler", 3, true, L"Engine");
+    CLogging::LogErr(nullptr, L"CScheduler::Run", 13, L".\\Scheduler", 3, true, L"nowhere");
+    CLogging::CloseLog(log);
+
+    std::string text = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_NE(text.find("Engine Varnick Compression Message: 3 at CScheduler::Run [line 12 : "
+                        ".\\Scheduler]\r\n"),
+              std::string::npos)
+        << text;
+    EXPECT_FALSE(fs::exists(ErrorFile()));
+}
+
+TEST_F(LoggingTest, OpenLogWritesHeaderAndAppendsOrTruncates) {
+    FILE *log = CLogging::OpenLog(L"Wizard", false);
+    ASSERT_NE(log, nullptr);
+    EXPECT_EQ(CLogging::LastLogPath(), CLogging::LogFolder() + L"Wizard.log");
+    CLogging::Msg(log, 0, L"one %s %d", L"\u00e9t\u00e9", 1);
+    CLogging::CloseLog(log);
+
+    std::regex header("^\r\n\r\n-{39}\r\n" + kTime + "\r\n\r\none \xC3\xA9t\xC3\xA9 1$");
+    std::string first = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_TRUE(std::regex_match(first, header)) << first;
+
+    log = CLogging::OpenLog(L"Wizard", true);
+    CLogging::Msg(log, 0, L"two\n");
+    CLogging::CloseLog(log);
+    std::string appended = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_EQ(appended.rfind(first, 0), 0u);
+    EXPECT_EQ(appended.substr(appended.size() - 5), "two\r\n");
+
+    log = CLogging::OpenLog(L"Wizard", false);
+    CLogging::CloseLog(log);
+    EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()).find("one"), std::string::npos);
+}
+
+TEST_F(LoggingTest, OpenLogFailureIsRecordedAndGivesNull) {
+    EXPECT_EQ(CLogging::OpenLog(L"no such folder/x", false), nullptr);
+    std::string errors = Utf8OfUtf16File(ErrorFile());
+    EXPECT_TRUE(std::regex_match(
+        errors,
+        std::regex(
+            "^" + kTime +
+            R"(   Runtime error: \d+ at CLogging::OpenLog \[line 59 : \.\\CLogging\]\r\n$)")))
+        << errors;
+}
+
+TEST_F(LoggingTest, MsgFiltersByLevelAndCutsLongLines) {
+    FILE *log = CLogging::OpenLog(L"Levels", false);
+    ASSERT_NE(log, nullptr);
+    CLogging::SetLevel(1, 2);
+    CLogging::Msg(log, 3, L"level three\n");
+    CLogging::Msg(log, 0, L"level zero\n");
+    CLogging::Msg(log, 2, L"level two\n");
+    CLogging::Msg(log, -1, L"below\n");
+    CLogging::Msg(log, 0, nullptr);
+    CLogging::Msg(nullptr, 0, L"nowhere\n");
+    std::wstring longLine(700, L'y');
+    CLogging::Msg(log, 0, L"%s", longLine.c_str());
+    CLogging::SetLevel(0, 0);
+    CLogging::CloseLog(log);
+
+    std::string text = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_EQ(text.find("level three"), std::string::npos);
+    EXPECT_EQ(text.find("below"), std::string::npos);
+    EXPECT_NE(text.find("level zero\r\nlevel two\r\n"), std::string::npos);
+    std::string tail = text.substr(text.find("level two\r\n") + 11);
+    EXPECT_EQ(tail, std::string(511, 'y'));
+}
+
+TEST_F(LoggingTest, CloseAndDeleteLogRemovesTheLastLog) {
+    FILE *log = CLogging::OpenLog(L"Temporary", false);
+    ASSERT_NE(log, nullptr);
+    std::wstring path = CLogging::LastLogPath();
+    ASSERT_TRUE(fs::exists(fs::path(path)));
+    CLogging::SetSessionErrorHandle(log);
+    CLogging::CloseAndDeleteLog(log);
+    EXPECT_FALSE(fs::exists(fs::path(path)));
+    EXPECT_EQ(CLogging::SessionErrorHandle(), nullptr);
+    CLogging::CloseAndDeleteLog(nullptr);
+    CLogging::CloseLog(nullptr);
+}
+
+TEST_F(LoggingTest, ClearLogEmptiesTheFile) {
+    FILE *log = CLogging::OpenLog(L"Full", false);
+    CLogging::Msg(log, 0, L"content\n");
+    CLogging::CloseLog(log);
+    CLogging::ClearLog(CLogging::LastLogPath().c_str());
+    EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()), "");
+    CLogging::ClearLog(nullptr);
+}
+
+TEST_F(LoggingTest, MsgInErrFileAppendsFreeText) {
+    CLogging::MsgInErrFile(L"Scan of %s took %I64u ms\n", L"/data", 1234567890123ULL);
+    EXPECT_EQ(Utf8OfUtf16File(ErrorFile()), "Scan of /data took 1234567890123 ms\r\n");
+}
+
+TEST_F(LoggingTest, DbgGoesToDebugOutput) {
+    setenv("VARNICK_DEBUG", "1", 1);
+    testing::internal::CaptureStderr();
+    CLogging::Dbg(L"state %d of %s\n", 3, L"worker");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "state 3 of worker\n");
+    unsetenv("VARNICK_DEBUG");
+}
+
+TEST_F(LoggingTest, LogFolderFollowsTheHomeAfterReset) {
+    std::wstring first = CLogging::ErrorFilePath();
+    testsupport::TempHome other;
+    EXPECT_EQ(CLogging::ErrorFilePath(), first) << "kept for the process";
+    CLogging::ResetLogFolder();
+    CLogging::Err(L"A::B", 1, L".\\A", 1);
+    EXPECT_NE(CLogging::ErrorFilePath(), first);
+    EXPECT_TRUE(fs::exists(fs::path(CLogging::ErrorFilePath())));
+    CLogging::ResetLogFolder();
+}
