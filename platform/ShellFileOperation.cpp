@@ -40,53 +40,23 @@ bool HasWildcards(const std::wstring &path) {
     return platform::FileNamePart(path).find_first_of(L"*?") != std::wstring::npos;
 }
 
-bool Exists(const std::wstring &path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
+bool Exists(const std::wstring &path) { return PathFileExistsW(path.c_str()); }
 
-bool IsFolder(const std::wstring &path) {
-    DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
+bool IsFolder(const std::wstring &path) { return PathIsDirectoryW(path.c_str()); }
 
 bool IsLink(const std::wstring &path) {
-    struct stat info;
-    return lstat(platform::ToUtf8(path).c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
 // A folder counts only when it is one itself; a link to a folder is an item.
 bool IsRealFolder(const std::wstring &path) { return IsFolder(path) && !IsLink(path); }
 
-std::string Canonical(const std::wstring &path) {
-    std::error_code error;
-    fs::path canonical = fs::weakly_canonical(platform::ToUtf8(path), error);
-    return error ? platform::ToUtf8(path) : canonical.string();
+bool IsSameItem(const std::wstring &a, const std::wstring &b) {
+    return platform::IsSameOrInside(a, b) && platform::IsSameOrInside(b, a);
 }
 
-bool IsSameOrInside(const std::wstring &inner, const std::wstring &outer) {
-    std::string in = Canonical(inner);
-    std::string out = Canonical(outer);
-    if (in == out) return true;
-    if (out.back() != '/') out += '/';
-    return in.compare(0, out.size(), out) == 0;
-}
-
-bool IsRoot(const std::wstring &path) { return Canonical(path) == "/"; }
-
-// The folder that holds an item, "/" or "." where the path names none.
-std::wstring FolderOf(const std::wstring &path) {
-    const std::wstring parent = platform::ParentPath(path);
-    if (!parent.empty()) return parent;
-    return platform::IsAbsolutePath(path) ? kPathSepString : L".";
-}
-
-bool MakeFolders(const std::wstring &folder) {
-    if (folder.empty() || IsFolder(folder)) return true;
-    std::error_code error;
-    fs::create_directories(platform::ToUtf8(folder), error);
-    if (error) SetLastError(platform::WinErrorFromErrno(error.value()));
-    return !error;
-}
+bool IsRoot(const std::wstring &path) { return IsSameItem(path, kPathSepString); }
 
 // The items a source names: itself, or the matches of a wildcard in its
 // last part ("." and ".." left out, folders too with FOF_FILESONLY).
@@ -151,8 +121,8 @@ int MoveMerging(const std::wstring &source, const std::wstring &target) {
 int CheckPair(const std::wstring &source, const std::wstring &target) {
     if (!Exists(source)) return LastFailure();
     if (IsRoot(source)) return DE_ROOTDIR;
-    if (IsRealFolder(source) && IsSameOrInside(target, source) &&
-        Canonical(target) != Canonical(source)) {
+    if (IsRealFolder(source) && platform::IsSameOrInside(target, source) &&
+        !IsSameItem(target, source)) {
         return DE_DESTSUBTREE;
     }
     if (!Exists(target)) return 0;
@@ -164,14 +134,14 @@ int CheckPair(const std::wstring &source, const std::wstring &target) {
 // Copies or moves one item to the place it is meant to have.
 int TransferOne(UINT function, const std::wstring &source, std::wstring target,
                 FILEOP_FLAGS flags) {
-    const bool collides = Exists(target) && (Canonical(source) == Canonical(target) ||
-                                             (flags & FOF_RENAMEONCOLLISION));
+    const bool collides =
+        Exists(target) && (IsSameItem(source, target) || (flags & FOF_RENAMEONCOLLISION));
     if (collides) {
         if (!(flags & FOF_RENAMEONCOLLISION)) return DE_SAMEFILE;
         target = CollisionFreeName(target);
     }
     if (int problem = CheckPair(source, target)) return problem;
-    if (!MakeFolders(FolderOf(target))) return LastFailure();
+    if (!platform::CreateFolders(platform::ContainingFolder(target))) return LastFailure();
     if (function == FO_COPY) return platform::CopyTree(source, target, true) ? 0 : LastFailure();
     return MoveOne(source, target);
 }
@@ -187,7 +157,8 @@ int Transfer(UINT function, const std::vector<std::wstring> &sources,
         const bool intoFolder =
             IsFolder(destination) || HasWildcards(sources[i]) || (!paired && sources.size() > 1);
         const std::vector<std::wstring> items = ExpandSource(sources[i], flags);
-        if (intoFolder && !items.empty() && !MakeFolders(destination)) return LastFailure();
+        if (intoFolder && !items.empty() && !platform::CreateFolders(destination))
+            return LastFailure();
         for (const std::wstring &item : items) {
             const std::wstring target =
                 intoFolder ? platform::JoinPath(destination, platform::FileNamePart(item))
@@ -215,7 +186,7 @@ int Rename(const std::vector<std::wstring> &sources, const std::vector<std::wstr
     if (sources.size() != 1 || targets.size() != 1) return DE_MANYSRC1DEST;
     const std::wstring &source = sources.front();
     const std::wstring &target = targets.front();
-    if (Canonical(FolderOf(source)) != Canonical(FolderOf(target))) {
+    if (!IsSameItem(platform::ContainingFolder(source), platform::ContainingFolder(target))) {
         return DE_DIFFDIR;
     }
     return MoveFileExW(source.c_str(), target.c_str(), 0) ? 0 : LastFailure();
@@ -363,11 +334,11 @@ bool DeviceOf(const std::wstring &path, dev_t &device) {
 // The top folder of the mount that holds `item`; empty when the item is
 // itself the top of its mount.
 std::wstring MountTop(const std::wstring &item, dev_t device) {
-    std::wstring top = FolderOf(item);
+    std::wstring top = platform::ContainingFolder(item);
     dev_t folderDevice = 0;
     if (!DeviceOf(top, folderDevice) || folderDevice != device) return L"";
     while (top != kPathSepString) {
-        const std::wstring up = FolderOf(top);
+        const std::wstring up = platform::ContainingFolder(top);
         if (!DeviceOf(up, folderDevice) || folderDevice != device) break;
         top = up;
     }
@@ -416,7 +387,8 @@ BOOL MoveToTrash(const std::wstring &path) {
     const std::wstring item = AbsoluteItemPath(StripLongPathPrefix(path));
     dev_t itemDevice = 0;
     if (!DeviceOf(item, itemDevice)) {
-        SetLastError(IsFolder(FolderOf(item)) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+        SetLastError(IsFolder(platform::ContainingFolder(item)) ? ERROR_FILE_NOT_FOUND
+                                                                : ERROR_PATH_NOT_FOUND);
         return FALSE;
     }
     const std::wstring trash = TrashFolder();
@@ -425,7 +397,8 @@ BOOL MoveToTrash(const std::wstring &path) {
         return FALSE;
     }
     dev_t trashDevice = 0;
-    if (!MakeFolders(FolderOf(trash)) || !PrepareTrash(trash) || !DeviceOf(trash, trashDevice)) {
+    if (!platform::CreateFolders(platform::ContainingFolder(trash)) || !PrepareTrash(trash) ||
+        !DeviceOf(trash, trashDevice)) {
         return FALSE;
     }
     if (itemDevice == trashDevice) return MoveIntoTrash(item, trash, ToUtf8(item), false);

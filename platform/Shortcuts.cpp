@@ -245,10 +245,8 @@ std::wstring EntryText(const std::wstring &type, const std::wstring &name,
 // Writes the whole file next to its place and renames it there, so a reader
 // never sees half of it.
 bool ReplaceFile(const std::wstring &path, const std::wstring &text, mode_t mode) {
-    std::wstring folder = platform::ParentPath(path);
-    if (folder.empty()) folder = platform::IsAbsolutePath(path) ? kPathSepString : L".";
-    std::error_code error;
-    fs::create_directories(platform::ToUtf8(folder), error);
+    const std::wstring folder = platform::ContainingFolder(path);
+    platform::CreateFolders(folder);
     wchar_t temporary[MAX_PATH];
     if (GetTempFileNameW(folder.c_str(), L"vnk", 0, temporary) == 0) return false;
     const std::string bytes = platform::ToUtf8(text);

@@ -1073,13 +1073,31 @@ BOOL CopyTree(const std::wstring &source, const std::wstring &target, bool repla
     if (!from) return FALSE;
     std::optional<std::string> to = SystemPath(target.c_str());
     if (!to) return FALSE;
-    if (IsFolder(*from) && IsSameOrInside(*to, *from)) return Fail(ERROR_INVALID_PARAMETER);
+    if (IsFolder(*from) && ::IsSameOrInside(*to, *from)) return Fail(ERROR_INVALID_PARAMETER);
     return CopyTreeOf(*from, *to, replaceExisting);
 }
 
 BOOL RemoveTree(const std::wstring &path) {
     std::optional<std::string> system = SystemPath(path.c_str());
     return system ? RemoveTreeOf(*system) : FALSE;
+}
+
+BOOL CreateFolders(const std::wstring &path) {
+    std::optional<std::string> system = SystemPath(path.c_str());
+    if (!system) return FALSE;
+    if (IsFolder(*system)) return TRUE;
+    std::error_code error;
+    std::filesystem::create_directories(*system, error);
+    if (error) return Fail(WinErrorFromErrno(error.value()));
+    return TRUE;
+}
+
+std::wstring ContainingFolder(const std::wstring &path) {
+    return FromUtf8(ParentFolder(ToUtf8(StripLongPathPrefix(path))));
+}
+
+bool IsSameOrInside(const std::wstring &inner, const std::wstring &outer) {
+    return ::IsSameOrInside(ToUtf8(StripLongPathPrefix(inner)), ToUtf8(StripLongPathPrefix(outer)));
 }
 
 }  // namespace platform

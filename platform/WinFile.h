@@ -165,4 +165,12 @@ BOOL CopyTree(const std::wstring &source, const std::wstring &target, bool repla
 // Removes a file, link or whole folder tree, read-only items included.
 BOOL RemoveTree(const std::wstring &path);
 
+// Makes a folder and the missing folders above it; TRUE when it is there.
+BOOL CreateFolders(const std::wstring &path);
+// The folder that holds an item: the text before its last separator, or
+// "/" or "." where the path names none.
+std::wstring ContainingFolder(const std::wstring &path);
+// True when `inner` is `outer` or lies below it, links resolved.
+bool IsSameOrInside(const std::wstring &inner, const std::wstring &outer);
+
 }  // namespace platform

@@ -150,6 +150,12 @@ TEST_F(FileTest, ArchiveBitClearsAndComesBackWithAModification) {
     // Clearing keeps the modification time, so clearing does not undo itself.
     ASSERT_TRUE(platform::ClearArchiveBit(W(file)));
     EXPECT_EQ(ModificationTime(file), 1'600'000'100);
+    // A read-only file of the caller's is archived too, and stays read-only.
+    ASSERT_TRUE(platform::SetArchiveBit(W(file)));
+    fs::permissions(file, fs::perms::owner_read);
+    ASSERT_TRUE(platform::ClearArchiveBit(W(file)));
+    EXPECT_EQ(GetFileAttributesW(W(file).c_str()), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms::owner_read);
     EXPECT_FALSE(platform::ClearArchiveBit(W(dir / "missing")));
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
 }
@@ -220,8 +226,6 @@ TEST_F(FileTest, FindMatchesWindowsWildcardsWithDotEntriesFirst) {
     EXPECT_FALSE(FindNextFileW(find, &data));
     EXPECT_EQ(GetLastError(), ERROR_NO_MORE_FILES);
     EXPECT_TRUE(FindClose(find));
-    EXPECT_FALSE(FindClose(find));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
 TEST_F(FileTest, FindReportsSizesAndTheLinkTag) {
@@ -470,8 +474,6 @@ TEST_F(FileTest, ReadWriteSeekAndTruncateThroughAHandle) {
     EXPECT_FALSE(WriteFile(reader, "x", 1, &done, nullptr));
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     CloseHandle(reader);
-    EXPECT_FALSE(ReadFile(reader, buffer, 1, &done, nullptr));  // closed
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
 TEST_F(FileTest, FileTimesRoundTripThroughAHandle) {
