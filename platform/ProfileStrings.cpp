@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cwchar>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -179,8 +180,25 @@ private:
     std::vector<std::wstring> lines_;
 };
 
+// The separator of a named locale, decoded in that locale's own character
+// set; nothing when the system does not know the locale.
+std::optional<std::wstring> ThousandsSeparatorOf(const char *name) {
+    locale_t locale = newlocale(LC_NUMERIC_MASK | LC_CTYPE_MASK, name, static_cast<locale_t>(0));
+    if (!locale) return std::nullopt;
+    std::string separator = nl_langinfo_l(THOUSEP, locale);
+    locale_t previous = uselocale(locale);
+    std::wstring wide(separator.size() + 1, L'\0');
+    std::size_t length = std::mbstowcs(wide.data(), separator.c_str(), wide.size());
+    uselocale(previous);
+    freelocale(locale);
+    if (length == static_cast<std::size_t>(-1)) return std::wstring();
+    wide.resize(length);
+    return wide;
+}
+
 // The thousands separator of the user's locale as the environment names
-// it, independent of what the process chose with setlocale.
+// it, independent of what the process chose with setlocale. Kept per locale
+// name once known, since sizes are formatted by the thousand.
 std::wstring LocaleThousandsSeparator() {
     const char *name = nullptr;
     for (const char *variable : {"LC_ALL", "LC_NUMERIC", "LANG"}) {
@@ -191,18 +209,15 @@ std::wstring LocaleThousandsSeparator() {
         }
     }
     if (!name) return std::wstring();
-    locale_t locale = newlocale(LC_NUMERIC_MASK | LC_CTYPE_MASK, name, static_cast<locale_t>(0));
-    if (!locale) return std::wstring();
-    std::string separator = nl_langinfo_l(THOUSEP, locale);
-    // The text is in the locale's own character set.
-    locale_t previous = uselocale(locale);
-    std::wstring wide(separator.size() + 1, L'\0');
-    std::size_t length = std::mbstowcs(wide.data(), separator.c_str(), wide.size());
-    uselocale(previous);
-    freelocale(locale);
-    if (length == static_cast<std::size_t>(-1)) return std::wstring();
-    wide.resize(length);
-    return wide;
+    static std::mutex lock;
+    static std::map<std::string, std::wstring> known;
+    std::lock_guard<std::mutex> guard(lock);
+    auto found = known.find(name);
+    if (found != known.end()) return found->second;
+    std::optional<std::wstring> separator = ThousandsSeparatorOf(name);
+    if (!separator) return std::wstring();
+    known.emplace(name, *separator);
+    return *separator;
 }
 
 bool IsThousandsSeparatorKey(LPCWSTR section, LPCWSTR key) {

@@ -296,16 +296,17 @@ public:
         return static_cast<ssize_t>(count);
     }
 
+    // As fopencookie asks: the bytes taken, or 0 with errno set on failure.
     ssize_t Write(const char *buffer, std::size_t size) {
         if (kind_ == Kind::Writer) return WriteThrough(buffer, size);
         if (kind_ == Kind::Reader) {
             errno = EBADF;
-            return -1;
+            return 0;
         }
         if (append_ || position_ > content_.size()) position_ = content_.size();
         content_.replace(position_, std::min(size, content_.size() - position_), buffer, size);
         position_ += size;
-        return WriteBack() ? static_cast<ssize_t>(size) : -1;
+        return WriteBack() ? static_cast<ssize_t>(size) : 0;
     }
 
     int Seek(off64_t *offset, int whence) {
@@ -352,7 +353,7 @@ private:
         std::string_view whole(carry_.data(), complete);
         bool written = WriteAll(fd_.Get(), EncodeForFile(platform::FromUtf8(whole), encoding_));
         carry_.erase(0, complete);
-        if (!written) return -1;
+        if (!written) return 0;
         position_ += size;
         return static_cast<ssize_t>(size);
     }

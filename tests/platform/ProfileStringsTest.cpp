@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "ScopedEnv.h"
 #include "platform/ProfileStrings.h"
 #include "platform/WideText.h"
 #include "support/TempHome.h"
@@ -18,28 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class ScopedEnv {
-public:
-    ScopedEnv(const char *name, const char *value) : name_(name) {
-        if (const char *old = std::getenv(name)) previous_ = old;
-        if (value) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnv() {
-        if (previous_) {
-            setenv(name_.c_str(), previous_->c_str(), 1);
-        } else {
-            unsetenv(name_.c_str());
-        }
-    }
-
-private:
-    std::string name_;
-    std::optional<std::string> previous_;
-};
+using testsupport::ScopedEnv;
 
 class ProfileStringsTest : public testsupport::HomeTest {
 protected:
@@ -171,6 +151,11 @@ bool GermanLocaleAvailable(const fs::path &folder) {
         return german != static_cast<locale_t>(0);
     };
     if (available()) return true;
+#ifdef __SANITIZE_ADDRESS__
+    // glibc never frees the search path of a locale found through LOCPATH,
+    // which the leak checker reports.
+    return false;
+#endif
     fs::create_directories(folder);
     const std::string command =
         "localedef -i de_DE -f UTF-8 '" + folder.string() + "/de_DE.UTF-8' >/dev/null 2>&1";

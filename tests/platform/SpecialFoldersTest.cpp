@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "ScopedEnv.h"
 #include "platform/SpecialFolders.h"
 #include "platform/WideText.h"
 #include "platform/WinError.h"
@@ -21,29 +22,7 @@ namespace fs = std::filesystem;
 
 std::wstring Wide(const fs::path &path) { return platform::FromUtf8(path.string()); }
 
-// Sets (or with null, removes) a variable for the scope of a test.
-class ScopedEnv {
-public:
-    ScopedEnv(const char *name, const char *value) : name_(name) {
-        if (const char *old = std::getenv(name)) previous_ = old;
-        if (value) {
-            setenv(name, value, 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnv() {
-        if (previous_) {
-            setenv(name_.c_str(), previous_->c_str(), 1);
-        } else {
-            unsetenv(name_.c_str());
-        }
-    }
-
-private:
-    std::string name_;
-    std::optional<std::string> previous_;
-};
+using testsupport::ScopedEnv;
 
 mode_t ModeOf(const fs::path &path) {
     struct stat info {};

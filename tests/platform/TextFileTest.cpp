@@ -272,6 +272,19 @@ TEST_F(TextFileTest, FailuresGiveNullAndTheLastError) {
     EXPECT_FALSE(platform::WriteTextFile(L"/proc/no/such/file", L"x", false));
 }
 
+TEST_F(TextFileTest, AFullDiskFailsTheMarkOrTheClose) {
+    if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+    EXPECT_EQ(_wfopen(L"/dev/full", L"wt, ccs=UNICODE"), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+    FILE *file = _wfopen(L"/dev/full", L"wt");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(TextFilePuts(L"buffered", file), 0);
+    EXPECT_NE(std::fclose(file), 0);
+    SetLastError(0);
+    EXPECT_FALSE(platform::WriteTextFile(L"/dev/full", L"x", true));
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+}
+
 TEST_F(TextFileTest, ModeLettersAndCcsSpellings) {
     Write(File(), L"w, ccs=UTF-16LE", L"a");
     EXPECT_EQ(ReadBytes(File()), kMark + U16(L"a"));
