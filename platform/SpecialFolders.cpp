@@ -182,24 +182,6 @@ bool MakeFolders(const std::wstring &path, mode_t mode) {
     return true;
 }
 
-// A folder only this user can enter: made with mode 0700, and refused when
-// it is a link, or belongs to somebody else.
-bool MakePrivateFolder(const std::wstring &path) {
-    if (!MakeFolders(path, kPrivateMode)) return false;
-    std::string native = platform::ToUtf8(path);
-    struct stat info {};
-    if (::lstat(native.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
-        info.st_uid != ::geteuid()) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return false;
-    }
-    if ((info.st_mode & 077) != 0 && ::chmod(native.c_str(), kPrivateMode) != 0) {
-        platform::SetLastErrorFromErrno();
-        return false;
-    }
-    return true;
-}
-
 HRESULT ResolveFolder(int csidl, bool create, std::wstring &path) {
     std::optional<Folder> folder = KnownFolder(csidl);
     if (!folder) return E_INVALIDARG;
@@ -247,6 +229,22 @@ std::wstring UserHomeFolder() {
     std::wstring home = Environment("HOME");
     if (home.empty()) home = PasswordEntryHome();
     return home.empty() ? std::wstring(kPathSepString) : WithoutTrailingSeparator(home);
+}
+
+bool MakePrivateFolder(const std::wstring &path) {
+    if (!MakeFolders(path, kPrivateMode)) return false;
+    std::string native = ToUtf8(path);
+    struct stat info {};
+    if (::lstat(native.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
+        info.st_uid != ::geteuid()) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return false;
+    }
+    if ((info.st_mode & 077) != 0 && ::chmod(native.c_str(), kPrivateMode) != 0) {
+        SetLastErrorFromErrno();
+        return false;
+    }
+    return true;
 }
 
 std::wstring UserRuntimeFolder() {

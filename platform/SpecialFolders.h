@@ -59,5 +59,10 @@ std::wstring UserHomeFolder();
 // in the temporary folder. Made when missing; empty when no private folder
 // can be had.
 std::wstring UserRuntimeFolder();
+// Makes a folder only this user can enter: missing parents and the folder
+// with mode 0700; an existing folder of the user that is more open is
+// tightened to 0700. False, with the last error set, when it cannot be
+// made, or is a link or somebody else's folder (ERROR_ACCESS_DENIED).
+bool MakePrivateFolder(const std::wstring &path);
 
 }  // namespace platform

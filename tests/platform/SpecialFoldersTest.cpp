@@ -141,6 +141,16 @@ TEST_F(SpecialFoldersTest, RuntimeFolderIsPrivate) {
     fs::remove(User() / "run");
     testsupport::WriteBytes(User() / "run", "");
     EXPECT_EQ(platform::UserRuntimeFolder(), L"");
+
+    // A link planted where the folder should be is refused, even to our own folder.
+    fs::remove(User() / "run");
+    fs::create_directories(home.Path() / "elsewhere");
+    fs::create_directory_symlink(home.Path() / "elsewhere", User() / "run");
+    SetLastError(0);
+    EXPECT_EQ(platform::UserRuntimeFolder(), L"");
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(platform::MakePrivateFolder(Wide(home.Path() / "new/deeper")));
+    EXPECT_EQ(ModeOf(home.Path() / "new/deeper"), 0700u);
 }
 
 TEST_F(SpecialFoldersTest, HomeWithNamesOutsideLatin1) {
