@@ -114,19 +114,30 @@ TEST(Path, FindExtensionAndFileNameFollowShellRules) {
 }
 
 TEST(Path, WildcardsFollowWindowsRules) {
-    EXPECT_TRUE(platform::MatchesWildcard(L"README", L"*.*"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"a.b.c", L"*.*"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"REPORT.TXT", L"*.txt"));
-    EXPECT_FALSE(platform::MatchesWildcard(L"report.txt.bak", L"*.txt"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"\u00c4rger.Zip", L"\u00e4*.ZIP"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"ab", L"a?"));
-    EXPECT_FALSE(platform::MatchesWildcard(L"a", L"a?"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"axxbyyc", L"a*b*c"));
-    EXPECT_FALSE(platform::MatchesWildcard(L"axxbyy", L"a*b*c"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"", L"*"));
-    EXPECT_TRUE(platform::MatchesWildcard(L"", L""));
-    EXPECT_FALSE(platform::MatchesWildcard(L"a", L""));
-    EXPECT_TRUE(platform::MatchesWildcard(L"abc", L"***"));
+    struct Case {
+        const wchar_t *name;
+        const wchar_t *pattern;
+        bool matches;
+    };
+    const Case cases[] = {
+        {L"README", L"*.*", true},
+        {L"a.b.c", L"*.*", true},
+        {L"REPORT.TXT", L"*.txt", true},
+        {L"report.txt.bak", L"*.txt", false},
+        {L"\u00c4rger.Zip", L"\u00e4*.ZIP", true},
+        {L"ab", L"a?", true},
+        {L"a", L"a?", false},
+        {L"axxbyyc", L"a*b*c", true},
+        {L"axxbyy", L"a*b*c", false},
+        {L"", L"*", true},
+        {L"", L"", true},
+        {L"a", L"", false},
+        {L"abc", L"***", true},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(platform::MatchesWildcard(c.name, c.pattern), c.matches)
+            << platform::ToUtf8(c.name) << " ~ " << platform::ToUtf8(c.pattern);
+    }
     // Long runs of stars do not blow up.
     EXPECT_FALSE(
         platform::MatchesWildcard(std::wstring(2000, L'a'), std::wstring(500, L'*') + L"b"));
