@@ -301,7 +301,8 @@ const wchar_t *CFSUtils::GetMyArchivesFolder() {
 
 const wchar_t *CFSUtils::CreateUniqueFileName(const wchar_t *folder, const wchar_t *name) {
     static PathBuffer result;
-    std::wstring base = WithoutOneTrailingSeparator(Text(folder));
+    if (!folder || !*folder) return Keep(result, L"");
+    std::wstring base = WithoutOneTrailingSeparator(folder);
     if (!FileExists(base.c_str())) ForceDirectories(base.c_str());
     // The tick count goes through "%i", as it always has: above 2^31 ms of
     // uptime it prints negative, which is still a unique prefix.
@@ -316,17 +317,17 @@ const wchar_t *CFSUtils::CreateUniqueFileName(const wchar_t *folder, const wchar
 
 const wchar_t *CFSUtils::CreateUniqueFolder(const wchar_t *path, int number) {
     static PathBuffer result;
-    std::wstring candidate = FormatW(L"%s_%d", path ? path : L"", number);
-    while (FileExists(candidate.c_str())) {
-        candidate = FormatW(L"%s_%d", path ? path : L"", ++number);
-    }
+    if (!path || !*path) return Keep(result, L"");
+    std::wstring candidate = FormatW(L"%s_%d", path, number);
+    while (FileExists(candidate.c_str())) candidate = FormatW(L"%s_%d", path, ++number);
     ForceDirectories(candidate.c_str());
     return Keep(result, candidate);
 }
 
 const wchar_t *CFSUtils::CreateUniqueFolder(const wchar_t *parent, const wchar_t *name) {
     static PathBuffer result;
-    std::wstring candidate = Text(parent) + kPathSep + NameWithoutExtension(Text(name));
+    if (!parent || !*parent || !name || !*name) return Keep(result, L"");
+    std::wstring candidate = std::wstring(parent) + kPathSep + NameWithoutExtension(name);
     if (!FileExists(candidate.c_str())) {
         ForceDirectories(candidate.c_str());
         return Keep(result, candidate);

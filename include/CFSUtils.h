@@ -74,7 +74,8 @@ public:
     // The documents folder and the product's archives folder (string 321).
     static const wchar_t *GetMyArchivesFolder();
 
-    // Unique names.
+    // Unique names. An empty folder, path, parent or name gives "" and
+    // makes nothing.
     // "<folder>/<ticks>_<name>", numbered further while taken (at most 101
     // tries, then the last candidate); the folder is made when missing.
     static const wchar_t *CreateUniqueFileName(const wchar_t *folder, const wchar_t *name);

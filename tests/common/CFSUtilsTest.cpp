@@ -184,6 +184,11 @@ TEST_F(FSUtilsTest, CreateUniqueFolderNumbersFromOne) {
     EXPECT_EQ(fresh, parent + L"/fresh");
     EXPECT_TRUE(fs::is_directory(P(fresh)));
 
+    EXPECT_STREQ(CFSUtils::CreateUniqueFolder(nullptr, L"a.zip"), L"");
+    EXPECT_STREQ(CFSUtils::CreateUniqueFolder(parent.c_str(), L""), L"");
+    EXPECT_STREQ(CFSUtils::CreateUniqueFolder(nullptr, 1), L"");
+    EXPECT_STREQ(CFSUtils::CreateUniqueFileName(L"", L"a"), L"");
+
     MakeFile("out/x_5");
     EXPECT_EQ(std::wstring(CFSUtils::CreateUniqueFolder((parent + L"/x").c_str(), 5)),
               parent + L"/x_6")
