@@ -59,15 +59,21 @@ bool IsSameItem(const std::wstring &a, const std::wstring &b) {
 bool IsRoot(const std::wstring &path) { return IsSameItem(path, kPathSepString); }
 
 // The items a source names: itself, or the matches of a wildcard in its
-// last part ("." and ".." left out, folders too with FOF_FILESONLY).
-std::vector<std::wstring> ExpandSource(const std::wstring &source, FILEOP_FLAGS flags) {
-    if (!HasWildcards(source)) return {source};
-    std::vector<std::wstring> items;
+// last part ("." and ".." left out, folders too with FOF_FILESONLY). 0, or
+// the code of a folder that cannot be listed; no match is no failure.
+int ExpandSource(const std::wstring &source, FILEOP_FLAGS flags, std::vector<std::wstring> &items) {
+    items.clear();
+    if (!HasWildcards(source)) {
+        items.push_back(source);
+        return 0;
+    }
     const std::size_t cut = source.rfind(kPathSep);
     const std::wstring folder = cut == std::wstring::npos ? L"" : source.substr(0, cut + 1);
     WIN32_FIND_DATAW data;
     HANDLE find = FindFirstFileW(source.c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return items;
+    if (find == INVALID_HANDLE_VALUE) {
+        return GetLastError() == ERROR_FILE_NOT_FOUND ? 0 : LastFailure();
+    }
     do {
         const std::wstring name = data.cFileName;
         if (name == L"." || name == L"..") continue;
@@ -77,7 +83,7 @@ std::vector<std::wstring> ExpandSource(const std::wstring &source, FILEOP_FLAGS 
         items.push_back(folder + name);
     } while (FindNextFileW(find, &data));
     FindClose(find);
-    return items;
+    return 0;
 }
 
 // "name - Copy.ext", then "name - Copy (2).ext" and on, as the shell names
@@ -111,7 +117,9 @@ int MoveOne(const std::wstring &source, const std::wstring &target) {
 
 int MoveMerging(const std::wstring &source, const std::wstring &target) {
     const std::wstring pattern = platform::JoinPath(source, L"*");
-    for (const std::wstring &item : ExpandSource(pattern, 0)) {
+    std::vector<std::wstring> items;
+    if (int result = ExpandSource(pattern, 0, items)) return result;
+    for (const std::wstring &item : items) {
         const std::wstring into = platform::JoinPath(target, platform::FileNamePart(item));
         if (int result = MoveOne(item, into)) return result;
     }
@@ -156,7 +164,8 @@ int Transfer(UINT function, const std::vector<std::wstring> &sources,
         const std::wstring &destination = paired ? targets[i] : targets.front();
         const bool intoFolder =
             IsFolder(destination) || HasWildcards(sources[i]) || (!paired && sources.size() > 1);
-        const std::vector<std::wstring> items = ExpandSource(sources[i], flags);
+        std::vector<std::wstring> items;
+        if (int result = ExpandSource(sources[i], flags, items)) return result;
         if (intoFolder && !items.empty() && !platform::CreateFolders(destination))
             return LastFailure();
         for (const std::wstring &item : items) {
@@ -171,7 +180,9 @@ int Transfer(UINT function, const std::vector<std::wstring> &sources,
 
 int Delete(const std::vector<std::wstring> &sources, FILEOP_FLAGS flags) {
     for (const std::wstring &source : sources) {
-        for (const std::wstring &item : ExpandSource(source, flags)) {
+        std::vector<std::wstring> items;
+        if (int result = ExpandSource(source, flags, items)) return result;
+        for (const std::wstring &item : items) {
             if (!Exists(item)) return LastFailure();
             if (IsRoot(item)) return DE_ROOTDIR;
             const BOOL done =
@@ -401,7 +412,8 @@ BOOL MoveToTrash(const std::wstring &path) {
         !DeviceOf(trash, trashDevice)) {
         return FALSE;
     }
-    if (itemDevice == trashDevice) return MoveIntoTrash(item, trash, ToUtf8(item), false);
+    // Renaming can still meet another mount of the same file system, hence the copy.
+    if (itemDevice == trashDevice) return MoveIntoTrash(item, trash, ToUtf8(item), true);
     if (MountTrashAllowed()) {
         const std::wstring top = MountTop(item, itemDevice);
         if (!top.empty() && MoveIntoMountTrash(item, top)) return TRUE;

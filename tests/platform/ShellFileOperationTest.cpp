@@ -124,6 +124,8 @@ TEST_F(ShellFileOperationTest, SeveralSourcesAndWildcardsGoIntoTheDestinationFol
 
     // A wildcard that matches nothing leaves nothing to do.
     EXPECT_EQ(Operate(FO_DELETE, List({dir / "*.none"}), L"", kQuiet), 0);
+    EXPECT_EQ(Operate(FO_DELETE, List({dir / "missing/*.*"}), L"", kQuiet),
+              static_cast<int>(ERROR_PATH_NOT_FOUND));
 }
 
 TEST_F(ShellFileOperationTest, MultipleDestinationsPairWithTheSources) {
