@@ -24,14 +24,34 @@
 #include "platform/WideText.h"
 #include "platform/WinError.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+// TerminateThread unwinds a thread from inside a system call. Frames that
+// unwinding skips leave their stack poisoned, and the address sanitizer then
+// reports its own bookkeeping as an error at the next landing pad. With
+// locals on the sanitizer's separate stacks nothing stale is left behind, so
+// sanitizer builds of anything that loads this library run with that on.
+extern "C" int __asan_option_detect_stack_use_after_return;
+namespace {
+[[gnu::constructor]] void KeepLocalsOffTheThreadStack() {
+    __asan_option_detect_stack_use_after_return = 1;
+}
+}  // namespace
+#endif
+
 namespace platform {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The waits of this layer are not cancellation points: a thread ended with
-// TerminateThread must not unwind through a condition variable wait.
+// A thread made by CreateThread can be ended by TerminateThread, a deferred
+// pthread_cancel. Its waits here are places where that happens as well: they
+// sleep in slices and look for a pending request between them, never inside
+// a condition variable wait, which must not be unwound through.
+thread_local bool terminable = false;
+constexpr auto kTerminationSlice = std::chrono::milliseconds(50);
+constexpr DWORD kTerminateWaitMilliseconds = 1000;
+
 class CancellationOff {
 public:
     CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_); }
@@ -43,16 +63,29 @@ private:
     int previous_ = PTHREAD_CANCEL_ENABLE;
 };
 
+void TerminationPoint() {
+    if (terminable) pthread_testcancel();
+}
+
 // Waits on `changed` until `ready` holds or the time is up; true if ready.
 template <typename Ready>
 bool WaitFor(std::condition_variable &changed, std::unique_lock<std::mutex> &lock,
              DWORD milliseconds, Ready ready) {
-    CancellationOff noCancel;
-    if (milliseconds == INFINITE) {
-        changed.wait(lock, ready);
-        return true;
+    const bool finite = milliseconds != INFINITE;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(finite ? milliseconds : 0);
+    for (;;) {
+        TerminationPoint();
+        CancellationOff noCancel;
+        if (!terminable) {
+            if (finite) return changed.wait_until(lock, deadline, ready);
+            changed.wait(lock, ready);
+            return true;
+        }
+        auto until = Clock::now() + kTerminationSlice;
+        if (finite) until = std::min(until, deadline);
+        if (changed.wait_until(lock, until, ready)) return true;
+        if (finite && Clock::now() >= deadline) return false;
     }
-    return changed.wait_for(lock, std::chrono::milliseconds(milliseconds), ready);
 }
 
 }  // namespace
@@ -140,6 +173,7 @@ private:
 void *ThreadMain(void *argument) {
     std::unique_ptr<ThreadLaunch> launch(static_cast<ThreadLaunch *>(argument));
     std::shared_ptr<ThreadState> state = launch->state;
+    terminable = true;
     {
         std::lock_guard<std::mutex> lock(state->mutex);
         state->tid = gettid();
@@ -219,15 +253,21 @@ BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
         return FALSE;
     }
     platform::ThreadState &state = object->State();
-    // Under the lock the thread cannot pass its end, so its pthread_t is
-    // still valid while it is marked running.
-    std::lock_guard<std::mutex> lock(state.mutex);
-    if (!state.running) return TRUE;
-    if (!state.terminateRequested) {
-        state.terminateRequested = true;
-        state.terminateCode = exitCode;
-        pthread_cancel(state.thread);
+    {
+        // Under the lock the thread cannot pass its end, so its pthread_t is
+        // still valid while it is marked running.
+        std::lock_guard<std::mutex> lock(state.mutex);
+        if (!state.running) return TRUE;
+        if (!state.terminateRequested) {
+            state.terminateRequested = true;
+            state.terminateCode = exitCode;
+            pthread_cancel(state.thread);
+        }
+        if (state.tid == gettid()) return TRUE;
     }
+    // A thread stopped by Windows is gone at once; here it ends at its next
+    // blocking call, which callers are given a moment to reach.
+    state.finished.Wait(platform::kTerminateWaitMilliseconds);
     return TRUE;
 }
 
@@ -275,11 +315,15 @@ public:
         std::unique_lock<std::mutex> lock(s.mutex);
         const std::uint64_t generation = s.generation;
         ++s.waiting;
+        // Counted out also when the thread is ended inside the wait.
+        struct Waiting {
+            unsigned &count;
+            ~Waiting() { --count; }
+        } waiting{s.waiting};
         bool released = WaitFor(s.changed, lock, milliseconds, [&] {
             return s.signalled ||
                    (s.manualReset ? s.generation != generation : s.pulseReleases > 0);
         });
-        --s.waiting;
         if (!released) return WAIT_TIMEOUT;
         if (!s.manualReset) {
             if (s.signalled) {
@@ -396,7 +440,6 @@ public:
     DWORD Wait(DWORD milliseconds) override {
         constexpr auto kOwnerCheck = std::chrono::milliseconds(50);
         const pid_t self = gettid();
-        CancellationOff noCancel;
         std::unique_lock<std::mutex> lock(mutex_);
         if (owner_ == self) {
             ++count_;
@@ -411,6 +454,8 @@ public:
                 if (Clock::now() >= deadline) return WAIT_TIMEOUT;
                 until = std::min(until, deadline);
             }
+            TerminationPoint();
+            CancellationOff noCancel;
             released_.wait_until(lock, until);
         }
     }
@@ -463,7 +508,8 @@ struct SharedMapping {
 };
 
 std::mutex mappingsMutex;
-std::map<std::pair<dev_t, ino_t>, SharedMapping *> mappings;
+// Never destroyed, like the mappings it lists.
+auto &mappings = *new std::map<std::pair<dev_t, ino_t>, SharedMapping *>;
 
 SharedMapping *MapSharedMutex(int fd, const std::string &path) {
     struct stat info;
@@ -541,29 +587,13 @@ public:
     ~SharedMutex() override { close(fd_); }
 
     DWORD Wait(DWORD milliseconds) override {
-        pthread_mutex_t *mutex = &mapping_->data->mutex;
-        int error;
-        if (milliseconds == INFINITE) {
-            error = pthread_mutex_lock(mutex);
-        } else if (milliseconds == 0) {
-            error = pthread_mutex_trylock(mutex);
-        } else {
-            timespec deadline;
-            clock_gettime(CLOCK_MONOTONIC, &deadline);
-            deadline.tv_sec += milliseconds / 1000;
-            deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
-            if (deadline.tv_nsec >= 1000000000L) {
-                deadline.tv_nsec -= 1000000000L;
-                ++deadline.tv_sec;
-            }
-            error = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline);
-        }
+        const int error = Lock(milliseconds);
         switch (error) {
             case 0:
                 ++mapping_->heldHere;
                 return WAIT_OBJECT_0;
             case EOWNERDEAD:
-                pthread_mutex_consistent(mutex);
+                pthread_mutex_consistent(&mapping_->data->mutex);
                 ++mapping_->heldHere;
                 return WAIT_ABANDONED;
             case EBUSY:
@@ -582,6 +612,42 @@ public:
     }
 
 private:
+    // pthread_mutex_lock and kin: 0, EOWNERDEAD, or ETIMEDOUT / EBUSY. A
+    // thread that TerminateThread may end locks in slices.
+    int Lock(DWORD milliseconds) {
+        pthread_mutex_t *mutex = &mapping_->data->mutex;
+        if (milliseconds == 0) return pthread_mutex_trylock(mutex);
+        if (milliseconds == INFINITE && !terminable) return pthread_mutex_lock(mutex);
+        const bool finite = milliseconds != INFINITE;
+        const timespec deadline = MonotonicAfter(finite ? milliseconds : 0);
+        for (;;) {
+            TerminationPoint();
+            timespec until = deadline;
+            if (terminable) {
+                timespec slice = MonotonicAfter(static_cast<DWORD>(kTerminationSlice.count()));
+                if (!finite || Earlier(slice, deadline)) until = slice;
+            }
+            int error = pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &until);
+            if (error != ETIMEDOUT || (finite && !Earlier(until, deadline))) return error;
+        }
+    }
+
+    static timespec MonotonicAfter(DWORD milliseconds) {
+        timespec at;
+        clock_gettime(CLOCK_MONOTONIC, &at);
+        at.tv_sec += milliseconds / 1000;
+        at.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
+        if (at.tv_nsec >= 1000000000L) {
+            at.tv_nsec -= 1000000000L;
+            ++at.tv_sec;
+        }
+        return at;
+    }
+
+    static bool Earlier(const timespec &a, const timespec &b) {
+        return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+    }
+
     int fd_;
     SharedMapping *mapping_;
 };

@@ -42,9 +42,9 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize,
                     LPDWORD threadId);
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
 DWORD GetThreadId(HANDLE thread);
-// Asks the thread to end at its next blocking call (POSIX deferred
-// cancellation); its stack unwinds and its handle then reports exitCode.
-// Waits inside this layer are not such points.
+// Ends the thread at its next blocking call (POSIX deferred cancellation:
+// a sleep, a read, a wait of this layer); its stack unwinds and its handle
+// then reports exitCode. Waits up to a second for that before returning.
 BOOL TerminateThread(HANDLE thread, DWORD exitCode);
 DWORD GetCurrentThreadId();
 void Sleep(DWORD milliseconds);

@@ -169,25 +169,48 @@ TEST(Threads, ClosingTheHandleLeavesTheThreadRunning) {
     EXPECT_EQ(CreateThread(nullptr, 0, nullptr, nullptr, 0, nullptr), nullptr);
 }
 
+namespace {
+
+std::atomic<int> unwound{0};
+
+struct CountsUnwinding {
+    ~CountsUnwinding() { ++unwound; }
+};
+
+// Ends `thread` and checks that it is over when TerminateThread returns.
+void ExpectTerminated(HANDLE thread) {
+    ASSERT_NE(thread, nullptr);
+    Sleep(30);  // let it reach its blocking call
+    const int before = unwound;
+    EXPECT_TRUE(TerminateThread(thread, 9));
+    EXPECT_EQ(WaitForSingleObject(thread, 0), WAIT_OBJECT_0);
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, 9u);
+    EXPECT_EQ(unwound, before + 1);
+    CloseHandle(thread);
+}
+
+}  // namespace
+
 TEST(Threads, TerminatedThreadUnwindsAndReportsTheGivenCode) {
-    static std::atomic<bool> unwound{false};
-    struct Unwind {
-        ~Unwind() { unwound = true; }
-    };
-    Handle thread(CreateThread(
+    ExpectTerminated(CreateThread(
         nullptr, 0,
         [](LPVOID) -> DWORD {
-            Unwind guard;
+            CountsUnwinding guard;
             for (;;) Sleep(10);
         },
         nullptr, 0, nullptr));
-    ASSERT_NE(thread.get(), nullptr);
-    EXPECT_TRUE(TerminateThread(thread.get(), 9));
-    EXPECT_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
-    DWORD code = 0;
-    EXPECT_TRUE(GetExitCodeThread(thread.get(), &code));
-    EXPECT_EQ(code, 9u);
-    EXPECT_TRUE(unwound);
+
+    // A thread blocked in a wait of this layer ends as well.
+    Handle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    ExpectTerminated(CreateThread(
+        nullptr, 0,
+        [](LPVOID event) -> DWORD {
+            CountsUnwinding guard;
+            return WaitForSingleObject(event, INFINITE);
+        },
+        never.get(), 0, nullptr));
 }
 
 TEST(Mutexes, OwnerMayTakeItAgainAndOthersWait) {
@@ -320,6 +343,20 @@ TEST_F(NamedMutex, OwnerThatDiesLeavesItAbandonedToTheNextWait) {
     // Abandonment is reported once; the mutex is then an ordinary one.
     EXPECT_TRUE(ReleaseMutex(mutex.get()));
     EXPECT_EQ(WaitForSingleObject(mutex.get(), 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+}
+
+TEST_F(NamedMutex, TerminatedThreadStopsWaitingForIt) {
+    Handle mutex(CreateMutexW(nullptr, TRUE, kName));
+    ASSERT_NE(mutex.get(), nullptr);
+    ExpectTerminated(CreateThread(
+        nullptr, 0,
+        [](LPVOID) -> DWORD {
+            CountsUnwinding guard;
+            Handle own(CreateMutexW(nullptr, FALSE, kName));
+            return WaitForSingleObject(own.get(), INFINITE);
+        },
+        nullptr, 0, nullptr));
     EXPECT_TRUE(ReleaseMutex(mutex.get()));
 }
 
