@@ -39,12 +39,7 @@ std::string ModulePath(HMODULE module) {
     return map->l_name;
 }
 
-struct LibraryName {
-    const wchar_t *windowsName;
-    const wchar_t *sharedObject;
-};
-
-constexpr LibraryName kLibraryNames[] = {
+constexpr NameMapping kLibraryNames[] = {
     {L"Resources.dll", L"libvarnick-resources.so"},
     {L"NonLocalizedResources.dll", L"libvarnick-nlresources.so"},
     {L"VarnickEngine.dll", L"libVarnickEngine.so"},
@@ -52,9 +47,7 @@ constexpr LibraryName kLibraryNames[] = {
 
 // The shared object's file name for a Windows library name.
 std::wstring SharedObjectName(const std::wstring &name) {
-    for (const LibraryName &library : kLibraryNames) {
-        if (EqualsNoCase(name, library.windowsName)) return library.sharedObject;
-    }
+    if (const wchar_t *mapped = MappedName(kLibraryNames, name)) return mapped;
     if (EndsWithNoCase(name, L".dll") && name.size() > 4) {
         return L"lib" + name.substr(0, name.size() - 4) + L".so";
     }
@@ -102,6 +95,13 @@ HMODULE OpenLibrary(const wchar_t *fileName, int flags) {
 }
 
 }  // namespace
+
+const wchar_t *MappedName(std::span<const NameMapping> table, std::wstring_view windowsName) {
+    for (const NameMapping &entry : table) {
+        if (EqualsNoCase(windowsName, entry.windowsName)) return entry.posixName;
+    }
+    return nullptr;
+}
 
 HMODULE LibraryModule() {
     static HMODULE library = [] {

@@ -9,7 +9,9 @@
 // looked for as libName.so there as well.
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "platform/WinTypes.h"
 
@@ -47,6 +49,15 @@ HMODULE LibraryModule();
 // The folder of this library, where its programs and resource libraries
 // lie; no trailing separator.
 std::wstring ProgramFolder();
+// One entry of a table from the product's Windows file names to their
+// POSIX names; the program and library name maps are such tables.
+struct NameMapping {
+    const wchar_t *windowsName;
+    const wchar_t *posixName;
+};
+// The POSIX name of `windowsName` (compared without regard to case), or null.
+const wchar_t *MappedName(std::span<const NameMapping> table, std::wstring_view windowsName);
+
 // The text of string `id` in `instance`, or null when it has none. The
 // pointer stays valid while the library is loaded.
 const wchar_t *FindResourceString(HINSTANCE instance, UINT id);

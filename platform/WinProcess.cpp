@@ -113,12 +113,7 @@ std::wstring JoinCommandLine(const std::vector<std::wstring> &arguments) {
 
 namespace {
 
-struct ProgramName {
-    const wchar_t *windowsName;
-    const wchar_t *executable;
-};
-
-constexpr ProgramName kProgramNames[] = {
+constexpr NameMapping kProgramNames[] = {
     {L"CmdLine.exe", L"varnick-cmdline"},
     {L"wizard.exe", L"varnick-wizard"},
     {L"Scheduler.exe", L"varnick-scheduler"},
@@ -135,12 +130,10 @@ std::wstring MapProgramName(const std::wstring &path) {
     // A name built with a Windows separator is recognised as well.
     std::size_t cut = path.find_last_of(L"/\\");
     std::wstring name = cut == std::wstring::npos ? path : path.substr(cut + 1);
-    for (const ProgramName &program : kProgramNames) {
-        if (!EqualsNoCase(name, program.windowsName)) continue;
-        std::wstring folder = cut == std::wstring::npos ? ProgramFolder() : path.substr(0, cut);
-        return JoinPath(folder, program.executable);
-    }
-    return path;
+    const wchar_t *executable = MappedName(kProgramNames, name);
+    if (!executable) return path;
+    std::wstring folder = cut == std::wstring::npos ? ProgramFolder() : path.substr(0, cut);
+    return JoinPath(folder, executable);
 }
 
 // ------------------------------------------------------------ processes
@@ -155,21 +148,13 @@ struct ProcessState {
     }
     pid_t pid = 0;
     int pidfd = -1;
-    CompletionSignal exited;
+    CompletionSignal completion;
     std::mutex mutex;
     bool terminateRequested = false;
     DWORD terminateCode = 0;
 };
 
-class ProcessObject : public KernelObject {
-public:
-    explicit ProcessObject(std::shared_ptr<ProcessState> state) : state_(std::move(state)) {}
-    DWORD Wait(DWORD milliseconds) override { return state_->exited.Wait(milliseconds); }
-    ProcessState &State() { return *state_; }
-
-private:
-    std::shared_ptr<ProcessState> state_;
-};
+using ProcessObject = CompletionHandle<ProcessState>;
 
 DWORD ExitCodeFromStatus(int status) {
     if (WIFEXITED(status)) return static_cast<DWORD>(WEXITSTATUS(status));
@@ -186,7 +171,7 @@ void ReapChild(std::shared_ptr<ProcessState> state) {
         std::lock_guard<std::mutex> lock(state->mutex);
         if (state->terminateRequested && WIFSIGNALED(status)) code = state->terminateCode;
     }
-    state->exited.Complete(code);
+    state->completion.Complete(code);
 }
 
 std::shared_ptr<ProcessState> TrackChild(pid_t pid) {
@@ -442,7 +427,7 @@ ProcessState *ProcessFromHandle(HANDLE handle) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    return &object->State();
+    return &object->Shared();
 }
 
 }  // namespace
@@ -534,14 +519,14 @@ BOOL CreateProcessW(LPCWSTR applicationName, LPWSTR commandLine, LPSECURITY_ATTR
 BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode) {
     platform::ProcessState *state = platform::ProcessFromHandle(process);
     if (!state || !exitCode) return FALSE;
-    *exitCode = state->exited.Code();
+    *exitCode = state->completion.Code();
     return TRUE;
 }
 
 BOOL TerminateProcess(HANDLE process, UINT exitCode) {
     platform::ProcessState *state = platform::ProcessFromHandle(process);
     if (!state) return FALSE;
-    if (state->exited.IsComplete()) {
+    if (state->completion.IsComplete()) {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }

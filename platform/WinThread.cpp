@@ -121,7 +121,7 @@ DWORD CompletionSignal::Wait(DWORD milliseconds) const {
 namespace {
 
 struct ThreadState {
-    CompletionSignal finished;
+    CompletionSignal completion;
     std::mutex mutex;
     std::condition_variable started;
     bool running = false;
@@ -131,15 +131,7 @@ struct ThreadState {
     DWORD terminateCode = 0;
 };
 
-class ThreadObject : public KernelObject {
-public:
-    explicit ThreadObject(std::shared_ptr<ThreadState> state) : state_(std::move(state)) {}
-    DWORD Wait(DWORD milliseconds) override { return state_->finished.Wait(milliseconds); }
-    ThreadState &State() { return *state_; }
-
-private:
-    std::shared_ptr<ThreadState> state_;
-};
+using ThreadObject = CompletionHandle<ThreadState>;
 
 struct ThreadLaunch {
     LPTHREAD_START_ROUTINE routine;
@@ -159,7 +151,7 @@ public:
             if (state_.terminateRequested) code = state_.terminateCode;
             state_.running = false;
         }
-        state_.finished.Complete(code);
+        state_.completion.Complete(code);
     }
     FinishOnExit(const FinishOnExit &) = delete;
     FinishOnExit &operator=(const FinishOnExit &) = delete;
@@ -220,7 +212,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackSize, LPTHREAD_START_ROUT
     std::unique_lock<std::mutex> lock(state->mutex);
     state->thread = thread;
     WaitFor(state->started, lock, INFINITE,
-            [&] { return state->tid != 0 || state->finished.IsComplete(); });
+            [&] { return state->tid != 0 || state->completion.IsComplete(); });
     if (threadId) *threadId = static_cast<DWORD>(state->tid);
     lock.unlock();
     return new ThreadObject(state);
@@ -232,7 +224,7 @@ BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    *exitCode = object->State().finished.Code();
+    *exitCode = object->Shared().completion.Code();
     return TRUE;
 }
 
@@ -242,8 +234,8 @@ DWORD GetThreadId(HANDLE thread) {
         SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
-    std::lock_guard<std::mutex> lock(object->State().mutex);
-    return static_cast<DWORD>(object->State().tid);
+    std::lock_guard<std::mutex> lock(object->Shared().mutex);
+    return static_cast<DWORD>(object->Shared().tid);
 }
 
 BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
@@ -252,7 +244,7 @@ BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    platform::ThreadState &state = object->State();
+    platform::ThreadState &state = object->Shared();
     {
         // Under the lock the thread cannot pass its end, so its pthread_t is
         // still valid while it is marked running.
@@ -267,7 +259,7 @@ BOOL TerminateThread(HANDLE thread, DWORD exitCode) {
     }
     // A thread stopped by Windows is gone at once; here it ends at its next
     // blocking call, which callers are given a moment to reach.
-    state.finished.Wait(platform::kTerminateWaitMilliseconds);
+    state.completion.Wait(platform::kTerminateWaitMilliseconds);
     return TRUE;
 }
 
@@ -308,7 +300,7 @@ struct EventState {
 class EventObject : public KernelObject {
 public:
     explicit EventObject(std::shared_ptr<EventState> state) : state_(std::move(state)) {}
-    EventState &State() { return *state_; }
+    EventState &Shared() { return *state_; }
 
     DWORD Wait(DWORD milliseconds) override {
         EventState &s = *state_;
@@ -348,10 +340,21 @@ std::shared_ptr<EventState> FindNamedEvent(const std::wstring &name) {
     return found == namedEvents.end() ? nullptr : found->second.lock();
 }
 
-EventObject *EventFromHandle(HANDLE handle) {
-    auto *object = ObjectAs<EventObject>(handle);
-    if (!object) SetLastError(ERROR_INVALID_HANDLE);
-    return object;
+// Changes the event's state under its lock, then wakes its waiters to look.
+template <typename Change>
+BOOL ChangeEvent(HANDLE event, Change change) {
+    auto *object = ObjectAs<EventObject>(event);
+    if (!object) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    EventState &s = object->Shared();
+    {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        change(s);
+    }
+    s.changed.notify_all();
+    return TRUE;
 }
 
 }  // namespace
@@ -387,41 +390,22 @@ HANDLE OpenEventW(DWORD, BOOL, LPCWSTR name) {
 }
 
 BOOL SetEvent(HANDLE event) {
-    auto *object = platform::EventFromHandle(event);
-    if (!object) return FALSE;
-    platform::EventState &s = object->State();
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        s.signalled = true;
-    }
-    s.changed.notify_all();
-    return TRUE;
+    return platform::ChangeEvent(event, [](platform::EventState &s) { s.signalled = true; });
 }
 
 BOOL ResetEvent(HANDLE event) {
-    auto *object = platform::EventFromHandle(event);
-    if (!object) return FALSE;
-    platform::EventState &s = object->State();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    s.signalled = false;
-    return TRUE;
+    return platform::ChangeEvent(event, [](platform::EventState &s) { s.signalled = false; });
 }
 
 BOOL PulseEvent(HANDLE event) {
-    auto *object = platform::EventFromHandle(event);
-    if (!object) return FALSE;
-    platform::EventState &s = object->State();
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
+    return platform::ChangeEvent(event, [](platform::EventState &s) {
         s.signalled = false;
         if (s.manualReset) {
             ++s.generation;
         } else if (s.waiting > s.pulseReleases) {
             ++s.pulseReleases;
         }
-    }
-    s.changed.notify_all();
-    return TRUE;
+    });
 }
 
 // ---------------------------------------------------------------- mutexes

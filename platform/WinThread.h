@@ -10,7 +10,9 @@
 #pragma once
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <utility>
 
 #include "platform/KernelObject.h"
 #include "platform/WinTypes.h"
@@ -94,6 +96,19 @@ private:
     mutable std::condition_variable changed_;
     bool complete_ = false;
     DWORD code_ = STILL_ACTIVE;
+};
+
+// A handle to something that ends once, sharing its state with whatever runs
+// it; the state's `completion` signal is what the handle waits for.
+template <typename State>
+class CompletionHandle : public KernelObject {
+public:
+    explicit CompletionHandle(std::shared_ptr<State> state) : state_(std::move(state)) {}
+    DWORD Wait(DWORD milliseconds) override { return state_->completion.Wait(milliseconds); }
+    State &Shared() { return *state_; }
+
+private:
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace platform

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "ScopedEnv.h"
 #include "platform/WideText.h"
 #include "platform/WinError.h"
 #include "platform/WinModule.h"
@@ -44,23 +45,11 @@ bool WaitForFile(const fs::path &path, std::chrono::milliseconds limit = std::ch
     return false;
 }
 
-// PATH with a folder of stand-in desktop tools in front; restored after.
-class ToolPath {
-public:
-    explicit ToolPath(const fs::path &folder, bool keepSystem = true) {
-        const char *old = std::getenv("PATH");
-        old_ = old ? old : "";
-        std::string value = folder.string();
-        if (keepSystem) value += ":" + old_;
-        setenv("PATH", value.c_str(), 1);
-    }
-    ~ToolPath() { setenv("PATH", old_.c_str(), 1); }
-    ToolPath(const ToolPath &) = delete;
-    ToolPath &operator=(const ToolPath &) = delete;
-
-private:
-    std::string old_;
-};
+// PATH with a folder of stand-in desktop tools in front (or alone).
+std::string ToolPath(const fs::path &folder, bool keepSystem = true) {
+    const char *old = std::getenv("PATH");
+    return folder.string() + (keepSystem && old ? ":" + std::string(old) : "");
+}
 
 // A stand-in tool that writes its arguments, one a line, to `record`.
 void WriteRecordingTool(const fs::path &tool, const fs::path &record) {
@@ -71,6 +60,12 @@ void WriteRecordingTool(const fs::path &tool, const fs::path &record) {
 class ProcessTest : public testsupport::HomeTest {
 protected:
     fs::path Folder(const std::string &name) { return home.Scratch(name); }
+
+    // ShellExecuteW's result as a number.
+    static LONG_PTR Shell(const wchar_t *verb, const std::wstring &file) {
+        return reinterpret_cast<LONG_PTR>(
+            ShellExecuteW(nullptr, verb, file.c_str(), nullptr, nullptr, SW_SHOW));
+    }
 
     int ShellResult(const SHELLEXECUTEINFOW &info) {
         return static_cast<int>(reinterpret_cast<LONG_PTR>(info.hInstApp));
@@ -217,10 +212,7 @@ TEST_F(ProcessTest, FailuresGiveTheWindowsResults) {
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
 
     // ShellExecuteW reports the same numbers as its result.
-    std::wstring missing = W(bin / "missing");
-    EXPECT_EQ(reinterpret_cast<LONG_PTR>(
-                  ShellExecuteW(nullptr, L"open", missing.c_str(), nullptr, nullptr, SW_SHOW)),
-              SE_ERR_FNF);
+    EXPECT_EQ(Shell(L"open", W(bin / "missing")), SE_ERR_FNF);
 }
 
 TEST_F(ProcessTest, DocumentsFoldersAndUrlsGoToTheDesktopTools) {
@@ -230,15 +222,14 @@ TEST_F(ProcessTest, DocumentsFoldersAndUrlsGoToTheDesktopTools) {
     fs::path printed = docs / "printed.txt";
     WriteRecordingTool(tools / "xdg-open", opened);
     WriteRecordingTool(tools / "lp", printed);
-    ToolPath path(tools);
+    testsupport::ScopedEnv path("PATH", ToolPath(tools).c_str());
     testsupport::WriteBytes(docs / "notes.txt", "hello");
     const std::wstring notes = W(docs / "notes.txt");
 
     auto run = [&](const wchar_t *verb, const std::wstring &file) {
         fs::remove(opened.string() + ".done");
         fs::remove(printed.string() + ".done");
-        return reinterpret_cast<LONG_PTR>(
-            ShellExecuteW(nullptr, verb, file.c_str(), nullptr, nullptr, SW_SHOW));
+        return Shell(verb, file);
     };
     EXPECT_GT(run(nullptr, notes), 32);
     ASSERT_TRUE(WaitForFile(opened));
@@ -266,11 +257,8 @@ TEST_F(ProcessTest, WithoutTheDesktopToolNothingIsAssociated) {
     fs::path empty = Folder("empty");
     fs::path docs = Folder("docs");
     testsupport::WriteBytes(docs / "notes.txt", "hello");
-    ToolPath path(empty, false);
-    std::wstring notes = W(docs / "notes.txt");
-    EXPECT_EQ(reinterpret_cast<LONG_PTR>(
-                  ShellExecuteW(nullptr, L"open", notes.c_str(), nullptr, nullptr, SW_SHOW)),
-              SE_ERR_NOASSOC);
+    testsupport::ScopedEnv path("PATH", ToolPath(empty, false).c_str());
+    EXPECT_EQ(Shell(L"open", W(docs / "notes.txt")), SE_ERR_NOASSOC);
 }
 
 TEST_F(ProcessTest, ChildWithoutAHandleIsReaped) {
@@ -278,10 +266,7 @@ TEST_F(ProcessTest, ChildWithoutAHandleIsReaped) {
     fs::path pidFile = bin / "pid";
     WriteScript(bin / "tool",
                 "echo $$ > '" + pidFile.string() + "'\ntouch '" + pidFile.string() + ".done'");
-    std::wstring tool = W(bin / "tool");
-    ASSERT_GT(reinterpret_cast<LONG_PTR>(
-                  ShellExecuteW(nullptr, nullptr, tool.c_str(), nullptr, nullptr, SW_SHOW)),
-              32);
+    ASSERT_GT(Shell(nullptr, W(bin / "tool")), 32);
     ASSERT_TRUE(WaitForFile(pidFile));
     const std::string proc = "/proc/" + std::to_string(std::stoi(ReadText(pidFile)));
     // A zombie would keep its /proc entry.
