@@ -1,12 +1,39 @@
 #include "platform/KernelObject.h"
 
 #include <chrono>
+#include <mutex>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/WinError.h"
 
 namespace platform {
+
+namespace {
+
+struct LiveObjects {
+    std::mutex lock;
+    std::unordered_set<const KernelObject *> objects;
+};
+
+// Never destroyed: objects may outlive static destruction at process exit.
+LiveObjects &Live() {
+    static auto *live = new LiveObjects;
+    return *live;
+}
+
+}  // namespace
+
+KernelObject::KernelObject() {
+    std::lock_guard guard(Live().lock);
+    Live().objects.insert(this);
+}
+
+KernelObject::~KernelObject() {
+    std::lock_guard guard(Live().lock);
+    Live().objects.erase(this);
+}
 
 DWORD KernelObject::Wait(DWORD) {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -16,13 +43,8 @@ DWORD KernelObject::Wait(DWORD) {
 KernelObject *ObjectFromHandle(HANDLE handle) {
     if (!handle || handle == INVALID_HANDLE_VALUE) return nullptr;
     auto *object = static_cast<KernelObject *>(handle);
-    return object->IsLive() ? object : nullptr;
-}
-
-BOOL CloseHandleImpl(KernelObject *object) {
-    object->marker_ = 0;
-    delete object;
-    return TRUE;
+    std::lock_guard guard(Live().lock);
+    return Live().objects.count(object) ? object : nullptr;
 }
 
 }  // namespace platform
@@ -33,7 +55,8 @@ BOOL CloseHandle(HANDLE handle) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    return platform::CloseHandleImpl(object);
+    delete object;
+    return TRUE;
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {

@@ -13,8 +13,8 @@ namespace platform {
 
 class KernelObject {
 public:
-    KernelObject() = default;
-    virtual ~KernelObject() = default;
+    KernelObject();
+    virtual ~KernelObject();
     KernelObject(const KernelObject &) = delete;
     KernelObject &operator=(const KernelObject &) = delete;
 
@@ -23,19 +23,12 @@ public:
     // WAIT_FAILED. Objects that cannot be waited on fail.
     virtual DWORD Wait(DWORD milliseconds);
 
-    // A handle is valid while its object lives; the marker catches a
-    // handle that was closed or never made by this layer.
-    bool IsLive() const { return marker_ == kLiveMarker; }
-
-private:
-    static constexpr std::uint32_t kLiveMarker = 0x4B4F424Au;
-    std::uint32_t marker_ = kLiveMarker;
-
-    friend BOOL CloseHandleImpl(KernelObject *);
 };
 
 // The object behind a handle, or null for null, INVALID_HANDLE_VALUE and
-// handles that are not live kernel objects.
+// handles that are not live kernel objects. Every object registers itself
+// while it lives, so a handle that was closed, or never made by this layer,
+// is refused without being read.
 KernelObject *ObjectFromHandle(HANDLE handle);
 
 template <typename T>

@@ -275,25 +275,10 @@ bool WriteNewFile(const std::wstring &path, const std::string &bytes) {
     return done;
 }
 
-bool MakePrivateFolder(const std::wstring &folder) {
-    const std::string narrow = platform::ToUtf8(folder);
-    if (mkdir(narrow.c_str(), S_IRWXU) == 0) return true;
-    struct stat info;
-    if (errno != EEXIST || lstat(narrow.c_str(), &info) != 0) {
-        platform::SetLastErrorFromErrno();
-        return false;
-    }
-    // Someone else's folder or a link planted there must not receive our files.
-    if (!S_ISDIR(info.st_mode) || info.st_uid != geteuid()) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return false;
-    }
-    return true;
-}
-
 bool PrepareTrash(const std::wstring &trash) {
-    return MakePrivateFolder(trash) && MakePrivateFolder(platform::JoinPath(trash, L"files")) &&
-           MakePrivateFolder(platform::JoinPath(trash, L"info"));
+    return platform::MakePrivateFolder(trash) &&
+           platform::MakePrivateFolder(platform::JoinPath(trash, L"files")) &&
+           platform::MakePrivateFolder(platform::JoinPath(trash, L"info"));
 }
 
 // Claims a name in the trash by creating its info file, then moves the item
