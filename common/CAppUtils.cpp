@@ -320,6 +320,20 @@ const wchar_t *CAppUtils::GetInstResNLPath() {
 
 // ------------------------------------------------------------------ texts
 
+std::uint64_t CAppUtils::GetPhysicalMemorySize() {
+    MEMORYSTATUSEX status{};
+    status.dwLength = sizeof status;
+    return GlobalMemoryStatusEx(&status) ? status.ullTotalPhys : 0;
+}
+
+std::uint64_t CAppUtils::GetMemoryLimit() {
+    MEMORYSTATUSEX status{};
+    status.dwLength = sizeof status;
+    if (!GlobalMemoryStatusEx(&status)) return 0;
+    return status.ullAvailPhys < status.ullAvailVirtual ? status.ullAvailPhys
+                                                        : status.ullAvailVirtual;
+}
+
 const wchar_t *CAppUtils::CreateGUID() {
     static std::wstring result;
     std::random_device random;

@@ -19,3 +19,4 @@
 #include "platform/WinModule.h"
 #include "platform/UiHost.h"
 #include "platform/WinUser.h"
+#include "platform/SystemInfo.h"

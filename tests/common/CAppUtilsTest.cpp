@@ -316,3 +316,17 @@ TEST(AppUtilsText, DateTimeFormatJoinsDateAndTime) {
     invalid.SetStatus(HighTimeStatus::invalid);
     EXPECT_STREQ(CAppUtils::GetDateTimeFormat(invalid, false), L"");
 }
+
+TEST(CAppUtilsMemory, FiguresAreConsistentWithTheMachine) {
+    const std::uint64_t physical = CAppUtils::GetPhysicalMemorySize();
+    const std::uint64_t limit = CAppUtils::GetMemoryLimit();
+    EXPECT_GT(physical, 64ull << 20);
+    EXPECT_GT(limit, 0u);
+    EXPECT_LE(limit, physical);
+
+    MEMORYSTATUSEX wrongSize{};
+    wrongSize.dwLength = 12;
+    EXPECT_FALSE(GlobalMemoryStatusEx(&wrongSize));
+    EXPECT_FALSE(GlobalMemoryStatusEx(nullptr));
+    EXPECT_GE(GetActiveProcessorCount(), 1u);
+}
