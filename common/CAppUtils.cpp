@@ -8,7 +8,7 @@
 
 #include "CFSUtils.h"
 #include "platform/Win32.h"
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 
 namespace {
 

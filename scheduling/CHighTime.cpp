@@ -1,4 +1,4 @@
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 
 #include <algorithm>
 #include <cwchar>

@@ -1,9 +1,9 @@
-#include "scheduling/CHighTimeSpan.h"
+#include "CHighTimeSpan.h"
 
 #include <cstdlib>
 #include <ctime>
 
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 #include "scheduling/TickArithmetic.h"
 
 namespace {

@@ -11,7 +11,7 @@
 
 #include "CAppUtils.h"
 #include "platform/Win32.h"
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;

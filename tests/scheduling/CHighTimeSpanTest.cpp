@@ -1,10 +1,10 @@
-#include "scheduling/CHighTimeSpan.h"
+#include "CHighTimeSpan.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 
 namespace {
 

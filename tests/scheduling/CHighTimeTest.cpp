@@ -1,4 +1,4 @@
-#include "scheduling/CHighTime.h"
+#include "CHighTime.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "scheduling/CJulianDate.h"
+#include "CJulianDate.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/WinTypes.h"
-#include "scheduling/HighTimeStatus.h"
+#include "HighTimeStatus.h"
 
 class CHighTimeSpan {
 public:

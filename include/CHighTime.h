@@ -9,8 +9,8 @@
 #include <ctime>
 
 #include "platform/WinTypes.h"
-#include "scheduling/CHighTimeSpan.h"
-#include "scheduling/HighTimeStatus.h"
+#include "CHighTimeSpan.h"
+#include "HighTimeStatus.h"
 
 class CHighTime {
 public:
