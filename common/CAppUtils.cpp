@@ -7,8 +7,8 @@
 #include <string>
 
 #include "CFSUtils.h"
-#include "platform/Win32.h"
 #include "CHighTime.h"
+#include "platform/Win32.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 
 #include <ctime>
 
-#include "platform/WinTypes.h"
 #include "CHighTimeSpan.h"
 #include "HighTimeStatus.h"
+#include "platform/WinTypes.h"
 
 class CHighTime {
 public:

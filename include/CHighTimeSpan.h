@@ -2,8 +2,8 @@
 // status.
 #pragma once
 
-#include "platform/WinTypes.h"
 #include "HighTimeStatus.h"
+#include "platform/WinTypes.h"
 
 class CHighTimeSpan {
 public:

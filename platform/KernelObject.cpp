@@ -68,8 +68,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     return object->Wait(milliseconds);
 }
 
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll,
-                             DWORD milliseconds) {
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll, DWORD milliseconds) {
     if (count == 0 || !handles) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;

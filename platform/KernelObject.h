@@ -22,7 +22,6 @@ public:
     // signalled. Returns WAIT_OBJECT_0, WAIT_ABANDONED, WAIT_TIMEOUT or
     // WAIT_FAILED. Objects that cannot be waited on fail.
     virtual DWORD Wait(DWORD milliseconds);
-
 };
 
 // The object behind a handle, or null for null, INVALID_HANDLE_VALUE and
@@ -42,5 +41,4 @@ BOOL CloseHandle(HANDLE handle);
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 // Waits for one (waitAll false) or all of the objects; polls, since kernel
 // objects of different kinds have no common wait primitive here.
-DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll,
-                             DWORD milliseconds);
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll, DWORD milliseconds);

@@ -78,8 +78,7 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
     }
     status->ullTotalPhys = total;
     status->ullAvailPhys = available;
-    status->dwMemoryLoad =
-        total ? static_cast<DWORD>(100 - (available * 100) / total) : 0;
+    status->dwMemoryLoad = total ? static_cast<DWORD>(100 - (available * 100) / total) : 0;
     status->ullTotalPageFile = total + info.totalswap * unit;
     status->ullAvailPageFile = available + info.freeswap * unit;
     status->ullTotalVirtual = AddressSpaceLimit();

@@ -239,7 +239,9 @@ extern "C" int MBToWC(const char *source, wchar_t *target, int size) {
     return static_cast<int>(fit);
 }
 
-int _wcsicmp(const wchar_t *a, const wchar_t *b) { return platform::CompareNoCase(View(a), View(b)); }
+int _wcsicmp(const wchar_t *a, const wchar_t *b) {
+    return platform::CompareNoCase(View(a), View(b));
+}
 
 int _wcsnicmp(const wchar_t *a, const wchar_t *b, std::size_t count) {
     std::wstring_view x = View(a), y = View(b);

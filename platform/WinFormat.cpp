@@ -297,8 +297,7 @@ int _vsnwprintf_s(wchar_t *buffer, std::size_t size, std::size_t count, const wc
     return CopyOut(buffer, size, size, text);
 }
 
-int _snwprintf_s(wchar_t *buffer, std::size_t size, std::size_t count, const wchar_t *format,
-                 ...) {
+int _snwprintf_s(wchar_t *buffer, std::size_t size, std::size_t count, const wchar_t *format, ...) {
     va_list args;
     va_start(args, format);
     int n = _vsnwprintf_s(buffer, size, count, format, args);

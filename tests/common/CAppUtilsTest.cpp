@@ -10,8 +10,8 @@
 #include <string>
 
 #include "CAppUtils.h"
-#include "platform/Win32.h"
 #include "CHighTime.h"
+#include "platform/Win32.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;

@@ -12,7 +12,9 @@ TEST(WideText, Utf8RoundTripOutsideLatin1) {
 }
 
 TEST(WideText, InvalidInputBecomesReplacementCharacter) {
-    EXPECT_EQ(platform::FromUtf8("a\xFF" "b\xC3"), L"a\uFFFDb\uFFFD");
+    EXPECT_EQ(platform::FromUtf8("a\xFF"
+                                 "b\xC3"),
+              L"a\uFFFDb\uFFFD");
     EXPECT_EQ(platform::FromUtf8("\xC0\x80"), L"\uFFFD\uFFFD");  // overlong NUL
     EXPECT_EQ(platform::ToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
 }
