@@ -13,9 +13,9 @@
 namespace {
 
 // The product's version: the "ProductVersion" of its version block.
-constexpr DWORD kVersionMajor = 14;
-constexpr DWORD kVersionMinor = 0;
-constexpr DWORD kVersionBuild = 0;
+constexpr DWORD kVersionMajor = VARNICK_VERSION_MAJOR;
+constexpr DWORD kVersionMinor = VARNICK_VERSION_MINOR;
+constexpr DWORD kVersionBuild = VARNICK_VERSION_PATCH;
 
 constexpr std::size_t kPathChars = platform::kPathBufferSize;
 constexpr int kDialogTextChars = 256;

@@ -15,10 +15,6 @@
 
 // Callers always pass null for these; the records themselves have no POSIX
 // meaning, so they stay incomplete here.
-struct SECURITY_ATTRIBUTES;
-using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES *;
-struct OVERLAPPED;
-using LPOVERLAPPED = OVERLAPPED *;
 
 using PLARGE_INTEGER = LARGE_INTEGER *;
 

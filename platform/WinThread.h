@@ -17,13 +17,6 @@
 #include "platform/KernelObject.h"
 #include "platform/WinTypes.h"
 
-struct SECURITY_ATTRIBUTES {
-    DWORD nLength;
-    LPVOID lpSecurityDescriptor;
-    BOOL bInheritHandle;
-};
-using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES *;
-
 using LPTHREAD_START_ROUTINE = DWORD (*)(LPVOID parameter);
 
 // The exit code of a thread or process that is still running.

@@ -186,6 +186,23 @@ struct SIZE {
     LONG cy;
 };
 
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES *;
+
+// Overlapped I/O is not offered; the record exists for signatures.
+struct OVERLAPPED {
+    ULONG_PTR Internal;
+    ULONG_PTR InternalHigh;
+    DWORD Offset;
+    DWORD OffsetHigh;
+    HANDLE hEvent;
+};
+using LPOVERLAPPED = OVERLAPPED *;
+
 struct GUID {
     std::uint32_t Data1;
     std::uint16_t Data2;

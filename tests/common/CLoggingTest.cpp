@@ -234,7 +234,8 @@ TEST_F(LoggingTest, DbgGoesToDebugOutput) {
 
 TEST_F(LoggingTest, LogFolderFollowsTheHomeAfterReset) {
     std::wstring first = CLogging::ErrorFilePath();
-    testsupport::TempHome other;
+    auto other = home.Scratch("other");
+    setenv("VARNICK_HOME", other.c_str(), 1);
     EXPECT_EQ(CLogging::ErrorFilePath(), first) << "kept for the process";
     CLogging::ResetLogFolder();
     CLogging::Err(L"A::B", 1, L".\\A", 1);

@@ -1,5 +1,7 @@
 #include "support/TempHome.h"
 
+#include "CLogging.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -18,6 +20,8 @@ TempHome::TempHome() {
         previousHome_ = old;
     }
     setenv("VARNICK_HOME", root_.c_str(), 1);
+    // The log folder is built once per process; build it anew below this home.
+    CLogging::ResetLogFolder();
 }
 
 TempHome::~TempHome() {
@@ -26,6 +30,7 @@ TempHome::~TempHome() {
     } else {
         unsetenv("VARNICK_HOME");
     }
+    CLogging::ResetLogFolder();
     std::error_code ignored;
     fs::permissions(root_, fs::perms::owner_all, fs::perm_options::add, ignored);
     fs::remove_all(root_, ignored);
