@@ -1,0 +1,153 @@
+// varnick: the command-line program for people. It works through the
+// library only.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CAppUtils.h"
+#include "CFSUtils.h"
+#include "platform/Win32.h"
+
+namespace {
+
+constexpr int kExitSuccess = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+void Print(const std::wstring &text) { std::fputs(platform::ToUtf8(text).c_str(), stdout); }
+
+void PrintError(const std::wstring &text) {
+    std::fputs(("varnick: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
+}
+
+int Usage(FILE *to) {
+    std::fputs(
+        "usage: varnick COMMAND [ARGUMENTS]\n"
+        "\n"
+        "commands:\n"
+        "  ls [FOLDER]     list a folder: attributes, date, size and name of each entry\n"
+        "  folders         show the folders the product keeps its data in\n"
+        "  --version       show the version\n"
+        "  --help          show this text\n"
+        "\n"
+        "VARNICK_HOME, when set, moves every folder of the product below it.\n",
+        to);
+    return to == stderr ? kExitUsage : kExitSuccess;
+}
+
+std::wstring AttributeText(DWORD attributes) {
+    std::wstring text = L"-----";
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY) text[0] = L'd';
+    if (attributes & FILE_ATTRIBUTE_READONLY) text[1] = L'r';
+    if (attributes & FILE_ATTRIBUTE_HIDDEN) text[2] = L'h';
+    if (attributes & FILE_ATTRIBUTE_SYSTEM) text[3] = L's';
+    if (attributes & FILE_ATTRIBUTE_ARCHIVE) text[4] = L'a';
+    return text;
+}
+
+std::wstring EntryLine(const WIN32_FIND_DATAW &entry) {
+    wchar_t date[64];
+    wchar_t time[64];
+    CAppUtils::FormatDateTime(&entry.ftLastWriteTime, date, time);
+    std::wstring size = L"<folder>";
+    if (!(entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        wchar_t text[32];
+        size = CAppUtils::FormatFileSize(entry.nFileSizeHigh, entry.nFileSizeLow, text);
+    }
+    return FormatW(L"%s  %s %s  %20s  %s\n", AttributeText(entry.dwFileAttributes).c_str(), date,
+                   time, size.c_str(), entry.cFileName);
+}
+
+// Lists FOLDER the way the library sees it: Windows attribute bits, local
+// dates in the user's short form, sizes with the thousands separator.
+int ListFolder(const std::wstring &folder) {
+    if (!CFSUtils::FolderExists(folder.c_str())) {
+        PrintError(FormatW(L"%s: no such folder", folder.c_str()));
+        return kExitFailure;
+    }
+    const std::wstring pattern = platform::JoinPath(folder, L"*.*");
+    WIN32_FIND_DATAW entry{};
+    HANDLE find = FindFirstFileW(pattern.c_str(), &entry);
+    if (find == INVALID_HANDLE_VALUE) {
+        PrintError(FormatW(L"%s: %s", folder.c_str(), CAppUtils::WinErrorToString(GetLastError())));
+        return kExitFailure;
+    }
+    std::uint64_t total = 0;
+    DWORD files = 0;
+    do {
+        if (std::wcscmp(entry.cFileName, L".") == 0 || std::wcscmp(entry.cFileName, L"..") == 0) {
+            continue;
+        }
+        Print(EntryLine(entry));
+        if (!(entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+            total += (static_cast<std::uint64_t>(entry.nFileSizeHigh) << 32) | entry.nFileSizeLow;
+            ++files;
+        }
+    } while (FindNextFileW(find, &entry));
+    FindClose(find);
+    wchar_t size[32];
+    Print(FormatW(L"%u files, %s bytes\n", files,
+                  CAppUtils::FormatFileSize(static_cast<std::int64_t>(total), size)));
+    return kExitSuccess;
+}
+
+int ShowFolders() {
+    struct Row {
+        const wchar_t *name;
+        int csidl;
+    };
+    const Row rows[] = {
+        {L"local application data", CSIDL_LOCAL_APPDATA},
+        {L"application data", CSIDL_APPDATA},
+        {L"common application data", CSIDL_COMMON_APPDATA},
+        {L"documents", CSIDL_PERSONAL},
+        {L"desktop", CSIDL_DESKTOPDIRECTORY},
+    };
+    for (const Row &row : rows) {
+        Print(FormatW(L"%-24s %s\n", row.name, platform::SpecialFolder(row.csidl, false).c_str()));
+    }
+    Print(FormatW(L"%-24s %s\n", L"my archives", CFSUtils::GetMyArchivesFolder()));
+    Print(FormatW(L"%-24s %s\n", L"temporary files", CFSUtils::GetTempFolder()));
+    Print(FormatW(L"%-24s %s\n", L"programs", CAppUtils::GetExePath()));
+    return kExitSuccess;
+}
+
+// The resource libraries lie beside the library; without them every text
+// of the product would be empty.
+bool LoadResources() {
+    HINSTANCE localized = LoadLibraryW(CAppUtils::GetInstResPath());
+    HINSTANCE nonLocalized = LoadLibraryW(CAppUtils::GetInstResNLPath());
+    if (!localized || !nonLocalized) {
+        PrintError(L"the resource libraries are missing beside the program");
+        return false;
+    }
+    CAppUtils::SetCommonHINST(localized, nonLocalized);
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    std::vector<std::wstring> args;
+    for (int i = 1; i < argc; ++i) args.push_back(platform::FromUtf8(argv[i]));
+    if (args.empty()) return Usage(stderr);
+    const std::wstring &command = args[0];
+    if (command == L"--help" || command == L"-h" || command == L"help") return Usage(stdout);
+    if (command == L"--version") {
+        Print(FormatW(L"varnick %s\n", CAppUtils::AppVersion()));
+        return kExitSuccess;
+    }
+    if (!LoadResources()) return kExitFailure;
+    if (command == L"ls") {
+        if (args.size() > 2) return Usage(stderr);
+        wchar_t current[1024];
+        std::wstring folder = args.size() == 2 ? args[1]
+                              : GetCurrentDirectoryW(1024, current) ? std::wstring(current)
+                                                                    : L".";
+        return ListFolder(folder);
+    }
+    if (command == L"folders" && args.size() == 1) return ShowFolders();
+    PrintError(FormatW(L"unknown command '%s'", command.c_str()));
+    return Usage(stderr);
+}
