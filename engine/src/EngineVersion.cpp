@@ -1,3 +1,3 @@
 #include "VarnickEngine.h"
 
-extern "C" const char *VarnickEngineVersionText(void) { return "0.1"; }
+extern "C" const char *VarnickEngineVersionText(void) { return "1.0.0.1"; }
