@@ -1,0 +1,143 @@
+// MD5 and SHA-1 of files and strings: the published test vectors, the block
+// edges of the two file readers, the digest files and the string keys.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CCrypto.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Hex(const unsigned char *bytes, unsigned length, bool upperCase) {
+    static const char *const kDigits[] = {"0123456789abcdef", "0123456789ABCDEF"};
+    std::string text;
+    for (unsigned n = 0; n < length; ++n) {
+        text += kDigits[upperCase][bytes[n] >> 4];
+        text += kDigits[upperCase][bytes[n] & 0x0F];
+    }
+    return text;
+}
+
+// libcrypto's one-shot digest of the bytes, in the form the library gives.
+std::wstring Expected(const EVP_MD *type, const std::string &bytes, bool upperCase) {
+    unsigned char value[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(bytes.data(), bytes.size(), value, &length, type, nullptr);
+    return platform::FromUtf8(Hex(value, length, upperCase));
+}
+
+std::wstring ExpectedMd5(const std::string &bytes) { return Expected(EVP_md5(), bytes, false); }
+std::wstring ExpectedSha1(const std::string &bytes) { return Expected(EVP_sha1(), bytes, true); }
+
+std::string Utf16(const std::wstring &text) {
+    std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+class DigestTest : public testsupport::HomeTest {
+protected:
+    fs::path scratch = home.Scratch();
+
+    std::wstring File(const std::string &name, const std::string &content) const {
+        testsupport::WriteBytes(scratch / name, content);
+        return platform::FromUtf8((scratch / name).string());
+    }
+};
+
+TEST_F(DigestTest, Md5OfFilesMatchesRfc1321Examples) {
+    const std::pair<std::string, const wchar_t *> vectors[] = {
+        {"", L"d41d8cd98f00b204e9800998ecf8427e"},
+        {"a", L"0cc175b9c0f1b6a831c399e269772661"},
+        {"abc", L"900150983cd24fb0d6963f7d28e17f72"},
+        {"message digest", L"f96b697d7cb7938d525a2f31aaf161d0"},
+        {"abcdefghijklmnopqrstuvwxyz", L"c3fcd3d76192e4007dfb496cca67e13b"},
+        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+         L"d174ab98d277d9f5a5611c2c9f419d9f"},
+        {"1234567890123456789012345678901234567890"
+         "1234567890123456789012345678901234567890",
+         L"57edf4a22be3c955ac49da2e2107b67a"},
+    };
+    for (const auto &[content, digest] : vectors) {
+        EXPECT_STREQ(CCrypto::ComputeMD5(File("m", content).c_str(), nullptr), digest) << content;
+    }
+}
+
+TEST_F(DigestTest, Sha1OfFilesMatchesFips180Examples) {
+    const std::pair<std::string, const wchar_t *> vectors[] = {
+        {"abc", L"A9993E364706816ABA3E25717850C26C9CD0D89D"},
+        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+         L"84983E441C3BD26EBAAE4AA1F95129E5E54670F1"},
+        // 125 whole blocks of 8,000 bytes and no rest.
+        {std::string(1000000, 'a'), L"34AA973CD4C4DAA4F61EEB2BDBAD27316534016F"},
+    };
+    for (const auto &[content, digest] : vectors) {
+        EXPECT_STREQ(CCrypto::ComputeSHA1(File("s", content).c_str(), nullptr), digest)
+            << content.size();
+    }
+}
+
+TEST_F(DigestTest, FileDigestsAreWholeAcrossBlockEdges) {
+    std::string content;
+    for (int n = 0; content.size() < 8000 + 513; ++n) content += static_cast<char>(n * 7 + 3);
+    for (std::size_t size : {511u, 512u, 513u, 1024u, 7999u, 8000u, 8001u, 8513u}) {
+        const std::string bytes = content.substr(0, size);
+        const std::wstring path = File("edge", bytes);
+        EXPECT_EQ(CCrypto::ComputeMD5(path.c_str(), nullptr), ExpectedMd5(bytes)) << size;
+        EXPECT_EQ(CCrypto::ComputeSHA1(path.c_str(), nullptr), ExpectedSha1(bytes)) << size;
+    }
+}
+
+TEST_F(DigestTest, UnreadableFileGivesDigestOfNothing) {
+    const std::wstring missing = platform::FromUtf8((scratch / "missing").string());
+    EXPECT_STREQ(CCrypto::ComputeMD5(missing.c_str(), nullptr),
+                 L"d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_STREQ(CCrypto::ComputeSHA1(missing.c_str(), nullptr),
+                 L"DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
+    EXPECT_STREQ(GetFileMD5(missing.c_str()), L"d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_STREQ(GetFileMD5(File("abc", "abc").c_str()), L"900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST_F(DigestTest, Sha1OfNullPathLeavesTheLastResult) {
+    const std::wstring last = CCrypto::ComputeSHA1(File("abc", "abc").c_str(), nullptr);
+    EXPECT_EQ(CCrypto::ComputeSHA1(nullptr, nullptr), last);
+}
+
+TEST_F(DigestTest, Md5KeyDigestsTheWholeUtf16Text) {
+    EXPECT_EQ(CCrypto::MakeMD5HashKey(L"abc"), ExpectedMd5(std::string("a\0b\0c\0", 6)));
+    // A character beyond the 16-bit plane is a surrogate pair of four bytes.
+    EXPECT_EQ(CCrypto::MakeMD5HashKey(L"x\U0001F600"), ExpectedMd5(Utf16(L"x\U0001F600")));
+    EXPECT_STREQ(CCrypto::MakeMD5HashKey(L""), L"d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST_F(DigestTest, Sha1KeyDigestsOnlyTheFirstHalfOfTheUtf16Text) {
+    EXPECT_EQ(CCrypto::MakeSHA1HashKey(L"abc"), ExpectedSha1(std::string("a\0b", 3)));
+    const std::wstring ab = CCrypto::MakeSHA1HashKey(L"ab");
+    EXPECT_EQ(ab, ExpectedSha1(std::string("a\0", 2)));
+    EXPECT_EQ(CCrypto::MakeSHA1HashKey(L"az"), ab);
+    EXPECT_NE(CCrypto::MakeSHA1HashKey(L"zb"), ab);
+}
+
+TEST_F(DigestTest, DigestFileHoldsTheDigestAndOneLineEnd) {
+    const fs::path md5 = scratch / "a.md5";
+    const fs::path sha1 = scratch / "a.sha1";
+    CCrypto::WriteMD5ToFile(platform::FromUtf8(md5.string()).c_str(),
+                            L"900150983cd24fb0d6963f7d28e17f72");
+    CCrypto::WriteSHA1ToFile(platform::FromUtf8(sha1.string()).c_str(),
+                             L"A9993E364706816ABA3E25717850C26C9CD0D89D");
+    EXPECT_EQ(testsupport::ReadBytes(md5), "900150983cd24fb0d6963f7d28e17f72\r\n");
+    EXPECT_EQ(testsupport::ReadBytes(sha1), "A9993E364706816ABA3E25717850C26C9CD0D89D\r\n");
+
+    const fs::path unwritable = scratch / "no such folder" / "a.md5";
+    CCrypto::WriteMD5ToFile(platform::FromUtf8(unwritable.string()).c_str(), L"0");
+    EXPECT_FALSE(fs::exists(unwritable.parent_path()));
+}
+
+}  // namespace
