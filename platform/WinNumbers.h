@@ -1,0 +1,25 @@
+// The Windows runtime's number conversions between integers and wide text.
+//
+// Reading (_wtoi, _wtoi64): blanks first (space, tab, and "\n\v\f\r"), then
+// an optional "+" or "-", then decimal digits up to the first character that
+// is not one ("12ab" is 12, "ab" is 0). A number out of range saturates at
+// the type's limit (INT_MAX / INT_MIN, _I64_MAX / _I64_MIN) and sets errno to
+// ERANGE, as the runtime does. A null text gives 0 with errno EINVAL. Only
+// the ASCII digits count.
+//
+// Writing (_itow, _i64tow, _ui64tow): radix 2 to 36, lower-case letters
+// above 9. A negative value has a sign only in radix 10; in any other radix
+// its bits are written as an unsigned number. The caller's buffer must hold
+// the text and its terminator (33 characters for 32 bits, 65 for 64). An
+// invalid radix leaves an empty text and sets errno to EINVAL. Each returns
+// the buffer.
+#pragma once
+
+#include "platform/WinTypes.h"
+
+int _wtoi(const wchar_t *text);
+__int64 _wtoi64(const wchar_t *text);
+
+wchar_t *_itow(int value, wchar_t *buffer, int radix);
+wchar_t *_i64tow(__int64 value, wchar_t *buffer, int radix);
+wchar_t *_ui64tow(ULONGLONG value, wchar_t *buffer, int radix);

@@ -1,0 +1,366 @@
+// The INI store: the bytes it writes, the reading rules on files written by
+// hand, and the conversions of its getters and setters, quirks included.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "CIniFile.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+static_assert(!std::is_copy_constructible_v<CIniFile> && !std::is_copy_assignable_v<CIniFile>);
+
+const std::string kMark = "\xFF\xFE";
+
+std::string Utf16(const std::wstring &text) {
+    std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+class IniFileTest : public testsupport::HomeTest {
+protected:
+    fs::path file = home.Scratch() / "test.ini";
+    std::wstring path = platform::FromUtf8(file.string());
+
+    void WriteUtf16(const std::wstring &text) {
+        testsupport::WriteBytes(file, kMark + Utf16(text));
+    }
+    std::string Saved() const { return testsupport::ReadBytes(file); }
+    // What the file holds after Save, as text without the mark.
+    std::wstring SavedText() const {
+        std::string bytes = Saved();
+        EXPECT_EQ(bytes.substr(0, 2), kMark);
+        return platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()) + 2,
+                                        bytes.size() - 2);
+    }
+    static std::vector<std::wstring> Names(CIniFile &ini, const wchar_t *section) {
+        std::vector<std::wstring> names;
+        for (const wchar_t *name = ini.GetFirstName(section); name; name = ini.GetNextName()) {
+            names.push_back(name);
+        }
+        return names;
+    }
+    static std::wstring Value(CIniFile &ini, const wchar_t *section, const wchar_t *name) {
+        const wchar_t *value = ini.LookUpNameValue(ini.LookUpSection(section), name);
+        return value ? value : L"<missing>";
+    }
+};
+
+TEST_F(IniFileTest, SaveWritesUtf16WithMarkAndCrLfInListOrder) {
+    CIniFile ini(path.c_str());
+    ini.SetString(L"Archive", L"Name", L"a b.zip");
+    ini.SetString(L"Empty", L"x", L"1");
+    ini.RemoveName(L"Empty", L"x");
+    ini.SetInt(L"Archive", L"Count", 3);
+    ini.Save();
+    EXPECT_EQ(Saved(), kMark + Utf16(L"[Archive]\r\nName=a b.zip\r\nCount=3\r\n[Empty]\r\n"));
+}
+
+TEST_F(IniFileTest, MissingFileOpensEmptyAndSaveCreatesIt) {
+    CIniFile ini;
+    EXPECT_TRUE(ini.Open(path.c_str()));
+    EXPECT_FALSE(fs::exists(file));
+    ini.Save();
+    EXPECT_EQ(Saved(), kMark);
+}
+
+TEST_F(IniFileTest, HandWrittenFileIsReadByTheLineRules) {
+    WriteUtf16(
+        L"lost=above the first header\r\n"
+        L"[S]\r\n"
+        L"a=b=c\r\n"
+        L"no equals sign\r\n"
+        L"\r\n"
+        L";c=d\r\n"
+        L" spaced = value \r\n"
+        L"[abc]def\r\n"
+        L"k=v\r\n"
+        L"[x]y]z\r\n"
+        L"[s]\r\n");
+    CIniFile ini(path.c_str());
+    EXPECT_EQ(Names(ini, L"S"), (std::vector<std::wstring>{L"a", L";c", L" spaced "}));
+    EXPECT_EQ(Value(ini, L"S", L"a"), L"b=c");
+    EXPECT_EQ(Value(ini, L"S", L";c"), L"d");
+    EXPECT_EQ(Value(ini, L"S", L" spaced "), L" value ");
+    EXPECT_EQ(Value(ini, L"abc", L"k"), L"v");
+    ini.Save();
+    // Section names are case-sensitive; the name runs to the last "]".
+    EXPECT_EQ(SavedText(),
+              L"[S]\r\na=b=c\r\n;c=d\r\n spaced = value \r\n[abc]\r\nk=v\r\n[x]y]\r\n[s]\r\n");
+}
+
+TEST_F(IniFileTest, HeaderWithoutClosingBracketKeepsItsLineEndInTheName) {
+    WriteUtf16(L"[open\r\na=1\r\n");
+    CIniFile ini(path.c_str());
+    EXPECT_EQ(Value(ini, L"open\n", L"a"), L"1");
+    ini.Save();
+    EXPECT_EQ(SavedText(), L"[open\r\n]\r\na=1\r\n");
+}
+
+TEST_F(IniFileTest, FilesWithUtf8MarkOrWithoutMarkAreRead) {
+    testsupport::WriteBytes(file, "\xEF\xBB\xBF[S]\r\nname=gr\xC3\xBC\xC3\x9F\r\n");
+    CIniFile utf8(path.c_str());
+    EXPECT_EQ(Value(utf8, L"S", L"name"), L"grüß");
+
+    testsupport::WriteBytes(file, Utf16(L"[S]\r\nname=\U0001F600\r\n"));
+    CIniFile unmarked(path.c_str());
+    EXPECT_EQ(Value(unmarked, L"S", L"name"), L"\U0001F600");
+}
+
+TEST_F(IniFileTest, LongLineArrivesInPiecesOf1023Characters) {
+    const std::wstring first = L"k=" + std::wstring(1021, L'v');
+    WriteUtf16(L"[S]\r\n" + first + L"tail=end\r\n" + first + L"[Sub]x\r\nafter=1\r\n" +
+               std::wstring(1023, L'w') + L"\r\n");
+    CIniFile ini(path.c_str());
+    // Each piece is a line of its own: the value is cut short and the rest
+    // makes a further name, or a section when it begins with "[".
+    EXPECT_EQ(Names(ini, L"S"), (std::vector<std::wstring>{L"k", L"tail", L"k"}));
+    EXPECT_EQ(Value(ini, L"S", L"k"), std::wstring(1021, L'v'));
+    EXPECT_EQ(Value(ini, L"S", L"tail"), L"end");
+    EXPECT_EQ(Names(ini, L"Sub"), std::vector<std::wstring>{L"after"});
+}
+
+TEST_F(IniFileTest, DuplicatesAreKeptAndTheLastNameIsTheOneUsed) {
+    WriteUtf16(L"[S]\r\nx=first\r\nx=second\r\n[T]\r\na=1\r\n[S]\r\ny=other\r\n");
+    CIniFile ini(path.c_str());
+    wchar_t value[32] = {};
+    ASSERT_TRUE(ini.GetString(L"S", L"x", value, 32));
+    EXPECT_STREQ(value, L"second");
+    // The first section of a name is the one looked up.
+    EXPECT_FALSE(ini.GetString(L"S", L"y", value, 32));
+
+    ini.SetString(L"S", L"x", L"changed");
+    ini.Save();
+    EXPECT_EQ(SavedText(), L"[S]\r\nx=first\r\nx=changed\r\n[T]\r\na=1\r\n[S]\r\ny=other\r\n");
+
+    ini.RemoveName(L"S", L"x");
+    EXPECT_EQ(Value(ini, L"S", L"x"), L"first");
+    ini.RemoveSection(L"S");
+    EXPECT_EQ(Value(ini, L"S", L"y"), L"other");
+}
+
+TEST_F(IniFileTest, SecondOpenAppendsAndDropsPairsAboveItsFirstHeader) {
+    WriteUtf16(L"[A]\r\na=1\r\n");
+    CIniFile ini(path.c_str());
+    WriteUtf16(L"b=2\r\n[A]\r\nc=3\r\n");
+    ini.Open(path.c_str());
+    ini.Save();
+    EXPECT_EQ(SavedText(), L"[A]\r\na=1\r\n[A]\r\nc=3\r\n");
+}
+
+TEST_F(IniFileTest, GettersCreateTheSectionTheyLookFor) {
+    CIniFile ini(path.c_str());
+    wchar_t buffer[8] = L"keep";
+    unsigned int number = 7;
+    EXPECT_FALSE(ini.GetString(L"One", L"a", buffer, 8));
+    EXPECT_FALSE(ini.GetInt(L"Two", L"a", &number));
+    EXPECT_EQ(ini.GetFirstName(L"Three"), nullptr);
+    ini.RemoveName(L"Four", L"a");
+    ini.RemoveSection(L"Five");
+    EXPECT_STREQ(buffer, L"keep");
+    EXPECT_EQ(number, 7u);
+    ini.Save();
+    EXPECT_EQ(SavedText(), L"[One]\r\n[Two]\r\n[Three]\r\n[Four]\r\n");
+}
+
+TEST_F(IniFileTest, GetStringNeedsRoomForTheTerminator) {
+    CIniFile ini;
+    ini.SetString(L"S", L"v", L"12345");
+    wchar_t buffer[8] = L"keep";
+    EXPECT_FALSE(ini.GetString(L"S", L"v", buffer, 5));
+    EXPECT_STREQ(buffer, L"keep");
+    EXPECT_TRUE(ini.GetString(L"S", L"v", buffer, 6));
+    EXPECT_STREQ(buffer, L"12345");
+}
+
+TEST_F(IniFileTest, IntIsWrittenSignedAndReadBackToTheSameBits) {
+    CIniFile ini(path.c_str());
+    ini.SetInt(L"S", L"big", 0x80000000u);
+    ini.SetInt(L"S", L"all", 0xFFFFFFFFu);
+    EXPECT_EQ(Value(ini, L"S", L"big"), L"-2147483648");
+    EXPECT_EQ(Value(ini, L"S", L"all"), L"-1");
+    unsigned int value = 0;
+    ASSERT_TRUE(ini.GetInt(L"S", L"big", &value));
+    EXPECT_EQ(value, 0x80000000u);
+    ASSERT_TRUE(ini.GetInt(L"S", L"all", &value));
+    EXPECT_EQ(value, 0xFFFFFFFFu);
+}
+
+TEST_F(IniFileTest, IntReadsLikeTheRuntimeAndSaturates) {
+    CIniFile ini;
+    ini.SetString(L"S", L"text", L"  +12abc");
+    ini.SetString(L"S", L"none", L"abc");
+    ini.SetString(L"S", L"unsigned", L"4294967295");
+    unsigned int value = 0;
+    ASSERT_TRUE(ini.GetInt(L"S", L"text", &value));
+    EXPECT_EQ(value, 12u);
+    ASSERT_TRUE(ini.GetInt(L"S", L"none", &value));
+    EXPECT_EQ(value, 0u);
+    // A hand-written unsigned number beyond INT_MAX stops at INT_MAX.
+    ASSERT_TRUE(ini.GetInt(L"S", L"unsigned", &value));
+    EXPECT_EQ(value, 2147483647u);
+}
+
+TEST_F(IniFileTest, NegativeInt64IsWrittenUnsignedAndDoesNotReadBack) {
+    CIniFile ini;
+    ini.SetInt64(L"S", L"size", 5000000000LL);
+    ini.SetInt64(L"S", L"negative", -1);
+    EXPECT_EQ(Value(ini, L"S", L"negative"), L"18446744073709551615");
+    __int64 value = 0;
+    ASSERT_TRUE(ini.GetInt64(L"S", L"size", &value));
+    EXPECT_EQ(value, 5000000000LL);
+    ASSERT_TRUE(ini.GetInt64(L"S", L"negative", &value));
+    EXPECT_EQ(value, INT64_MAX);
+    ini.SetString(L"S", L"signed", L"-42");
+    ASSERT_TRUE(ini.GetInt64(L"S", L"signed", &value));
+    EXPECT_EQ(value, -42);
+}
+
+TEST_F(IniFileTest, BoolIsFalseOnlyForExactlyZero) {
+    CIniFile ini;
+    ini.SetBool(L"S", L"on", true);
+    ini.SetBool(L"S", L"off", false);
+    EXPECT_EQ(Value(ini, L"S", L"on"), L"1");
+    EXPECT_EQ(Value(ini, L"S", L"off"), L"0");
+    for (const wchar_t *text : {L"", L"false", L"no", L"00", L" 0", L"1"}) {
+        ini.SetString(L"S", L"b", text);
+        bool value = false;
+        ASSERT_TRUE(ini.GetBool(L"S", L"b", &value));
+        EXPECT_TRUE(value) << text;
+    }
+    bool value = true;
+    ASSERT_TRUE(ini.GetBool(L"S", L"off", &value));
+    EXPECT_FALSE(value);
+}
+
+TEST_F(IniFileTest, CharacterIsTheFirstOfTheValue) {
+    CIniFile ini;
+    ini.SetTCHAR(L"S", L"sep", L';');
+    ini.SetString(L"S", L"word", L"xyz");
+    ini.SetString(L"S", L"empty", L"");
+    wchar_t c = L'?';
+    ASSERT_TRUE(ini.GetTCHAR(L"S", L"sep", &c));
+    EXPECT_EQ(c, L';');
+    ASSERT_TRUE(ini.GetTCHAR(L"S", L"word", &c));
+    EXPECT_EQ(c, L'x');
+    ASSERT_TRUE(ini.GetTCHAR(L"S", L"empty", &c));
+    EXPECT_EQ(c, L'\0');
+}
+
+TEST_F(IniFileTest, StructRoundTripsAsUpperCaseDigits) {
+    CIniFile ini(path.c_str());
+    const BYTE data[] = {0x00, 0x1F, 0xA0, 0xFF};
+    ASSERT_TRUE(ini.SetStruct(L"S", L"data", data, sizeof data));
+    EXPECT_EQ(Value(ini, L"S", L"data"), L"001FA0FF");
+    ini.Save();
+    CIniFile reread(path.c_str());
+    BYTE back[4] = {};
+    ASSERT_TRUE(reread.GetStruct(L"S", L"data", back));
+    EXPECT_EQ(std::vector<BYTE>(back, back + 4), std::vector<BYTE>(data, data + 4));
+
+    reread.SetString(L"S", L"empty", L"");
+    EXPECT_FALSE(reread.GetStruct(L"S", L"empty", back));
+}
+
+TEST_F(IniFileTest, LargestStructDoesNotSurviveAFile) {
+    std::vector<BYTE> data(512);
+    for (std::size_t n = 0; n < data.size(); ++n) data[n] = static_cast<BYTE>(n);
+    {
+        CIniFile ini(path.c_str());
+        // Refused before anything is looked up: no section is left behind.
+        EXPECT_FALSE(ini.SetStruct(L"Refused", L"s", data.data(), 512));
+        ASSERT_TRUE(ini.SetStruct(L"S", L"s", data.data(), 511));
+        EXPECT_EQ(Value(ini, L"S", L"s").size(), 1022u);
+        ini.Save();
+    }
+    EXPECT_EQ(SavedText().find(L"Refused"), std::wstring::npos);
+    // "s=" and 1,022 digits exceed one read: 1,021 digits come back.
+    CIniFile reread(path.c_str());
+    EXPECT_EQ(Value(reread, L"S", L"s").size(), 1021u);
+    std::vector<BYTE> back(512);
+    ASSERT_TRUE(reread.GetStruct(L"S", L"s", back.data()));
+    EXPECT_EQ(std::vector<BYTE>(back.begin(), back.begin() + 510),
+              std::vector<BYTE>(data.begin(), data.begin() + 510));
+    EXPECT_NE(back[510], data[510]);
+}
+
+TEST_F(IniFileTest, HexStringToBinReadsOnlyUpperCaseDigits) {
+    BYTE bytes[2] = {};
+    ASSERT_EQ(CIniFile::HexStringToBin(L"AB0a", bytes, 2), 2u);
+    EXPECT_EQ(bytes[0], 0xAB);
+    // "a" counts as 97 - 55 = 42.
+    EXPECT_EQ(bytes[1], 0x2A);
+    EXPECT_EQ(CIniFile::HexStringToBin(L"ABCD", bytes, 1), 0u);
+    EXPECT_EQ(CIniFile::HexStringToBin(L"AB", bytes, 2), 0u);
+}
+
+TEST_F(IniFileTest, HexStringToBinWithOddDigitsWritesOneBytePastSize) {
+    BYTE bytes[3] = {0x11, 0x22, 0x33};
+    ASSERT_EQ(CIniFile::HexStringToBin(L"ABC", bytes, 1), 1u);
+    EXPECT_EQ(bytes[0], 0xAB);
+    // "C" paired with the terminator: 16 * 12 + (0 - 48).
+    EXPECT_EQ(bytes[1], 0x90);
+    EXPECT_EQ(bytes[2], 0x33);
+}
+
+TEST_F(IniFileTest, BinToHexStringNeedsRoomForTheTerminator) {
+    const BYTE bytes[] = {0xDE, 0xAD};
+    wchar_t out[8] = L"keep";
+    EXPECT_FALSE(CIniFile::BinToHexString(bytes, 2, out, 4));
+    EXPECT_STREQ(out, L"keep");
+    EXPECT_TRUE(CIniFile::BinToHexString(bytes, 2, out, 5));
+    EXPECT_STREQ(out, L"DEAD");
+}
+
+TEST_F(IniFileTest, IterationWalksTheNamesOfOneSection) {
+    CIniFile ini;
+    ini.SetString(L"S", L"a", L"1");
+    ini.SetString(L"S", L"b", L"2");
+    ini.SetString(L"T", L"c", L"3");
+    EXPECT_STREQ(ini.GetFirstName(L"S"), L"a");
+    EXPECT_STREQ(ini.GetNextName(), L"b");
+    EXPECT_EQ(ini.GetNextName(), nullptr);
+    EXPECT_EQ(ini.GetNextName(), nullptr);
+    ini.RemoveSection(L"S");
+    EXPECT_EQ(ini.GetNextName(), nullptr);
+}
+
+TEST_F(IniFileTest, StreamReadDropsTheFirstCharacterAndCutsAtCarriageReturn) {
+    testsupport::WriteBytes(file, "\xEF\xBB\xBF[S]\r\nname=value\r\nx=a\rb\r\n");
+    CIniFile ini;
+    FILE *binary = _wfopen(path.c_str(), L"rb");
+    ASSERT_NE(binary, nullptr);
+    EXPECT_TRUE(ini.Read(binary));
+    std::fclose(binary);
+    EXPECT_EQ(Value(ini, L"S", L"name"), L"value");
+    EXPECT_EQ(Value(ini, L"S", L"x"), L"a\rb");
+    EXPECT_TRUE(ini.Read(nullptr));
+
+    // A text stream has taken the mark already: the character dropped is
+    // the "[" of the first header, and the pairs below it are lost with it.
+    CIniFile text;
+    FILE *stream = _wfopen(path.c_str(), L"rt, ccs=UNICODE");
+    ASSERT_NE(stream, nullptr);
+    text.Read(stream);
+    std::fclose(stream);
+    EXPECT_EQ(Names(text, L"S"), std::vector<std::wstring>{});
+}
+
+TEST_F(IniFileTest, LoadedStoreSavesTheSameOrderWithoutBlankOrLineEndChanges) {
+    const std::wstring content = L"[B]\r\nz=1\r\na=2\r\n[A]\r\n[C]\r\ny==\r\n";
+    WriteUtf16(content);
+    CIniFile ini(path.c_str());
+    ini.Save();
+    EXPECT_EQ(SavedText(), content);
+}
+
+}  // namespace
