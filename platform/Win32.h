@@ -13,6 +13,7 @@
 #include "platform/WinError.h"
 #include "platform/WinFile.h"
 #include "platform/WinFormat.h"
+#include "platform/WinNumbers.h"
 #include "platform/WinModule.h"
 #include "platform/WinPath.h"
 #include "platform/WinProcess.h"
