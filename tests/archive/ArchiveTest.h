@@ -1,0 +1,66 @@
+// The fixture of the archive tests: a fresh home, the resource libraries
+// loaded as a host loads them, and a headless host that records the boxes.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "CAppUtils.h"
+#include "CLogging.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace archivetest {
+
+class ArchiveTest : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        localized_ = LoadLibraryW(CAppUtils::GetInstResPath());
+        nonLocalized_ = LoadLibraryW(CAppUtils::GetInstResNLPath());
+        ASSERT_NE(localized_, nullptr);
+        ASSERT_NE(nonLocalized_, nullptr);
+        CAppUtils::SetCommonHINST(localized_, nonLocalized_);
+    }
+    void TearDown() override {
+        CAppUtils::SetCommonHINST(nullptr, nullptr);
+        FreeLibrary(localized_);
+        FreeLibrary(nonLocalized_);
+    }
+
+    // A text of the resource libraries, the localized one first.
+    static std::wstring Text(unsigned id) {
+        const wchar_t *text = platform::FindResourceString(CAppUtils::GetCommonHINST(), id);
+        if (!text) text = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
+        return text ? text : L"";
+    }
+
+    static std::wstring Wide(const std::filesystem::path &path) { return path.wstring(); }
+
+    // The error file's text so far (UTF-16LE with its mark), as UTF-8.
+    static std::string ErrorFileText() {
+        std::string bytes =
+            testsupport::ReadBytes(std::filesystem::path(CLogging::ErrorFilePath()));
+        if (bytes.size() < 2) return {};
+        std::wstring text = platform::FromUtf16Bytes(
+            reinterpret_cast<const BYTE *>(bytes.data()) + 2, bytes.size() - 2);
+        return platform::ToUtf8(text);
+    }
+
+    // Runs a shell command in `folder`; true when it exits with 0.
+    static bool RunIn(const std::filesystem::path &folder, const std::string &command) {
+        std::string line = "cd '" + folder.string() + "' && " + command + " >/dev/null 2>&1";
+        return std::system(line.c_str()) == 0;
+    }
+
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+
+private:
+    HINSTANCE localized_ = nullptr;
+    HINSTANCE nonLocalized_ = nullptr;
+};
+
+}  // namespace archivetest

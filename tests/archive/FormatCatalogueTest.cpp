@@ -1,0 +1,324 @@
+// The format catalogue: lookups by name and by engine id, the table, the
+// quick archive test, and the names for new archives.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <regex>
+#include <string>
+
+#include "FormatCatalogue.h"
+#include "archive/ArchiveTest.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using archivetest::ArchiveTest;
+
+constexpr unsigned kSegmentedName = 257;
+constexpr unsigned kSelfExtractingName = 258;
+constexpr unsigned kGenericFormatName = 259;
+constexpr unsigned kLimitedAccessText = 308;
+constexpr unsigned kReadWriteText = 309;
+constexpr unsigned kReadOnlyText = 310;
+constexpr unsigned kDefaultArchiveName = 498;
+constexpr unsigned kIndexPrefix = 763;
+
+// Every value of the enumeration that has a row.
+constexpr format::type kAllFormats[] = {
+    format::zip,     format::vnkx,   format::vnk,    format::vnkseg, format::vnksegN,
+    format::sea,     format::tar,    format::tgz,    format::tbz2,   format::tz,
+    format::sevenz,  format::lzma,   format::vnkbin, format::vnkhqx, format::vnkxbin,
+    format::vnkxhqx, format::zipuu,  format::zipuue, format::rar,    format::z,
+    format::tarz,    format::gz,     format::targz,  format::bz2,    format::tarbz2,
+    format::lha,     format::lzh,    format::cab,    format::tlzma,  format::apple,
+    format::arc,     format::arj,    format::b64,    format::hqx,    format::bin,
+    format::btoa,    format::freeze, format::mime,   format::mim,    format::mme,
+    format::other51, format::pf,     format::sco,    format::cpt,    format::compact,
+    format::uue,     format::uu,     format::ync,    format::yenc,   format::ntx,
+    format::cbz,     format::cbr,    format::cbt,    format::gtar,   format::gnutar,
+    format::ustar,   format::exe,    format::vidx,
+};
+
+// Values without a row: the gaps, one past the end, the unknown value.
+const format::type kValuesWithoutRow[] = {
+    static_cast<format::type>(18), static_cast<format::type>(19),
+    static_cast<format::type>(31), static_cast<format::type>(39),
+    static_cast<format::type>(68), static_cast<format::type>(70),
+    static_cast<format::type>(-1), format::unknown,
+};
+
+// Changes the working folder for a scope.
+class WorkingFolder {
+public:
+    explicit WorkingFolder(const fs::path &folder) : saved_(fs::current_path()) {
+        fs::current_path(folder);
+    }
+    ~WorkingFolder() { fs::current_path(saved_); }
+
+private:
+    fs::path saved_;
+};
+
+std::string EngineId(format::type type) {
+    FormatId id;
+    std::memset(id, 'x', sizeof id);
+    GetFormatID(type, id);
+    return id;
+}
+
+TEST(FormatCatalogue, EnumerationIsThirtyTwoBitsWithNinetyNineForUnknown) {
+    static_assert(sizeof(format::type) == 4);
+    EXPECT_EQ(format::unknown, 99);
+    EXPECT_EQ(format::vidx, 69);
+    EXPECT_EQ(format::rar, 20);
+    EXPECT_EQ(format::apple, 40);
+}
+
+TEST(FormatCatalogue, PathLookupIgnoresCaseAndTestsCompoundEndingsFirst) {
+    EXPECT_EQ(GetFormatType(L"a.TAR.GZ"), format::targz);
+    EXPECT_EQ(GetFormatType(L"a.tar.gz"), format::targz);
+    EXPECT_EQ(GetFormatType(L"a.tar.Z"), format::tarz);
+    EXPECT_EQ(GetFormatType(L"a.vnk.bin"), format::vnkbin);
+    EXPECT_EQ(GetFormatType(L"a.bin"), format::bin);
+    EXPECT_EQ(GetFormatType(L"a.vnkx.hqx"), format::vnkxhqx);
+    EXPECT_EQ(GetFormatType(L"a.zip.uu"), format::zipuu);
+    EXPECT_EQ(GetFormatType(L"a.zip.uue"), format::zipuue);
+    EXPECT_EQ(GetFormatType(L"a.tlzma"), format::tlzma);
+    EXPECT_EQ(GetFormatType(L"a.lzma"), format::lzma);
+    EXPECT_EQ(GetFormatType(L"/x/Archive.VNKX"), format::vnkx);
+    EXPECT_EQ(GetFormatType(L"a.7z"), format::sevenz);
+    EXPECT_EQ(GetFormatType(L"a.z"), format::z);
+    EXPECT_EQ(GetFormatType(L"a.mim"), format::mim);
+    EXPECT_EQ(GetFormatType(L"a.mime"), format::mime);
+}
+
+TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
+    // These differ from the extension column on purpose.
+    EXPECT_EQ(GetFormatType(L"a.tar.bz2"), format::tbz2);
+    EXPECT_EQ(GetFormatType(L"a.tbz"), format::tbz2);
+    EXPECT_EQ(GetFormatType(L"a.uu"), format::uue);
+    EXPECT_EQ(GetFormatType(L"a.ync"), format::yenc);
+    EXPECT_EQ(GetFormatType(L"a.cbz"), format::zip);
+    EXPECT_EQ(GetFormatType(L"a.cbr"), format::rar);
+    for (const wchar_t *tar : {L"a.cbt", L"a.gtar", L"a.gnutar", L"a.ustar"}) {
+        EXPECT_EQ(GetFormatType(tar), format::tar) << tar;
+    }
+    // The first piece of a split RAR or Zip.
+    EXPECT_EQ(GetFormatType(L"a.001"), format::rar);
+    EXPECT_EQ(GetFormatType(L"a.z01"), format::zip);
+}
+
+TEST(FormatCatalogue, PathLookupWithoutAKnownEndingIsUnknown) {
+    EXPECT_EQ(GetFormatType(L"README"), format::unknown);
+    EXPECT_EQ(GetFormatType(L"a.txt"), format::unknown);
+    EXPECT_EQ(GetFormatType(L""), format::unknown);
+    EXPECT_EQ(GetFormatType(static_cast<const wchar_t *>(nullptr)), format::unknown);
+    // Formats reached only by content have no ending here.
+    EXPECT_EQ(GetFormatType(L"a.pf"), format::unknown);
+    EXPECT_EQ(GetFormatType(L"a.btoa"), format::unknown);
+
+    EXPECT_FALSE(IsArchiveOfFormat(L"", format::unknown));
+    EXPECT_FALSE(IsArchiveOfFormat(nullptr, format::unknown));
+    EXPECT_TRUE(IsArchiveOfFormat(L"a.txt", format::unknown));
+    EXPECT_TRUE(IsArchiveOfFormat(L"a.tar.gz", format::targz));
+    EXPECT_FALSE(IsArchiveOfFormat(L"a.tar.bz2", format::tarbz2));
+}
+
+TEST(FormatCatalogue, EngineIdLookupIsExactAndNotTheInverseOfGetFormatID) {
+    EXPECT_EQ(GetFormatType("vnk5"), format::vnk);
+    EXPECT_EQ(GetFormatType("vnk"), format::vnk);
+    EXPECT_EQ(GetFormatType("sevenz"), format::sevenz);
+    EXPECT_EQ(GetFormatType("compress"), format::z);
+    EXPECT_EQ(GetFormatType("uu"), format::uue);
+    EXPECT_EQ(GetFormatType("vnkseg"), format::vnkseg);
+    EXPECT_EQ(GetFormatType("vnksegN"), format::vnksegN);
+    EXPECT_EQ(GetFormatType("freeze"), format::freeze);
+    // Written by GetFormatID, unknown here.
+    EXPECT_EQ(GetFormatType("cab"), format::unknown);
+    EXPECT_EQ(GetFormatType("ZIP"), format::unknown);
+    EXPECT_EQ(GetFormatType("zip "), format::unknown);
+    EXPECT_EQ(GetFormatType(""), format::unknown);
+    EXPECT_EQ(GetFormatType(static_cast<const char *>(nullptr)), format::unknown);
+    // And the segment ids have no way back.
+    EXPECT_EQ(EngineId(format::vnkseg), "");
+    EXPECT_EQ(EngineId(format::vnksegN), "");
+}
+
+TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
+    for (format::type type : kAllFormats) {
+        std::string id = EngineId(type);
+        if (id.empty() || id == "cab") continue;
+        format::type back = GetFormatType(id.c_str());
+        ASSERT_NE(back, format::unknown) << id;
+        EXPECT_EQ(EngineId(back), id) << type;
+    }
+}
+
+TEST_F(ArchiveTest, TableColumnsForSelectedRows) {
+    EXPECT_EQ(EngineId(format::zip), "zip");
+    EXPECT_EQ(EngineId(format::vnk), "vnk5");
+    EXPECT_EQ(EngineId(format::exe), "vnk5");
+    EXPECT_EQ(EngineId(format::tz), "compress");
+    EXPECT_EQ(EngineId(format::vidx), "vnkx");
+    EXPECT_EQ(EngineId(format::cab), "cab");
+    EXPECT_EQ(EngineId(format::lzh), "");
+    EXPECT_EQ(EngineId(format::uue), "uu");
+
+    EXPECT_STREQ(GetFormatExtension(format::vnkseg), L".vnk.1");
+    EXPECT_STREQ(GetFormatExtension(format::vnksegN), L"");
+    EXPECT_STREQ(GetFormatExtension(format::tarbz2), L".tar.bz2");
+    EXPECT_STREQ(GetFormatExtension(format::compact), L"");
+
+    EXPECT_STREQ(GetFormatName(format::zip), L"Zip");
+    EXPECT_STREQ(GetFormatName(format::vnkxhqx), L"Varnick X");
+    EXPECT_STREQ(GetFormatName(format::tlzma), L"LZMA compressed TAR");
+    EXPECT_EQ(GetFormatName(format::vnkseg), Text(kSegmentedName));
+    EXPECT_EQ(GetFormatName(format::sea), Text(kSelfExtractingName));
+    EXPECT_EQ(GetFormatName(format::exe), Text(kSelfExtractingName));
+    EXPECT_EQ(GetFormatName(format::cab), Text(kGenericFormatName));
+    EXPECT_EQ(GetFormatName(format::uu), Text(kGenericFormatName));
+    EXPECT_FALSE(Text(kSegmentedName).empty());
+
+    EXPECT_EQ(GetFormatCapabilities(format::zip), 0x1bbu);
+    EXPECT_EQ(GetFormatCapabilities(format::sevenz), 0x1a0u);
+    EXPECT_EQ(GetFormatCapabilities(format::yenc), 0x100u);
+}
+
+TEST_F(ArchiveTest, ValuesWithoutARowFallToTheDefaults) {
+    for (format::type type : kValuesWithoutRow) {
+        EXPECT_EQ(GetFormatName(type), Text(kGenericFormatName)) << type;
+        EXPECT_STREQ(GetFormatExtension(type), L"") << type;
+        EXPECT_EQ(EngineId(type), "") << type;
+        EXPECT_EQ(GetFormatCapabilities(type), 0u) << type;
+    }
+}
+
+TEST(FormatCatalogue, CapabilityBitsFollowTheFamilies) {
+    for (format::type type : kAllFormats) {
+        std::uint32_t bits = GetFormatCapabilities(type);
+        EXPECT_TRUE(bits & 0x100) << type;
+        bool vnkxFamily = type == format::vnkx || type == format::vnkxbin ||
+                          type == format::vnkxhqx || type == format::vidx;
+        EXPECT_EQ((bits & 0x200) != 0, vnkxFamily) << type;
+    }
+    // Many items: containers yes, one-file compressors and encodings no.
+    EXPECT_TRUE(GetFormatCapabilities(format::zip) & kFormatHoldsManyItems);
+    EXPECT_TRUE(GetFormatCapabilities(format::targz) & kFormatHoldsManyItems);
+    EXPECT_FALSE(GetFormatCapabilities(format::gz) & kFormatHoldsManyItems);
+    EXPECT_FALSE(GetFormatCapabilities(format::hqx) & kFormatHoldsManyItems);
+}
+
+TEST_F(ArchiveTest, AccessModeTexts) {
+    EXPECT_EQ(GetArchiveModeString(7), Text(kReadOnlyText));
+    EXPECT_EQ(GetArchiveModeString(255), Text(kReadWriteText));
+    EXPECT_EQ(GetArchiveModeString(0), Text(kLimitedAccessText));
+    EXPECT_EQ(GetArchiveModeString(3), Text(kLimitedAccessText));
+    EXPECT_NE(Text(kReadOnlyText), Text(kReadWriteText));
+}
+
+TEST(FormatCatalogue, IsArchiveIsANameTest) {
+    EXPECT_TRUE(IsArchive(L"a.zip", false));
+    EXPECT_TRUE(IsArchive(L"A.ZIP", false));
+    EXPECT_TRUE(IsArchive(L"a.TBZ", false));
+    EXPECT_TRUE(IsArchive(L"a.pf", false));
+    EXPECT_TRUE(IsArchive(L"a.btoa", false));
+    EXPECT_TRUE(IsArchive(L"a.cab", false));
+    EXPECT_TRUE(IsArchive(L"a.tar.bz2", false));
+    EXPECT_TRUE(IsArchive(L"report.001", false));
+    EXPECT_FALSE(IsArchive(L"a.txt", false));
+    EXPECT_FALSE(IsArchive(L"zip", false));
+    // Shorter than every suffix.
+    EXPECT_FALSE(IsArchive(L"z", true));
+    EXPECT_FALSE(IsArchive(L"", true));
+    EXPECT_FALSE(IsArchive(nullptr, true));
+    // Executables need the engine's look, and only when asked for.
+    EXPECT_FALSE(IsArchive(L"setup.exe", false));
+    EXPECT_FALSE(IsArchive(L"SETUP.EXE", false));
+}
+
+TEST_F(ArchiveTest, IndexFilesAreKnownByTheirNamesPrefix) {
+    const std::wstring prefix = Text(kIndexPrefix);
+    ASSERT_FALSE(prefix.empty());
+    EXPECT_TRUE(IsVnkxIndex((prefix + L"photos.vidx").c_str()));
+    EXPECT_TRUE(IsVnkxIndex((L"/some/folder/" + prefix + L"photos").c_str()));
+    EXPECT_TRUE(IsVnkxIndex(platform::ToUpper(prefix + L"photos.vnkx").c_str()));
+    EXPECT_FALSE(IsVnkxIndex(L"photos.vidx"));
+    EXPECT_FALSE(IsVnkxIndex((L"/" + prefix + L"dir/photos.vidx").c_str()));
+    EXPECT_FALSE(IsVnkxIndex(prefix.substr(0, prefix.size() - 1).c_str()));
+    EXPECT_FALSE(IsVnkxIndex(nullptr));
+}
+
+TEST(FormatCatalogue, NoNameIsAnIndexWithoutTheResourceText) {
+    CAppUtils::SetCommonHINST(nullptr, nullptr);
+    EXPECT_FALSE(IsVnkxIndex(L"anything.vidx"));
+}
+
+TEST_F(ArchiveTest, UniqueArchiveNameNumbersTakenNames) {
+    const fs::path folder = home.Scratch("a");
+    const std::wstring source = Wide(folder / "report.txt");
+    const std::wstring first = Wide(folder / "report.zip");
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), first);
+    testsupport::WriteBytes(folder / "report.zip", "x");
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report_1.zip"));
+    testsupport::WriteBytes(folder / "report_1.zip", "x");
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", nullptr),
+              Wide(folder / "report_2.zip"));
+    // A folder of the same name counts as taken too.
+    fs::create_directory(folder / "report_2.zip");
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report_3.zip"));
+}
+
+TEST_F(ArchiveTest, UniqueArchiveNameInAnotherFolderKeepsOnlyTheFileName) {
+    const fs::path target = home.Scratch("out");
+    const std::wstring source = Wide(home.Scratch("in") / "data.tar.gz");
+    // Only the last extension goes.
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".vnkx", Wide(target).c_str()),
+              Wide(target / "data.tar.vnkx"));
+    testsupport::WriteBytes(target / "data.tar.vnkx", "x");
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".vnkx", Wide(target).c_str()),
+              Wide(target / "data.tar_1.vnkx"));
+}
+
+TEST_F(ArchiveTest, UniqueArchiveNameDefaultNameRetryLosesTheName) {
+    const std::wstring defaultName = Text(kDefaultArchiveName);
+    ASSERT_FALSE(defaultName.empty());
+    // Relative names: the test works in its own folder.
+    WorkingFolder cwd(home.Scratch("cwd"));
+    EXPECT_EQ(MakeUniqueArchiveName(L"", L".zip", L""), defaultName + L".zip");
+    testsupport::WriteBytes(defaultName + L".zip", "x");
+    EXPECT_EQ(std::wstring(MakeUniqueArchiveName(L"", L".zip", L"")), L"_1.zip");
+    testsupport::WriteBytes("_1.zip", "x");
+    EXPECT_EQ(std::wstring(MakeUniqueArchiveName(nullptr, L".zip", nullptr)), L"_2.zip");
+}
+
+TEST_F(ArchiveTest, TimeStampArchiveNamePutsTheLocalTimeBetweenNameAndExtension) {
+    const fs::path folder = home.Scratch("stamp");
+    const std::wstring source = Wide(home.Path() / "x" / "backup.txt");
+    std::time_t before = std::time(nullptr);
+    std::wstring name = TimeStampArchiveName(source.c_str(), L".zip", Wide(folder).c_str());
+    std::time_t after = std::time(nullptr);
+
+    const std::wstring prefix = Wide(folder / "backup");
+    ASSERT_EQ(name.compare(0, prefix.size(), prefix), 0) << name;
+    std::wstring stamp = name.substr(prefix.size());
+    ASSERT_TRUE(std::regex_match(platform::ToUtf8(stamp), std::regex(R"(\d{14}\.zip)"))) << stamp;
+    auto printed = [](std::time_t when) {
+        std::tm local{};
+        localtime_r(&when, &local);
+        char text[16];
+        std::strftime(text, sizeof text, "%Y%m%d%H%M%S", &local);
+        return platform::FromUtf8(text);
+    };
+    std::wstring digits = stamp.substr(0, 14);
+    EXPECT_TRUE(digits == printed(before) || digits == printed(after)) << digits;
+
+    // Without a folder the name keeps its own.
+    std::wstring here = TimeStampArchiveName(L"/a/b/report.doc", L".7z", L"");
+    EXPECT_TRUE(std::regex_match(platform::ToUtf8(here), std::regex(R"(/a/b/report\d{14}\.7z)")))
+        << here;
+}
+
+}  // namespace
