@@ -1,0 +1,489 @@
+// Expanding items to disk. Every item is placed below the destination
+// folder through descriptors opened component by component without
+// following links, so no stored name, link or earlier item can lead a write
+// outside it. Conflicts with what is already there follow
+// "conflictResolution"; the folder the archive's items go into follows
+// "createFolderMethod".
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <set>
+
+#include "Changes.h"
+#include "FileSystem.h"
+#include "LibArchive.h"
+#include "platform/WideText.h"
+
+namespace engine {
+namespace {
+
+// One stored item (or a chosen implicit folder) and where it goes.
+struct Target {
+    std::shared_ptr<Node> node;
+    // Destination components below the destination folder, and for each the
+    // node it stands for (the archive's root for a folder named after it).
+    std::vector<std::wstring> relative;
+    std::vector<std::shared_ptr<Node>> chain;
+};
+
+bool UnsafeStoredPath(const Node &node) {
+    const ItemInfo &info = node.info;
+    if (!info.rawPath.empty() && (info.rawPath[0] == '/' || info.rawPath[0] == '\\')) return true;
+    std::wstring decoded = Wide(info.rawPath);
+    for (const auto &part : SplitItemPath(info.path))
+        if (part == L"..") return true;
+    // A name stored with "\" separators is taken as one name here, but a
+    // "..\" in it is refused all the same: other systems split it.
+    return decoded.find(L"..\\") != std::wstring::npos ||
+           decoded.find(L"\\..") != std::wstring::npos;
+}
+
+// A link's target stays below the destination when resolved from the
+// link's own folder.
+bool LinkStaysInside(const std::vector<std::wstring> &linkFolder, const std::wstring &target) {
+    if (target.empty() || target[0] == L'/') return false;
+    std::size_t depth = linkFolder.size();
+    for (const auto &part : SplitItemPath(target)) {
+        if (part == L"..") {
+            if (depth == 0) return false;
+            --depth;
+        } else {
+            ++depth;
+        }
+    }
+    return true;
+}
+
+// The folder named after an archive: its name without the extension, and
+// without ".tar" before a compressor's extension.
+std::wstring ArchiveBaseName(const std::wstring &fileName) {
+    std::wstring name = fileName;
+    std::size_t dot = name.find_last_of(L'.');
+    if (dot != std::wstring::npos && dot > 0) name = name.substr(0, dot);
+    if (name.size() > 4 && platform::EndsWithNoCase(name, L".tar"))
+        name = name.substr(0, name.size() - 4);
+    return name;
+}
+
+class Expander {
+public:
+    Expander(OpaqueEngineArchive &archive, Operation &operation, std::wstring destination)
+        : archive_(archive),
+          operation_(operation),
+          settings_(operation.settings()),
+          destination_(std::move(destination)) {}
+    ~Expander() {
+        if (rootFd_ >= 0) close(rootFd_);
+    }
+
+    Result Run(const std::vector<std::shared_ptr<Node>> &chosen, const std::wstring &password,
+               std::vector<std::wstring> &outputs) {
+        if (Result result = OpenDestination()) return result;
+        PlanTargets(chosen);
+        std::uint64_t files = 0, bytes = 0;
+        for (const auto &target : targets_) {
+            if (target.node->IsFolder()) continue;
+            ++files;
+            bytes += target.node->info.size;
+        }
+        operation_.SetTotals(files, bytes);
+        if (Result result = operation_.Counters(true)) return result;
+
+        std::vector<bool> wanted(archive_.catalogue.Stored().size(), false);
+        std::map<std::size_t, const Target *> byIndex;
+        for (const auto &target : targets_) {
+            if (target.node->Implicit()) {
+                if (Result fatal = PlaceFolder(target)) return fatal;
+                continue;
+            }
+            wanted[target.node->storedIndex] = true;
+            byIndex[target.node->storedIndex] = &target;
+        }
+        ItemPasswords passwords(archive_, operation_, password);
+        Result result = ReadStored(archive_, operation_, &passwords, wanted,
+                                   [&](std::size_t index, const ItemInfo &, ReadCursor &data) {
+                                       return Place(*byIndex.at(index), data);
+                                   });
+        if (result == kEngineOK) result = SetFolderTimes();
+        if (result == kEngineOK) result = operation_.FinishCounters();
+        for (const auto &top : topLevel_) outputs.push_back(destination_ + L"/" + top);
+        return result != kEngineOK ? result : itemFailure_;
+    }
+
+private:
+    Result OpenDestination() {
+        if (Result result = MakeFolders(Utf8(destination_))) {
+            return result == static_cast<Result>(5) || result == static_cast<Result>(19)
+                       ? kEngineDestinationRefused
+                       : result;
+        }
+        rootFd_ = open(Utf8(destination_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (rootFd_ < 0) return LastErrno();
+        if (faccessat(rootFd_, ".", W_OK, AT_EACCESS) != 0) return kEngineDestinationRefused;
+        return kEngineOK;
+    }
+
+    void PlanTargets(const std::vector<std::shared_ptr<Node>> &chosen) {
+        std::vector<std::shared_ptr<Node>> roots = chosen;
+        if (roots.empty())
+            for (const auto &child : archive_.catalogue.Root()->children)
+                if (!child->removed) roots.push_back(child);
+        std::vector<std::wstring> prefix;
+        std::vector<std::shared_ptr<Node>> prefixChain;
+        bool single = archive_.driver->SingleItem(archive_.formatId);
+        int method = settings_.createFolderMethod;
+        if (!single && (method == kCreateFolderAlways ||
+                        (method == kCreateFolderIfSeveral && roots.size() > 1))) {
+            prefix.push_back(ArchiveBaseName(archive_.file->Name()));
+            prefixChain.push_back(archive_.catalogue.Root());
+        }
+        for (const auto &root : roots) {
+            Catalogue::Walk(root, [&](const std::shared_ptr<Node> &node) {
+                if (node->removed) return;
+                if (node->Implicit() && node != root) return;  // made on the way to its items
+                Target target;
+                target.node = node;
+                target.relative = prefix;
+                target.chain = prefixChain;
+                std::vector<std::shared_ptr<Node>> up;
+                for (auto at = node; at; at = at == root ? nullptr : at->parent.lock())
+                    up.push_back(at);
+                for (auto it = up.rbegin(); it != up.rend(); ++it) {
+                    target.relative.push_back((*it)->name);
+                    target.chain.push_back(*it);
+                }
+                targets_.push_back(std::move(target));
+            });
+        }
+        std::stable_sort(targets_.begin(), targets_.end(), [](const Target &a, const Target &b) {
+            return a.node->storedIndex < b.node->storedIndex;
+        });
+    }
+
+    void NoteFailure(Result result) {
+        if (itemFailure_ == kEngineOK) itemFailure_ = result;
+    }
+
+    // The answer to a conflict: the property's value, or what (1,3) says.
+    Result Resolution(const std::string &existing, const std::shared_ptr<Node> &node,
+                      std::int32_t &answer) {
+        answer = settings_.conflictResolution;
+        if ((answer & ~kResolutionMergeFolders) != kResolutionAsk) return kEngineOK;
+        Ref<OpaqueArchiveObject> item = NewItem(archive_, node);
+        std::int32_t given = 0;
+        Result result = operation_.AskConflict(destination_ + L"/" + Wide(existing), item.get(),
+                                               kResolutionAsk, given);
+        answer = given;
+        return result;
+    }
+
+    bool CreatedHere(const std::string &relative) const { return created_.count(relative) != 0; }
+
+    // Opens (making it when needed) the folder of the first `count`
+    // components of a target. skip is set when a conflict keeps what is
+    // there in place of this subtree.
+    Result OpenFolder(const Target &target, std::size_t count, int &fd, std::string &actual,
+                      bool &skip) {
+        fd = dup(rootFd_);
+        actual.clear();
+        skip = false;
+        for (std::size_t i = 0; i < count; ++i) {
+            std::wstring key;
+            for (std::size_t k = 0; k <= i; ++k) key += L"/" + target.relative[k];
+            std::string name;
+            auto decided = decided_.find(key);
+            if (decided != decided_.end()) {
+                if (decided->second.empty()) {
+                    skip = true;
+                    break;
+                }
+                name = decided->second;
+            } else {
+                name = Utf8(target.relative[i]);
+                std::string chosen;
+                if (Result result = DecideFolder(fd, actual, name, target.chain[i], chosen)) {
+                    close(fd);
+                    fd = -1;
+                    return result;
+                }
+                decided_[key] = chosen;
+                if (chosen.empty()) {
+                    skip = true;
+                    break;
+                }
+                name = chosen;
+            }
+            int next = openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            close(fd);
+            fd = next;
+            if (fd < 0)
+                return errno == ELOOP || errno == ENOTDIR ? kEngineUnsafeItemPath : LastErrno();
+            actual += (actual.empty() ? "" : "/") + name;
+            if (i == 0) NoteTopLevel(name);
+        }
+        if (skip) {
+            close(fd);
+            fd = -1;
+        }
+        return kEngineOK;
+    }
+
+    // Chooses the name a folder of the archive takes in `parentFd`; empty
+    // when the subtree is skipped.
+    Result DecideFolder(int parentFd, const std::string &parent, const std::string &name,
+                        const std::shared_ptr<Node> &node, std::string &chosen) {
+        std::string relative = parent.empty() ? name : parent + "/" + name;
+        struct stat info {};
+        if (fstatat(parentFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno != ENOENT) return LastErrno();
+            return MakeFolderAt(parentFd, parent, name, chosen);
+        }
+        if (S_ISDIR(info.st_mode) && CreatedHere(relative)) {
+            chosen = name;
+            return kEngineOK;
+        }
+        std::int32_t answer = 0;
+        if (Result result = Resolution(relative, node, answer)) return result;
+        bool merge = (answer & kResolutionMergeFolders) != 0;
+        std::int32_t method = answer & ~kResolutionMergeFolders;
+        if (S_ISDIR(info.st_mode) && (merge || method == kResolutionReplaceIfNewer)) {
+            chosen = name;
+            return kEngineOK;
+        }
+        if (method == kResolutionKeepBoth)
+            return MakeFolderAt(parentFd, parent, UniqueNameAt(parentFd, name), chosen);
+        if (method == kResolutionReplace ||
+            (method == kResolutionReplaceIfNewer && Newer(node, info))) {
+            if (Result result = RemoveAt(parentFd, name)) return result;
+            return MakeFolderAt(parentFd, parent, name, chosen);
+        }
+        chosen.clear();  // keep what is there
+        return kEngineOK;
+    }
+
+    Result MakeFolderAt(int parentFd, const std::string &parent, const std::string &name,
+                        std::string &chosen) {
+        if (mkdirat(parentFd, name.c_str(), 0777) != 0) return LastErrno();
+        created_.insert(parent.empty() ? name : parent + "/" + name);
+        chosen = name;
+        return kEngineOK;
+    }
+
+    static bool Newer(const std::shared_ptr<Node> &node, const struct stat &existing) {
+        if (!node->info.modified) return false;
+        std::int64_t seconds;
+        long nanoseconds;
+        UnixFromFileTime(*node->info.modified, seconds, nanoseconds);
+        return seconds > existing.st_mtim.tv_sec ||
+               (seconds == existing.st_mtim.tv_sec && nanoseconds > existing.st_mtim.tv_nsec);
+    }
+
+    void NoteTopLevel(const std::string &name) {
+        std::wstring wide = Wide(name);
+        if (std::find(topLevel_.begin(), topLevel_.end(), wide) == topLevel_.end())
+            topLevel_.push_back(wide);
+    }
+
+    Result PlaceFolder(const Target &target) {
+        int fd;
+        std::string actual;
+        bool skip;
+        Result result = OpenFolder(target, target.relative.size(), fd, actual, skip);
+        if (fd >= 0) close(fd);
+        if (result == kEngineUnsafeItemPath) {
+            NoteFailure(result);
+            return kEngineOK;
+        }
+        return result;
+    }
+
+    // Places one stored item; a failure of this item alone is noted and the
+    // walk goes on.
+    Result Place(const Target &target, ReadCursor &data) {
+        const Node &node = *target.node;
+        if (Result stop = operation_.CurrentItem(node.Path())) return stop;
+        if (UnsafeStoredPath(node) || target.relative.empty()) {
+            NoteFailure(kEngineUnsafeItemPath);
+            return Skipped(node);
+        }
+        if (node.IsFolder()) {
+            Result result = PlaceFolder(target);
+            if (result == kEngineOK && node.info.modified) folderTimes_.push_back(&target);
+            return result;
+        }
+        int folderFd;
+        std::string folder;
+        bool skip;
+        Result result = OpenFolder(target, target.relative.size() - 1, folderFd, folder, skip);
+        if (result == kEngineUnsafeItemPath) {
+            NoteFailure(result);
+            return Skipped(node);
+        }
+        if (result != kEngineOK) return result;
+        if (skip) return Skipped(node);
+        result = PlaceFile(target, folderFd, folder, data);
+        close(folderFd);
+        return result;
+    }
+
+    Result Skipped(const Node &node) {
+        operation_.FileDone();
+        operation_.AddRead(node.info.size);
+        operation_.AddWritten(node.info.size);
+        return operation_.Counters();
+    }
+
+    Result PlaceFile(const Target &target, int folderFd, const std::string &folder,
+                     ReadCursor &data) {
+        const Node &node = *target.node;
+        std::string name = Utf8(target.relative.back());
+        struct stat existing {};
+        if (fstatat(folderFd, name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
+            std::string relative = folder.empty() ? name : folder + "/" + name;
+            std::int32_t answer = 0;
+            if (Result result = Resolution(relative, target.node, answer)) return result;
+            std::int32_t method = answer & ~kResolutionMergeFolders;
+            if (method == kResolutionKeepBoth) {
+                name = UniqueNameAt(folderFd, name);
+            } else if (method == kResolutionReplace ||
+                       (method == kResolutionReplaceIfNewer && Newer(target.node, existing))) {
+                if (Result result = RemoveAt(folderFd, name)) {
+                    NoteFailure(result);
+                    return Skipped(node);
+                }
+            } else {
+                return Skipped(node);
+            }
+        }
+        if (target.relative.size() == 1) NoteTopLevel(name);
+        std::string relative = folder.empty() ? name : folder + "/" + name;
+        Result result;
+        if (node.info.symlink) {
+            result = PlaceLink(target, folderFd, name);
+        } else if (node.info.hardlink) {
+            result = PlaceHardLink(target, folderFd, name);
+        } else {
+            result = WriteData(node, folderFd, name, data);
+        }
+        if (result == kEngineOK) {
+            placed_[node.info.path] = relative;
+        } else if (Fatal(result)) {
+            return result;
+        } else {
+            NoteFailure(result);
+        }
+        operation_.FileDone();
+        return operation_.Counters();
+    }
+
+    static bool Fatal(Result result) {
+        return result == kEngineCancelled || result == kEnginePasswordNeeded ||
+               result == kEngineArchiveTruncated || result == kEngineCatalogueDamaged ||
+               result == static_cast<Result>(112) || result == kEngineOutOfMemory;
+    }
+
+    Result PlaceLink(const Target &target, int folderFd, const std::string &name) {
+        std::vector<std::wstring> linkFolder(target.relative.begin(), target.relative.end() - 1);
+        if (!LinkStaysInside(linkFolder, target.node->info.linkTarget))
+            return kEngineUnsafeItemPath;
+        if (symlinkat(Utf8(target.node->info.linkTarget).c_str(), folderFd, name.c_str()) != 0)
+            return LastErrno();
+        return kEngineOK;
+    }
+
+    Result PlaceHardLink(const Target &target, int folderFd, const std::string &name) {
+        auto found = placed_.find(CleanItemPath(target.node->info.linkTarget));
+        if (found == placed_.end()) return kEngineItemKindUnsupported;
+        if (linkat(rootFd_, found->second.c_str(), folderFd, name.c_str(), 0) != 0)
+            return LastErrno();
+        return kEngineOK;
+    }
+
+    Result WriteData(const Node &node, int folderFd, const std::string &name, ReadCursor &data) {
+        mode_t mode = node.info.mode ? (node.info.mode & 0777) : 0666;
+        int fd = openat(folderFd, name.c_str(),
+                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600);
+        if (fd < 0) return errno == ELOOP ? kEngineUnsafeItemPath : LastErrno();
+        Result result = Copy(data, fd);
+        if (result == kEngineOK && node.info.modified) SetTime(fd, *node.info.modified);
+        if (result == kEngineOK && (mode & 0600) != 0600) fchmod(fd, mode & ~CurrentUmask());
+        if (close(fd) != 0 && result == kEngineOK) result = LastErrno();
+        if (result != kEngineOK) unlinkat(folderFd, name.c_str(), 0);
+        return result;
+    }
+
+    Result Copy(ReadCursor &data, int fd) {
+        for (;;) {
+            std::size_t got = 0;
+            if (Result result = data.Read(buffer_.data(), buffer_.size(), got)) return result;
+            if (got == 0) return kEngineOK;
+            operation_.AddRead(got);
+            if (Result result = WriteAll(fd, buffer_.data(), got)) return result;
+            operation_.AddWritten(got);
+            if (Result stop = operation_.Work(got)) return stop;
+            if (Result stop = operation_.Counters()) return stop;
+        }
+    }
+
+    static void SetTime(int fd, EngineDateTime modified) {
+        std::int64_t seconds;
+        long nanoseconds;
+        UnixFromFileTime(modified, seconds, nanoseconds);
+        struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), nanoseconds}};
+        futimens(fd, times);
+    }
+
+    Result SetFolderTimes() {
+        // Deepest first, so that setting a folder's time is the last change in it.
+        std::sort(folderTimes_.begin(), folderTimes_.end(), [](const Target *a, const Target *b) {
+            return a->relative.size() > b->relative.size();
+        });
+        for (const Target *target : folderTimes_) {
+            int fd;
+            std::string actual;
+            bool skip;
+            if (OpenFolder(*target, target->relative.size(), fd, actual, skip) != kEngineOK ||
+                fd < 0)
+                continue;
+            SetTime(fd, *target->node->info.modified);
+            close(fd);
+        }
+        return kEngineOK;
+    }
+
+    OpaqueEngineArchive &archive_;
+    Operation &operation_;
+    EngineSettings settings_;
+    std::wstring destination_;
+    int rootFd_ = -1;
+    std::vector<Target> targets_;
+    std::map<std::wstring, std::string> decided_;  // archive folder -> name on disk, empty: skipped
+    std::set<std::string> created_;                // folders this run made
+    std::map<std::wstring, std::string> placed_;   // stored path -> where it went
+    std::vector<std::wstring> topLevel_;
+    std::vector<const Target *> folderTimes_;
+    std::vector<char> buffer_ = std::vector<char>(256 * 1024);
+    Result itemFailure_ = kEngineOK;
+};
+
+}  // namespace
+
+Result ExpandItems(OpaqueEngineArchive &archive, Operation &operation,
+                   const std::vector<std::shared_ptr<Node>> &chosen,
+                   const std::wstring &destination, const std::wstring &password,
+                   std::vector<std::wstring> &outputs) {
+    std::wstring folder = destination;
+    if (folder.empty()) {
+        const std::wstring &path = archive.file->path;
+        std::size_t slash = path.find_last_of(L'/');
+        folder = slash == 0 ? L"/" : path.substr(0, slash);
+    }
+    Expander expander(archive, operation, folder);
+    return expander.Run(chosen, password, outputs);
+}
+
+}  // namespace engine

@@ -1,0 +1,30 @@
+// File-system steps the engine's operations share.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+#include "Result.h"
+
+namespace engine {
+
+// Makes a folder and the folders above it that are missing.
+Result MakeFolders(const std::string &path);
+Result WriteAll(int fd, const void *data, std::size_t count);
+// Removes a file, link or whole folder tree below `folderFd`, following no
+// links.
+Result RemoveAt(int folderFd, const std::string &name);
+// "name_1.ext", "name_2.ext", ...: the first name not present in the folder.
+std::string UniqueNameAt(int folderFd, const std::string &name);
+// The same for a path: the path itself when free.
+std::string UniquePath(const std::string &path);
+mode_t CurrentUmask();
+// A new empty file beside `path` for writing its replacement; removed by the
+// caller unless renamed onto `path`.
+Result TemporaryBeside(const std::string &path, std::string &temporary);
+std::string ParentOf(const std::string &path);
+std::string NameOf(const std::string &path);
+
+}  // namespace engine

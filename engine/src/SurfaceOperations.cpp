@@ -1,0 +1,248 @@
+// The C surface: the archive operations, each run to its end inside the call.
+#include <unistd.h>
+
+#include "Archive.h"
+#include "Changes.h"
+#include "Operation.h"
+
+using namespace engine;
+
+namespace {
+
+Session *SessionOf(OpaqueEngineObject *engine) {
+    return IsLive(engine, Kind::Session) ? static_cast<Session *>(engine) : nullptr;
+}
+
+std::wstring TextOf(StringRef string) {
+    OpaqueStringRef *text = Checked(string);
+    return text ? text->text : std::wstring();
+}
+
+std::vector<Ref<OpaqueFSObject>> Members(OpaqueFSObjectList &list) {
+    std::lock_guard lock(list.mutex);
+    return list.items;
+}
+
+std::vector<Ref<OpaqueArchiveObject>> Members(OpaqueArchiveObjectList &list) {
+    std::lock_guard lock(list.mutex);
+    return list.items;
+}
+
+FSObjectList ListOf(const std::vector<std::wstring> &paths) {
+    auto *list = new OpaqueFSObjectList();
+    for (const auto &path : paths) list->items.push_back(NewFSObject(path));
+    return list;
+}
+
+// The one archive all listed items belong to, or null.
+OpaqueEngineArchive *CommonArchive(const std::vector<Ref<OpaqueArchiveObject>> &items) {
+    OpaqueEngineArchive *archive = nullptr;
+    for (const auto &item : items) {
+        if (archive && item->archive.get() != archive) return nullptr;
+        archive = item->archive.get();
+    }
+    return archive;
+}
+
+Result RequireChangeable(const OpaqueEngineArchive &archive) {
+    if (!archive.open || archive.mode != kEngineAccessChange) return kEngineReadOnlyMedium;
+    return kEngineOK;
+}
+
+}  // namespace
+
+extern "C" {
+
+EngineResult ArchiveFSObjectList(OpaqueEngineObject *engine, const char *formatId,
+                                 FSObjectList sources, FSObject output, FSObject *result,
+                                 StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObjectList *list = Checked(sources);
+    OpaqueFSObject *target = Checked(output);
+    if (!session || !formatId || !list || !target || !result) return kEngineInvalidParameter;
+    Operation operation(*session);
+    std::wstring written;
+    Result outcome =
+        CreateArchive(operation, formatId, Members(*list), target->path, TextOf(password), written);
+    if (outcome == kEngineOK) *result = NewFSObject(written).Detach();
+    return outcome;
+}
+
+EngineResult ArchiveFSObjectListCreatingIndex(OpaqueEngineObject *engine, const char *formatId,
+                                              FSObjectList sources, FSObject output,
+                                              FSObject *result, StringRef, FSObject index) {
+    if (!SessionOf(engine) || !formatId || !Checked(sources) || !Checked(output) || !result ||
+        !Checked(index))
+        return kEngineInvalidParameter;
+    // Indexes belong to the project's own format.
+    return std::string(formatId) == "vnkx" ? kEngineNotImplemented : kEngineWrongFormat;
+}
+
+EngineResult CreateSegmentsWithFormat(OpaqueEngineObject *engine, FSObjectList sources,
+                                      FSObject output, FSObjectList *result, const char *formatId,
+                                      uint32_t, uint32_t, StringRef) {
+    if (!SessionOf(engine) || !Checked(sources) || !Checked(output) || !result || !formatId)
+        return kEngineInvalidParameter;
+    return std::string(formatId) == "vnkx" ? kEngineNotImplemented : kEngineNotAnArchive;
+}
+
+EngineResult CreateSegmentsWithFormatAndIndex(OpaqueEngineObject *engine, FSObjectList sources,
+                                              FSObject output, FSObjectList *result,
+                                              const char *formatId, uint32_t sizeLow,
+                                              uint32_t sizeHigh, StringRef password,
+                                              FSObject index) {
+    if (!Checked(index)) return kEngineInvalidParameter;
+    return CreateSegmentsWithFormat(engine, sources, output, result, formatId, sizeLow, sizeHigh,
+                                    password);
+}
+
+EngineResult CreateArchiveIndex(OpaqueEngineObject *engine, FSObject archive, FSObject index) {
+    if (!SessionOf(engine) || !Checked(archive) || !Checked(index)) return kEngineInvalidParameter;
+    return kEngineNotImplemented;
+}
+
+EngineResult AddItemsToArchive(OpaqueEngineObject *engine, ArchiveObject folder,
+                               FSObjectList sources, ArchiveObjectList *added, StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueArchiveObject *target = Checked(folder);
+    OpaqueFSObjectList *list = Checked(sources);
+    if (!session || !target || !list || !added) return kEngineInvalidParameter;
+    OpaqueEngineArchive &archive = *target->archive;
+    std::lock_guard lock(archive.mutex);
+    if (Result refused = RequireChangeable(archive)) return refused;
+    Operation operation(*session);
+    std::vector<std::shared_ptr<Node>> nodes;
+    Result outcome =
+        AddItems(archive, operation, target->node, Members(*list), TextOf(password), nodes);
+    if (outcome != kEngineOK) return outcome;
+    auto *made = new OpaqueArchiveObjectList();
+    for (const auto &node : nodes) made->items.push_back(NewItem(archive, node));
+    *added = made;
+    return kEngineOK;
+}
+
+EngineResult AcquireNewFolderInArchive(OpaqueEngineObject *engine, ArchiveObject parent,
+                                       StringRef name, int32_t, ArchiveObject *folder) {
+    Session *session = SessionOf(engine);
+    OpaqueArchiveObject *into = Checked(parent);
+    if (!session || !into || !Checked(name) || !folder) return kEngineInvalidParameter;
+    OpaqueEngineArchive &archive = *into->archive;
+    std::lock_guard lock(archive.mutex);
+    if (Result refused = RequireChangeable(archive)) return refused;
+    Operation operation(*session);
+    std::shared_ptr<Node> created;
+    if (Result outcome = AddFolder(archive, operation, into->node, TextOf(name), created))
+        return outcome;
+    *folder = NewItem(archive, created).Detach();
+    return kEngineOK;
+}
+
+EngineResult DeleteArchiveObjects(OpaqueEngineObject *engine, ArchiveObjectList items,
+                                  StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueArchiveObjectList *list = Checked(items);
+    if (!session || !list) return kEngineInvalidParameter;
+    std::vector<Ref<OpaqueArchiveObject>> members = Members(*list);
+    if (members.empty()) return kEngineOK;
+    OpaqueEngineArchive *archive = CommonArchive(members);
+    if (!archive) return kEngineInvalidParameter;
+    std::lock_guard lock(archive->mutex);
+    if (Result refused = RequireChangeable(*archive)) return refused;
+    Operation operation(*session);
+    std::vector<std::shared_ptr<Node>> nodes;
+    for (const auto &item : members) nodes.push_back(item->node);
+    return DeleteItems(*archive, operation, nodes, TextOf(password));
+}
+
+EngineResult ExpandOrDecodeFile(OpaqueEngineObject *engine, FSObject archive, FSObject destination,
+                                FSObjectList *result, StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObject *file = Checked(archive);
+    OpaqueFSObject *folder = destination ? Checked(destination) : nullptr;
+    if (!session || !file || !result || (destination && !folder)) return kEngineInvalidParameter;
+    Operation operation(*session);
+    Ref<OpaqueEngineArchive> opened = MakeRef<OpaqueEngineArchive>(
+        Ref<Session>::Share(session), Ref<OpaqueFSObject>::Share(file));
+    opened->password = TextOf(password);
+    if (Result outcome = LoadCatalogue(*opened, operation)) return outcome;
+    std::vector<std::wstring> outputs;
+    Result outcome = ExpandItems(*opened, operation, {}, folder ? folder->path : std::wstring(),
+                                 TextOf(password), outputs);
+    if (outcome != kEngineOK) return outcome;
+    if (operation.settings().deleteAction == 1) unlink(file->Native().c_str());
+    *result = ListOf(outputs);
+    return kEngineOK;
+}
+
+EngineResult ExpandArchiveObjects(OpaqueEngineObject *engine, ArchiveObjectList items,
+                                  FSObject destination, FSObjectList *result, StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueArchiveObjectList *list = Checked(items);
+    OpaqueFSObject *folder = destination ? Checked(destination) : nullptr;
+    if (!session || !list || !result || (destination && !folder)) return kEngineInvalidParameter;
+    std::vector<Ref<OpaqueArchiveObject>> members = Members(*list);
+    if (members.empty()) {
+        *result = ListOf({});
+        return kEngineOK;
+    }
+    OpaqueEngineArchive *archive = CommonArchive(members);
+    if (!archive) return kEngineInvalidParameter;
+    std::lock_guard lock(archive->mutex);
+    Operation operation(*session);
+    std::vector<std::shared_ptr<Node>> chosen;
+    for (const auto &item : members) {
+        if (item->node->isRoot) {
+            chosen.clear();  // the root stands for the whole archive
+            break;
+        }
+        chosen.push_back(item->node);
+    }
+    std::vector<std::wstring> outputs;
+    Result outcome = ExpandItems(*archive, operation, chosen,
+                                 folder ? folder->path : std::wstring(), TextOf(password), outputs);
+    if (outcome != kEngineOK) return outcome;
+    *result = ListOf(outputs);
+    return kEngineOK;
+}
+
+EngineResult VerifyArchive(OpaqueEngineObject *engine, FSObject archive, StringRef password) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObject *file = Checked(archive);
+    if (!session || !file) return kEngineInvalidParameter;
+    Operation operation(*session);
+    Ref<OpaqueEngineArchive> opened = MakeRef<OpaqueEngineArchive>(
+        Ref<Session>::Share(session), Ref<OpaqueFSObject>::Share(file));
+    opened->password = TextOf(password);
+    return VerifyItems(*opened, operation, TextOf(password));
+}
+
+EngineResult RecoverArchive(OpaqueEngineObject *engine, FSObject archive, FSObject destination,
+                            int32_t, StringRef) {
+    if (!SessionOf(engine) || !Checked(archive) || !Checked(destination))
+        return kEngineInvalidParameter;
+    return kEngineNotImplemented;
+}
+
+EngineResult TransformArchive(OpaqueEngineObject *engine, FSObject source, FSObject destination,
+                              FSObject *result, const char *formatId, StringRef oldPassword,
+                              StringRef newPassword, int32_t, int32_t) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObject *file = Checked(source);
+    OpaqueFSObject *target = destination ? Checked(destination) : nullptr;
+    if (!session || !file || !result || !formatId || (destination && !target))
+        return kEngineInvalidParameter;
+    Operation operation(*session);
+    std::wstring written;
+    Result outcome = Transform(operation, file->path, target ? target->path : std::wstring(),
+                               formatId, TextOf(oldPassword), TextOf(newPassword), written);
+    if (outcome == kEngineOK) *result = NewFSObject(written).Detach();
+    return outcome;
+}
+
+EngineResult AddSelfExtractingToArchive(OpaqueEngineObject *engine, FSObject archive,
+                                        FSObject *result, int32_t) {
+    if (!SessionOf(engine) || !Checked(archive) || !result) return kEngineInvalidParameter;
+    return kEngineNotImplemented;
+}
+
+}  // extern "C"
