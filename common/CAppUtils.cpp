@@ -8,6 +8,7 @@
 
 #include "CFSUtils.h"
 #include "CHighTime.h"
+#include "CRegistry.h"
 #include "platform/Win32.h"
 
 namespace {
@@ -24,6 +25,8 @@ constexpr int kDateTimeTextChars = 64;
 constexpr UINT kErrorBoxFlags = 48;  // exclamation icon, one OK button
 constexpr wchar_t kMainWindowClass[] = L"VARNICK";
 constexpr wchar_t kSupportEndpoint[] = L"https://support.orvanelabs.com/redirect";
+constexpr wchar_t kProductKey[] = L"Software\\Orvane Labs\\Varnick";
+constexpr std::size_t kSettingTextChars = 256;
 
 std::atomic<HINSTANCE> commonInstance{nullptr};
 std::atomic<HINSTANCE> commonNLInstance{nullptr};
@@ -259,10 +262,39 @@ const wchar_t *CAppUtils::GetWindowsVersion() {
 
 DWORD CAppUtils::GetWINVER() { return 0x0A00; }
 
+namespace {
+
+// A text value of the product's key in the current user's hive; false when
+// it is not stored.
+bool ReadProductSetting(const wchar_t *name, std::wstring &text) {
+    CRegistry registry;
+    registry.SetAppKey(kProductKey);
+    // Cleared first: stored text carries no terminator.
+    wchar_t buffer[kSettingTextChars] = {};
+    if (!registry.GetRegSetting(name, buffer, (kSettingTextChars - 1) * 2)) return false;
+    text = buffer;
+    return true;
+}
+
+// An installation's class: a number from 1 to 100 drawn once.
+std::wstring NewVersionCode() {
+    std::random_device random;
+    return FormatW(L"%u", random() % 100 + 1);
+}
+
+}  // namespace
+
 const wchar_t *CAppUtils::GetOrCreateVersionCode() {
-    // The code is kept in the registry store, which this library does not
-    // reach yet: there is no code to report.
-    return L"";
+    static wchar_t result[kSettingTextChars];
+    std::wstring code;
+    if (!ReadProductSetting(L"UIClass", code) || code.empty()) {
+        code = NewVersionCode();
+        CRegistry registry;
+        registry.CreateAppKey(kProductKey);
+        if (!registry.WriteRegSetting(L"UIClass", code.c_str())) code.clear();
+    }
+    wcscpy_s(result, kSettingTextChars, code.c_str());
+    return result;
 }
 
 WORD CAppUtils::GetLanguageCode() {
@@ -384,9 +416,13 @@ const wchar_t *CAppUtils::GetISupportURL(SUPPORT_PAGE_TYPE page, bool solution) 
     GetLocalTime(&now);
     std::wstring date = FormatW(L"%02i-%02i-%04i", now.wMonth, now.wDay, now.wYear);
     std::wstring versionCode = GetOrCreateVersionCode();
-    result = FormatW(L"%s?f=%s&date=%s%s&v=14&l=%s&vc=%s", kSupportEndpoint, kSupportPages[page],
-                     date.c_str(), solution ? L"&p=SOL&o=W" : L"&p=STD&o=W",
-                     GetLanguageDesignator(), versionCode.c_str());
+    std::wstring engineVersion;
+    ReadProductSetting(L"EngineVersion", engineVersion);
+    result = FormatW(L"%s?f=%s&date=%s%s&v=14&e=%s&l=%s&vc=%s", kSupportEndpoint,
+                     kSupportPages[page], date.c_str(), solution ? L"&p=SOL&o=W" : L"&p=STD&o=W",
+                     engineVersion.c_str(), GetLanguageDesignator(), versionCode.c_str());
+    std::wstring oem;
+    if (ReadProductSetting(L"OEM", oem) && !oem.empty()) result += L"&xoem=" + oem;
     return result.c_str();
 }
 

@@ -7,6 +7,8 @@
 
 #include "CAppUtils.h"
 #include "CFSUtils.h"
+#include "common/RegistryDump.h"
+#include "platform/Registry.h"
 #include "platform/Win32.h"
 
 namespace {
@@ -28,6 +30,10 @@ int Usage(FILE *to) {
         "commands:\n"
         "  ls [FOLDER]     list a folder: attributes, date, size and name of each entry\n"
         "  folders         show the folders the product keeps its data in\n"
+        "  reg export [HIVE\\KEY]\n"
+        "                  print a registry key and everything below it (HIVE is\n"
+        "                  HKCU, HKLM, HKCR or HKU, or the long name); without a key,\n"
+        "                  the whole of HKCU, HKLM and HKCR\n"
         "  --version       show the version\n"
         "  --help          show this text\n"
         "\n"
@@ -113,6 +119,66 @@ int ShowFolders() {
     return kExitSuccess;
 }
 
+// "HKCU\Software\X" into its hive and the key path below it; false for a
+// hive of another name.
+bool ParseRegistryPath(const std::wstring &text, HKEY &hive, std::wstring &path) {
+    struct Hive {
+        const wchar_t *shortName;
+        HKEY hive;
+    };
+    const Hive hives[] = {{L"HKCU", HKEY_CURRENT_USER},
+                          {L"HKLM", HKEY_LOCAL_MACHINE},
+                          {L"HKCR", HKEY_CLASSES_ROOT},
+                          {L"HKU", HKEY_USERS}};
+    const std::size_t split = text.find(L'\\');
+    const std::wstring name = text.substr(0, split);
+    path = split == std::wstring::npos ? L"" : text.substr(split + 1);
+    for (const Hive &entry : hives) {
+        if (platform::EqualsNoCase(name, entry.shortName) ||
+            platform::EqualsNoCase(name, RegistryHiveName(entry.hive))) {
+            hive = entry.hive;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Prints a key of the registry store and everything below it, in the form
+// of the support report.
+int ExportRegistryKey(HKEY hive, const std::wstring &path) {
+    const LONG status = DumpRegistryKey(stdout, hive, path.c_str());
+    if (status == ERROR_SUCCESS) return kExitSuccess;
+    std::wstring key = RegistryHiveName(hive);
+    if (!path.empty()) key += L"\\" + path;
+    if (status == ERROR_FILE_NOT_FOUND) {
+        PrintError(FormatW(L"%s: no such key", key.c_str()));
+    } else {
+        PrintError(FormatW(L"%s: %s", key.c_str(), CAppUtils::WinErrorToString(status)));
+    }
+    return kExitFailure;
+}
+
+int RegistryCommand(const std::vector<std::wstring> &args) {
+    if (args.size() < 2 || args.size() > 3 || args[1] != L"export") {
+        std::fputs("usage: varnick reg export [HIVE\\KEY]\n", stderr);
+        return kExitUsage;
+    }
+    if (args.size() == 2) {
+        for (HKEY hive : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT}) {
+            const int result = ExportRegistryKey(hive, L"");
+            if (result != kExitSuccess) return result;
+        }
+        return kExitSuccess;
+    }
+    HKEY hive = nullptr;
+    std::wstring path;
+    if (!ParseRegistryPath(args[2], hive, path)) {
+        PrintError(FormatW(L"unknown hive in '%s': use HKCU, HKLM, HKCR or HKU", args[2].c_str()));
+        return kExitUsage;
+    }
+    return ExportRegistryKey(hive, path);
+}
+
 // The resource libraries lie beside the library; without them every text
 // of the product would be empty.
 bool LoadResources() {
@@ -142,12 +208,13 @@ int main(int argc, char **argv) {
     if (command == L"ls") {
         if (args.size() > 2) return Usage(stderr);
         wchar_t current[1024];
-        std::wstring folder = args.size() == 2 ? args[1]
+        std::wstring folder = args.size() == 2                      ? args[1]
                               : GetCurrentDirectoryW(1024, current) ? std::wstring(current)
                                                                     : L".";
         return ListFolder(folder);
     }
     if (command == L"folders" && args.size() == 1) return ShowFolders();
+    if (command == L"reg") return RegistryCommand(args);
     PrintError(FormatW(L"unknown command '%s'", command.c_str()));
     return Usage(stderr);
 }

@@ -234,7 +234,6 @@ TEST(AppUtilsSystem, VersionsAndSystemNames) {
     EXPECT_STREQ(CAppUtils::DllVersion(nullptr), L"");
     EXPECT_EQ(CAppUtils::GetWINVER(), 0x0A00u);
     EXPECT_STREQ(CAppUtils::GetWindowsVersion(), L"LX");
-    EXPECT_STREQ(CAppUtils::GetOrCreateVersionCode(), L"");
 }
 
 TEST(AppUtilsSystem, ProgramPathsLieInTheProgramFolder) {
@@ -284,7 +283,8 @@ TEST(AppUtilsSystem, LanguageFollowsTheLocale) {
 TEST_F(AppUtilsTest, SupportLinkCarriesPageDateEditionAndLanguage) {
     LocaleEnvironment locale("de_DE.UTF-8");
     std::wstring url = CAppUtils::GetISupportURL(SUPPORT_PAGE_ISHELP, false);
-    std::wregex form(LR"(https://[^?]+\?f=iShelp&date=\d{2}-\d{2}-\d{4}&p=STD&o=W&v=14&l=DE&vc=)");
+    std::wregex form(
+        LR"(https://[^?]+\?f=iShelp&date=\d{2}-\d{2}-\d{4}&p=STD&o=W&v=14&e=&l=DE&vc=\d{1,3})");
     EXPECT_TRUE(std::regex_match(url, form)) << platform::ToUtf8(url);
     std::wstring solution = CAppUtils::GetISupportURL(SUPPORT_PAGE_FEEDBACK, true);
     EXPECT_NE(solution.find(L"f=feedback&"), std::wstring::npos);

@@ -1,0 +1,323 @@
+// CRegistry over the registry store: hives, the level-by-level creation of
+// the application key, the type and size rule of each overload, removal,
+// and the two cursors.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "CRegistry.h"
+#include "platform/Registry.h"
+#include "platform/WideText.h"
+#include "support/TempHome.h"
+
+namespace {
+
+constexpr wchar_t kProductKey[] = L"Software\\Orvane Labs\\Varnick";
+
+bool KeyExists(HKEY hive, const wchar_t *path) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(hive, path, 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+    RegCloseKey(key);
+    return true;
+}
+
+std::vector<std::wstring> TopLevelKeys(CRegistry &registry) {
+    std::vector<std::wstring> keys;
+    wchar_t name[256];
+    for (int found = registry.FindFirstKey(name, 256); found;
+         found = registry.FindNextKey(name, 256)) {
+        keys.push_back(name);
+    }
+    return keys;
+}
+
+class CRegistryTest : public testsupport::HomeTest {
+protected:
+    void TearDown() override { platform::CloseRegistryConnections(); }
+
+    // An instance whose application key exists.
+    static void Prepare(CRegistry &registry, const wchar_t *path = kProductKey) {
+        registry.CreateAppKey(path);
+        ASSERT_TRUE(KeyExists(HKEY_CURRENT_USER, path));
+    }
+};
+
+}  // namespace
+
+static_assert(!std::is_copy_constructible_v<CRegistry>);
+static_assert(!std::is_copy_assignable_v<CRegistry>);
+static_assert(std::has_virtual_destructor_v<CRegistry>);
+
+TEST_F(CRegistryTest, MajorKeysZeroOneTwoSelectTheHivesAndAnyOtherChangesNothing) {
+    CRegistry machine;
+    machine.SetMajorKey(1);
+    machine.CreateAppKey(L"SOFTWARE\\Orvane Labs");
+    EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orvane Labs"));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Software\\Orvane Labs"));
+
+    CRegistry classes;
+    classes.SetMajorKey(2);
+    classes.SetMajorKey(7);
+    classes.CreateAppKey(L".vnk");
+    EXPECT_TRUE(KeyExists(HKEY_CLASSES_ROOT, L".vnk"));
+    classes.SetMajorKey(0);
+    classes.SetMajorKey(3);
+    EXPECT_TRUE(classes.WriteRegSetting(L"", L"Varnick.Archive.Open.Vnk") == 0);  // no ".vnk" here
+    classes.CreateAppKey(L".vnk");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L".vnk"));
+}
+
+TEST_F(CRegistryTest, CreateAppKeyMakesEveryLevelBelowTheFirstAndSetsAnUnsetAppKey) {
+    CRegistry registry;
+    registry.CreateAppKey(L"Software\\Orvane Labs\\Varnick\\Options");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Software\\Orvane Labs\\Varnick\\Options"));
+    EXPECT_EQ(registry.WriteRegSetting(L"Level", L"3"), 1);  // the app key was set
+
+    // Levels that exist are opened again, not changed.
+    CRegistry again;
+    again.CreateAppKey(L"Software\\Orvane Labs\\Varnick\\Options");
+    wchar_t text[8] = {};
+    EXPECT_EQ(again.GetRegSetting(L"Level", text, 14), 1);
+    EXPECT_STREQ(text, L"3");
+}
+
+TEST_F(CRegistryTest, CreateAppKeyNeverCreatesTheFirstLevel) {
+    CRegistry registry;
+    registry.CreateAppKey(L"Elsewhere\\Orvane Labs\\Varnick");
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Elsewhere"));
+    EXPECT_EQ(registry.WriteRegSetting(L"Name", L"x"), 0);
+    // A single level is made directly below the hive.
+    CRegistry single;
+    single.CreateAppKey(L"Elsewhere");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Elsewhere"));
+}
+
+TEST_F(CRegistryTest, CreateAppKeyWalksTheStoredAppKeyNotItsArgument) {
+    CRegistry registry;
+    registry.SetAppKey(L"Software\\Stored\\Levels");
+    registry.CreateAppKey(L"Software\\Other\\Path");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Software\\Stored\\Levels"));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Software\\Other"));
+    // The argument's first level is the parent of the walk.
+    CRegistry crossed;
+    crossed.SetAppKey(L"Ignored\\Deep\\Key");
+    crossed.CreateAppKey(L"Software\\Whatever");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Software\\Deep\\Key"));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Ignored"));
+}
+
+TEST_F(CRegistryTest, TextIsStoredWithoutTerminatorAndTheEmptyTextAsOneZeroByte) {
+    CRegistry registry;
+    Prepare(registry);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abc"), 1);
+    ASSERT_EQ(registry.WriteRegSetting(L"Empty", L""), 1);
+    DWORD type = 0, size = 0;
+    ASSERT_EQ(registry.GetTypeAndSize(L"Name", &type, &size), 1);
+    EXPECT_EQ(type, REG_SZ);
+    EXPECT_EQ(size, 6u);
+    ASSERT_EQ(registry.GetTypeAndSize(L"Empty", &type, &size), 1);
+    EXPECT_EQ(size, 1u);
+
+    wchar_t cleared[16] = {};
+    ASSERT_EQ(registry.GetRegSetting(L"Name", cleared, 30), 1);
+    EXPECT_STREQ(cleared, L"abc");
+    wchar_t empty[4] = {};
+    ASSERT_EQ(registry.GetRegSetting(L"Empty", empty, 6), 1);
+    EXPECT_STREQ(empty, L"");
+
+    // The stored bytes, as the registry keeps them.
+    unsigned char bytes[16];
+    int count = sizeof bytes;
+    ASSERT_EQ(registry.GetRegSetting(L"Name", bytes, &count), 1);
+    EXPECT_EQ(std::vector<BYTE>(bytes, bytes + count), platform::ToUtf16Bytes(L"abc"));
+}
+
+TEST_F(CRegistryTest, TextReadIntoAnUnclearedBufferShowsWhatStoodBehindIt) {
+    CRegistry registry;
+    Prepare(registry);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abc"), 1);
+    wchar_t buffer[8] = L"XXXXXXX";
+    ASSERT_EQ(registry.GetRegSetting(L"Name", buffer, 14), 1);
+    EXPECT_STREQ(buffer, L"abcXXXX");
+}
+
+TEST_F(CRegistryTest, AValueReadWithABufferTooSmallGivesZero) {
+    CRegistry registry;
+    Prepare(registry);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abcdef"), 1);
+    wchar_t small[2] = {};
+    EXPECT_EQ(registry.GetRegSetting(L"Name", small, 4), 0);
+
+    // Four bytes at most into a number, whatever the type: the default stays.
+    DWORD number = 77;
+    EXPECT_EQ(registry.GetRegSetting(L"Name", &number), 0);
+    EXPECT_EQ(number, 77u);
+
+    unsigned char bytes[4];
+    int size = sizeof bytes;
+    EXPECT_EQ(registry.GetRegSetting(L"Name", bytes, &size), 0);
+    EXPECT_EQ(size, 12);  // out: the size needed
+}
+
+TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSize) {
+    CRegistry registry;
+    Prepare(registry);
+    DWORD number = 0x01020304;
+    ASSERT_EQ(registry.WriteRegSetting(L"Number", &number), 1);
+    BYTE blob[] = {9, 8, 0, 7};
+    ASSERT_EQ(registry.WriteRegSetting(L"Blob", static_cast<void *>(blob), DWORD{sizeof blob}), 1);
+    std::vector<BYTE> list = platform::ToUtf16Bytes(std::wstring(L"one\0two\0\0", 9));
+    ASSERT_EQ(registry.WriteRegSetting(L"List", list.data(), static_cast<int>(list.size())), 1);
+    // The size of an expandable text is stored as given, here two characters.
+    ASSERT_EQ(registry.WriteRegSetting(L"Path", true, L"%HOME%", 4u), 1);
+
+    struct Expected {
+        const wchar_t *name;
+        DWORD type;
+        DWORD size;
+    };
+    for (const Expected &value :
+         {Expected{L"Number", REG_DWORD, 4}, Expected{L"Blob", REG_BINARY, 4},
+          Expected{L"List", REG_MULTI_SZ, 18}, Expected{L"Path", REG_EXPAND_SZ, 4}}) {
+        SCOPED_TRACE(platform::ToUtf8(value.name));
+        DWORD type = 0, size = 0;
+        ASSERT_EQ(registry.GetTypeAndSize(value.name, &type, &size), 1);
+        EXPECT_EQ(type, value.type);
+        EXPECT_EQ(size, value.size);
+    }
+
+    DWORD numberBack = 0;
+    ASSERT_EQ(registry.GetRegSetting(L"Number", &numberBack), 1);
+    EXPECT_EQ(numberBack, 0x01020304u);
+    BYTE blobBack[8] = {};
+    ASSERT_EQ(registry.GetRegSetting(L"Blob", static_cast<void *>(blobBack), DWORD{8}), 1);
+    EXPECT_EQ(std::vector<BYTE>(blobBack, blobBack + 4), std::vector<BYTE>(blob, blob + 4));
+    unsigned char listBack[32];
+    int size = sizeof listBack;
+    ASSERT_EQ(registry.GetRegSetting(L"List", listBack, &size), 1);
+    EXPECT_EQ(std::vector<BYTE>(listBack, listBack + size), list);
+    wchar_t path[8] = {};
+    ASSERT_EQ(registry.GetRegSetting(L"Path", path, 14), 1);
+    EXPECT_STREQ(path, L"%H");
+}
+
+TEST_F(CRegistryTest, AKeyThatDoesNotExistFailsEveryCall) {
+    CRegistry registry;
+    registry.SetAppKey(L"Software\\Never\\Made");
+    DWORD number = 5;
+    wchar_t text[8] = {};
+    DWORD type = 0, size = 0;
+    EXPECT_EQ(registry.WriteRegSetting(L"Name", L"x"), 0);
+    EXPECT_EQ(registry.WriteRegSetting(L"Number", &number), 0);
+    EXPECT_EQ(registry.GetRegSetting(L"Name", text, 14), 0);
+    EXPECT_EQ(registry.GetRegSetting(L"Number", &number), 0);
+    EXPECT_EQ(number, 5u);
+    EXPECT_EQ(registry.GetTypeAndSize(L"Name", &type, &size), 0);
+    EXPECT_EQ(registry.RemoveName(L"Name"), 0);
+    EXPECT_EQ(registry.RemoveKey(), 0);
+    EXPECT_EQ(registry.FindFirst(text, 8), 0);
+}
+
+TEST_F(CRegistryTest, RemoveNameAndRemoveKeyDeleteAndTheInstanceKeepsItsPath) {
+    CRegistry registry;
+    Prepare(registry);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"x"), 1);
+    EXPECT_EQ(registry.RemoveName(L"Name"), 1);
+    EXPECT_EQ(registry.RemoveName(L"Name"), 0);
+
+    CRegistry child;
+    Prepare(child, L"Software\\Orvane Labs\\Varnick\\Options\\Deep");
+    EXPECT_EQ(registry.RemoveKey(), 1);
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, kProductKey));
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Software\\Orvane Labs"));
+    EXPECT_EQ(registry.RemoveKey(), 0);
+    registry.CreateAppKey(L"Software\\Unrelated\\Argument");
+    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, kProductKey));
+}
+
+TEST_F(CRegistryTest, FindFirstAndFindNextListValueNamesAndStartOverAfterTheEnd) {
+    CRegistry registry;
+    Prepare(registry, L"Software\\Orvane Labs\\Varnick\\ExcludeLocations");
+    for (const wchar_t *name : {L"/home/a", L"/home/b", L"/mnt/c"}) {
+        ASSERT_EQ(registry.WriteRegSetting(name, L""), 1);
+    }
+    std::vector<std::wstring> names;
+    wchar_t name[1024];
+    for (int found = registry.FindFirst(name, 1024); found; found = registry.FindNext(name, 1024)) {
+        names.push_back(name);
+    }
+    EXPECT_EQ(names, (std::vector<std::wstring>{L"/home/a", L"/home/b", L"/mnt/c"}));
+    EXPECT_EQ(registry.FindNext(name, 1024), 0);
+    ASSERT_EQ(registry.FindFirst(name, 1024), 1);
+    EXPECT_STREQ(name, L"/home/a");
+
+    // GetNextString leaves the cursor alone.
+    ASSERT_EQ(registry.GetNextString(2, name, 1024), 1);
+    EXPECT_STREQ(name, L"/mnt/c");
+    ASSERT_EQ(registry.FindNext(name, 1024), 1);
+    EXPECT_STREQ(name, L"/home/b");
+}
+
+TEST_F(CRegistryTest, FindNextMovesOnWhenANameDoesNotFitButNotWhenTheKeyIsMissing) {
+    CRegistry registry;
+    Prepare(registry);
+    for (const wchar_t *name : {L"a", L"much longer", L"c", L"d"}) {
+        ASSERT_EQ(registry.WriteRegSetting(name, L""), 1);
+    }
+    wchar_t name[4];
+    ASSERT_EQ(registry.FindFirst(name, 4), 1);
+    EXPECT_EQ(registry.FindNext(name, 4), 0);  // "much longer" does not fit
+    ASSERT_EQ(registry.FindNext(name, 4), 1);
+    EXPECT_STREQ(name, L"c");
+
+    // Without the key the cursor stays; the key made again, it goes on.
+    CRegistry other;
+    other.SetAppKey(kProductKey);
+    ASSERT_EQ(other.RemoveKey(), 1);
+    EXPECT_EQ(registry.FindNext(name, 4), 0);
+    registry.CreateAppKey(kProductKey);
+    for (const wchar_t *value : {L"1", L"2", L"3", L"4"}) {
+        ASSERT_EQ(registry.WriteRegSetting(value, L""), 1);
+    }
+    ASSERT_EQ(registry.FindNext(name, 4), 1);
+    EXPECT_STREQ(name, L"4");
+}
+
+TEST_F(CRegistryTest, FindFirstKeyWalksTheTopLevelOfTheHiveNotTheAppKey) {
+    CRegistry registry;
+    Prepare(registry);
+    CRegistry child;
+    Prepare(child, L"Software\\Orvane Labs\\Varnick\\Child");
+    CRegistry top;
+    top.CreateAppKey(L"AppEvents");
+    EXPECT_EQ(TopLevelKeys(registry), (std::vector<std::wstring>{L"AppEvents", L"Software"}));
+    wchar_t name[256];
+    ASSERT_EQ(registry.FindFirstKey(name, 256), 1);
+    EXPECT_STREQ(name, L"AppEvents");
+
+    CRegistry classes;
+    classes.SetMajorKey(2);
+    classes.CreateAppKey(L".vnk");
+    classes.CreateAppKey(L".7z");  // the app key stays ".vnk"
+    classes.CreateAppKey(L"Varnick.Archive.Open.Vnk");
+    EXPECT_EQ(TopLevelKeys(classes),
+              (std::vector<std::wstring>{L".7z", L".vnk", L"Varnick.Archive.Open.Vnk"}));
+}
+
+TEST_F(CRegistryTest, RegCreateKeyExWFillsInOpenSecurityAndPassesTheCallOn) {
+    HKEY key = nullptr;
+    DWORD disposition = 0;
+    wchar_t noClass[] = L"";
+    ASSERT_EQ(CRegistry::RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Open", 0, noClass, 0,
+                                         KEY_ALL_ACCESS, nullptr, &key, &disposition),
+              ERROR_SUCCESS);
+    EXPECT_EQ(disposition, REG_CREATED_NEW_KEY);
+    RegCloseKey(key);
+    ASSERT_EQ(CRegistry::RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Open", 0, noClass, 0,
+                                         KEY_ALL_ACCESS, nullptr, &key, &disposition),
+              ERROR_SUCCESS);
+    EXPECT_EQ(disposition, REG_OPENED_EXISTING_KEY);
+    RegCloseKey(key);
+}
