@@ -4,6 +4,7 @@
 
 #include "platform/KernelObject.h"
 #include "platform/ProfileStrings.h"
+#include "platform/Registry.h"
 #include "platform/ShellFileOperation.h"
 #include "platform/SpecialFolders.h"
 #include "platform/SystemInfo.h"
