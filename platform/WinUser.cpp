@@ -9,8 +9,6 @@
 
 namespace {
 
-std::atomic<HWND> captureWindow{nullptr};
-std::atomic<HWND> foregroundWindow{nullptr};
 std::atomic<HCURSOR> currentCursor{nullptr};
 
 // Windows primary language ids of ISO 639-1 codes.
@@ -47,29 +45,6 @@ int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags) {
     return platform::CurrentUiHost()->MessageBox(owner, text ? text : L"",
                                                  caption ? caption : L"Error", flags);
 }
-
-HWND GetFocus() { return nullptr; }
-
-HWND GetActiveWindow() { return nullptr; }
-
-HWND GetForegroundWindow() { return foregroundWindow.load(); }
-
-HWND FindWindowW(LPCWSTR, LPCWSTR) { return nullptr; }
-
-BOOL SetForegroundWindow(HWND window) {
-    if (!window) return FALSE;
-    foregroundWindow.store(window);
-    return TRUE;
-}
-
-HWND SetCapture(HWND window) { return captureWindow.exchange(window); }
-
-BOOL ReleaseCapture() {
-    captureWindow.store(nullptr);
-    return TRUE;
-}
-
-HWND GetCapture() { return captureWindow.load(); }
 
 HCURSOR LoadCursorW(HINSTANCE instance, LPCWSTR name) {
     if (instance || !IsSystemCursorName(name)) return nullptr;

@@ -1,13 +1,18 @@
-// The window-manager calls the library makes, in their Windows form.
+// The window-manager calls the library makes, in their Windows form: this
+// header brings the whole window layer (windows, queues, dialogs, clipboard,
+// global memory) and adds message boxes, capture, cursors and the display.
 //
-// Message boxes go to the installed UiHost. Focus, foreground, capture and
-// cursor are state of the window layer; with no window layer present there
-// are no windows, so the queries give null and the setters keep what they
-// were given.
+// Message boxes go to the installed UiHost. Capture and the cursor are
+// process-wide state of the window layer.
 #pragma once
 
+#include "platform/Clipboard.h"
+#include "platform/Dialog.h"
+#include "platform/GlobalMemory.h"
+#include "platform/MessageQueue.h"
 #include "platform/UiHost.h"
 #include "platform/WinTypes.h"
+#include "platform/Window.h"
 
 // Button sets, defaults and answers not named in WinTypes.h.
 inline constexpr UINT MB_CANCELTRYCONTINUE = 0x00000006;
@@ -35,19 +40,6 @@ inline constexpr int SM_CMONITORS = 80;
 // Asks the current UiHost. A null text shows as empty and a null caption as
 // "Error", as on Windows.
 int MessageBoxW(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags);
-
-HWND GetFocus();
-HWND GetActiveWindow();
-HWND GetForegroundWindow();
-// Top-level window by class name and title (either may be null).
-HWND FindWindowW(LPCWSTR className, LPCWSTR windowName);
-// False for a null window.
-BOOL SetForegroundWindow(HWND window);
-
-// Returns the window that had the capture before.
-HWND SetCapture(HWND window);
-BOOL ReleaseCapture();
-HWND GetCapture();
 
 // System cursors (null instance, an IDC_* name) give a handle that names
 // the cursor; cursor resources of modules are not supported and give null.
