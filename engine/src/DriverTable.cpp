@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "Driver.h"
+#include "LibArchive.h"
 #include "Sniff.h"
 
 namespace engine {
@@ -35,6 +36,7 @@ const Driver *DriverFor(std::string_view id) {
 }
 
 Result DetermineFormat(const std::string &path, std::string &id) {
+    Utf8LocaleScope locale;
     SniffInput input(path);
     if (!input.readable()) return LastErrno();
     for (const Driver *driver : Drivers()) {

@@ -3,8 +3,12 @@
 #include <archive.h>
 #include <archive_entry.h>
 
+#include <locale.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "Handles.h"
@@ -25,12 +29,20 @@ bool Mentions(const char *message, const char *word) {
     return message && strcasestr(message, word) != nullptr;
 }
 
+// The entry's path as text. The wide form first: libarchive makes it from
+// names stored as UTF-16 or flagged UTF-8 whatever the process's locale,
+// where the narrow forms need a locale that can hold the name.
+std::wstring DecodedPath(archive_entry *entry, const char *raw) {
+    if (const wchar_t *wide = archive_entry_pathname_w(entry)) return wide;
+    if (const char *utf8 = archive_entry_pathname_utf8(entry)) return Wide(utf8);
+    return WideFromStoredName(raw ? raw : "");
+}
+
 ItemInfo InfoFromEntry(archive_entry *entry) {
     ItemInfo info;
     const char *raw = archive_entry_pathname(entry);
-    info.rawPath = raw ? raw : "";
-    const char *utf8 = archive_entry_pathname_utf8(entry);
-    std::wstring decoded = utf8 ? Wide(utf8) : WideFromStoredName(info.rawPath);
+    std::wstring decoded = DecodedPath(entry, raw);
+    info.rawPath = raw ? raw : Utf8(decoded);
     info.folder =
         archive_entry_filetype(entry) == AE_IFDIR || (!decoded.empty() && decoded.back() == L'/');
     info.path = CleanItemPath(decoded);
@@ -91,6 +103,8 @@ public:
         index_ = index_ == kNoIndex ? 0 : index_ + 1;
         info = InfoFromEntry(entry);
         currentEncrypted_ = info.encrypted;
+        remaining_ =
+            info.sizeKnown && !info.folder ? std::optional<std::uint64_t>(info.size) : std::nullopt;
         if (!singleItemName_.empty()) {
             info.path = singleItemName_;
             info.rawPath = Utf8(singleItemName_);
@@ -100,12 +114,19 @@ public:
 
     Result Read(void *buffer, std::size_t size, std::size_t &got) override {
         got = 0;
+        // Some readers (xar) hand out padding behind an item's data; what an
+        // item holds is what its header says.
+        if (remaining_) {
+            if (*remaining_ == 0) return kEngineOK;
+            size = static_cast<std::size_t>(std::min<std::uint64_t>(size, *remaining_));
+        }
         la_ssize_t count = archive_read_data(handle_, buffer, size);
         if (count < 0) {
             if (Result stop = PasswordOutcome()) return stop;
             return Classify(kEngineItemDataDamaged);
         }
         got = static_cast<std::size_t>(count);
+        if (remaining_) *remaining_ -= std::min<std::uint64_t>(*remaining_, got);
         if (givenPassword_ && currentEncrypted_ && request_.passwords)
             request_.passwords->Accepted();
         return kEngineOK;
@@ -151,6 +172,7 @@ private:
     bool givenPassword_ = false;
     Result passwordFailure_ = kEngineOK;
     bool currentEncrypted_ = false;
+    std::optional<std::uint64_t> remaining_;
 };
 
 archive_entry *EntryFromItem(const ItemInfo &info, archive_entry *entry) {
@@ -256,6 +278,30 @@ Result WriteWithLibarchive(const WriteRequest &request, ItemFeed &feed,
     archive_entry_free(entry);
     archive_write_free(handle);
     return result;
+}
+
+}  // namespace engine
+
+namespace engine {
+namespace {
+
+locale_t Utf8Locale() {
+    static locale_t locale = [] {
+        for (const char *name : {"C.UTF-8", "C.utf8", "en_US.UTF-8"})
+            if (locale_t made = newlocale(LC_ALL_MASK, name, nullptr)) return made;
+        return locale_t(nullptr);
+    }();
+    return locale;
+}
+
+}  // namespace
+
+Utf8LocaleScope::Utf8LocaleScope() {
+    if (locale_t utf8 = Utf8Locale()) previous_ = uselocale(utf8);
+}
+
+Utf8LocaleScope::~Utf8LocaleScope() {
+    if (previous_) uselocale(static_cast<locale_t>(previous_));
 }
 
 }  // namespace engine

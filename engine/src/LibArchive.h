@@ -50,3 +50,21 @@ namespace engine {
 Result AddStreamFilter(archive *handle, std::string_view id, const PropertyMap &properties);
 
 }  // namespace engine
+
+namespace engine {
+
+// libarchive converts names with the calling thread's locale; while an
+// engine call runs, its thread uses a UTF-8 locale, so that every name can be
+// read and written whatever locale the host process chose.
+class Utf8LocaleScope {
+public:
+    Utf8LocaleScope();
+    ~Utf8LocaleScope();
+    Utf8LocaleScope(const Utf8LocaleScope &) = delete;
+    Utf8LocaleScope &operator=(const Utf8LocaleScope &) = delete;
+
+private:
+    void *previous_ = nullptr;
+};
+
+}  // namespace engine

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "LibArchive.h"
 #include "Result.h"
 #include "Session.h"
 
@@ -67,6 +68,7 @@ public:
 private:
     bool Due(std::chrono::steady_clock::time_point &last);
 
+    Utf8LocaleScope locale_;
     Session &session_;
     EngineSettings settings_;
     std::atomic<bool> cancelled_{false};

@@ -48,7 +48,7 @@ void EnableRawStream(archive *handle) {
 
 // The name a gzip stream keeps of its file, without any folder part.
 std::wstring GzipStoredName(const sniff::Bytes &head) {
-    if (head.size() < 10 || !(head[3] & 0x08)) return {};
+    if (head.size() < 10 || !sniff::At(head, 0, {0x1F, 0x8B, 0x08}) || !(head[3] & 0x08)) return {};
     std::size_t at = 10;
     if (head[3] & 0x04) at += 2 + sniff::Le16(head, 10);
     std::string name;

@@ -117,6 +117,14 @@ int32_t AnswerConflict(NotificationContext context, int32_t resolution) {
     return kNotificationHandled;
 }
 
+// Short contents as they are; long ones by size and digest, so that a
+// failing comparison prints readably.
+std::string Summary(const std::string &contents) {
+    if (contents.size() <= 64) return contents;
+    return "<" + std::to_string(contents.size()) + " bytes, digest " +
+           std::to_string(std::hash<std::string>()(contents)) + ">";
+}
+
 std::map<std::string, std::string> Snapshot(const fs::path &root) {
     std::map<std::string, std::string> tree;
     if (!fs::exists(fs::symlink_status(root))) return tree;
@@ -128,7 +136,7 @@ std::map<std::string, std::string> Snapshot(const fs::path &root) {
         else if (it->is_directory())
             tree[relative] = "<dir>";
         else
-            tree[relative] = ReadFile(it->path());
+            tree[relative] = Summary(ReadFile(it->path()));
     }
     return tree;
 }
@@ -140,8 +148,11 @@ void WriteFile(const fs::path &path, const std::string &bytes) {
 
 std::string ReadFile(const fs::path &path) { return testsupport::ReadBytes(path); }
 
-Shell Run(const std::string &command, const fs::path &folder) {
-    std::string full = (folder.empty() ? "" : "cd " + Quote(folder) + " && ") + command + " 2>&1";
+Shell RunShell(const std::string &command, const fs::path &folder) {
+    // The tools read and write names as UTF-8 whatever the test's locale.
+    std::string full = "export LC_ALL=C.UTF-8; " +
+                       (folder.empty() ? std::string() : "cd " + Quote(folder) + " && ") + command +
+                       " 2>&1";
     Shell result{-1, {}};
     FILE *pipe = popen(full.c_str(), "r");
     if (!pipe) return result;

@@ -109,7 +109,7 @@ struct Shell {
     std::string output;
 };
 // Runs a command through /bin/sh in `folder`.
-Shell Run(const std::string &command, const fs::path &folder = {});
+Shell RunShell(const std::string &command, const fs::path &folder = {});
 std::string Quote(const fs::path &path);
 
 // A test with a session and a scratch folder below a fresh home.
