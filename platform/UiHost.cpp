@@ -8,8 +8,54 @@ namespace platform {
 
 namespace {
 
-// The buttons of each MB_TYPEMASK value, in the order Windows shows them.
-std::vector<int> ButtonsOf(UINT flags) {
+std::atomic<UiHost *> installedHost{nullptr};
+
+}  // namespace
+
+std::optional<std::wstring> UiHost::AskPassword(const PasswordPrompt &) { return std::nullopt; }
+
+std::optional<int> UiHost::AskConflictAction(const ConflictPrompt &) { return std::nullopt; }
+
+std::optional<FolderDeleteAnswer> UiHost::ConfirmFolderDelete(const FolderDeletePrompt &) {
+    return std::nullopt;
+}
+
+std::optional<std::wstring> UiHost::ChooseDirectory(const DirectoryPrompt &) {
+    return std::nullopt;
+}
+
+std::optional<std::wstring> UiHost::ChooseSaveFile(const SaveFilePrompt &) { return std::nullopt; }
+
+std::optional<std::wstring> UiHost::LocateArchive(const ArchiveLocationPrompt &) {
+    return std::nullopt;
+}
+
+std::optional<std::wstring> UiHost::AskNextDisk(const NextDiskPrompt &) { return std::nullopt; }
+
+std::optional<int> UiHost::AskArcNameConflict(const ArcNameConflictPrompt &) {
+    return std::nullopt;
+}
+
+void UiHost::ProgressChanged(HWND) {}
+
+void UiHost::ProgressEnded(HWND) {}
+
+int UiHost::SystemMetric(int index) {
+    switch (index) {
+        case SM_CXSCREEN:
+        case SM_CXVIRTUALSCREEN:
+            return 1024;
+        case SM_CYSCREEN:
+        case SM_CYVIRTUALSCREEN:
+            return 768;
+        case SM_CMONITORS:
+            return 1;
+        default:
+            return 0;
+    }
+}
+
+std::vector<int> MessageBoxButtons(UINT flags) {
     switch (flags & MB_TYPEMASK) {
         case MB_OKCANCEL:
             return {IDOK, IDCANCEL};
@@ -28,57 +74,10 @@ std::vector<int> ButtonsOf(UINT flags) {
     }
 }
 
-std::atomic<UiHost *> installedHost{nullptr};
-
-}  // namespace
-
-int UiHost::SystemMetric(int index) {
-    switch (index) {
-        case SM_CXSCREEN:
-        case SM_CXVIRTUALSCREEN:
-            return 1024;
-        case SM_CYSCREEN:
-        case SM_CYVIRTUALSCREEN:
-            return 768;
-        case SM_CMONITORS:
-            return 1;
-        default:
-            return 0;
-    }
-}
-
 int DefaultMessageBoxAnswer(UINT flags) {
-    std::vector<int> buttons = ButtonsOf(flags);
+    std::vector<int> buttons = MessageBoxButtons(flags);
     std::size_t index = (flags & MB_DEFMASK) >> 8;
     return index < buttons.size() ? buttons[index] : buttons.front();
-}
-
-int HeadlessUiHost::MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
-                               UINT flags) {
-    std::lock_guard lock(mutex_);
-    int answer = DefaultMessageBoxAnswer(flags);
-    if (!answers_.empty()) {
-        answer = answers_.front();
-        answers_.pop_front();
-    }
-    recorded_.push_back(MessageBoxRecord{owner, text, caption, flags, answer});
-    return answer;
-}
-
-void HeadlessUiHost::QueueAnswer(int answer) {
-    std::lock_guard lock(mutex_);
-    answers_.push_back(answer);
-}
-
-std::vector<MessageBoxRecord> HeadlessUiHost::Recorded() const {
-    std::lock_guard lock(mutex_);
-    return recorded_;
-}
-
-void HeadlessUiHost::Reset() {
-    std::lock_guard lock(mutex_);
-    answers_.clear();
-    recorded_.clear();
 }
 
 HeadlessUiHost &DefaultHeadlessUiHost() {

@@ -1,5 +1,6 @@
-// The presentation seam: message boxes through the installed host, the
-// headless host's record and scripted answers, and the window-state stubs.
+// The presentation seam: message boxes and prompts through the installed
+// host, the headless host's record and scripted answers, and the window-state
+// calls.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -79,6 +80,91 @@ TEST_F(HeadlessHostTest, BoxesFromSeveralThreadsAreAllRecorded) {
     EXPECT_EQ(host.Recorded().size(), 200u);
 }
 
+TEST_F(HeadlessHostTest, PasswordScriptAnswersTwiceThenRefuses) {
+    host.QueuePassword(L"secret");
+    host.QueuePassword(L"secret");
+    for (int i = 0; i < 3; ++i) {
+        host.AskPassword({nullptr, L"a.zip", false, i > 0});
+    }
+    auto prompts = host.Prompts();
+    ASSERT_EQ(prompts.size(), 3u);
+    EXPECT_FALSE(prompts[0].refused);
+    EXPECT_EQ(prompts[1].text, L"secret");
+    EXPECT_TRUE(prompts[2].refused);
+    ASSERT_NE(prompts[2].As<platform::PasswordPrompt>(), nullptr);
+    EXPECT_EQ(prompts[2].As<platform::PasswordPrompt>()->archiveName, L"a.zip");
+    EXPECT_TRUE(prompts[2].As<platform::PasswordPrompt>()->passwordWrong);
+    EXPECT_EQ(prompts[2].As<platform::ConflictPrompt>(), nullptr);
+}
+
+TEST_F(HeadlessHostTest, EachKindOfPromptHasItsOwnScriptAndAnExplicitRefusal) {
+    host.QueueConflictAction(platform::kConflictSkipAll);
+    host.QueueDirectory(std::nullopt);
+    host.QueueDirectory(L"/tmp");
+    host.QueueFolderDelete(platform::FolderDeleteAnswer{true, false});
+    host.QueueArcNameConflict(platform::kArcNameUseUnique);
+    host.QueueAnswer(IDNO);
+
+    // Boxes and other kinds do not use up the directory script.
+    EXPECT_EQ(host.AskArcNameConflict({nullptr, L"a.zip", L"a_1.zip"}), 2);
+    EXPECT_EQ(MessageBoxW(nullptr, L"?", L"", MB_YESNO), IDNO);
+    EXPECT_EQ(host.ChooseDirectory({nullptr, L"Where?", L""}), std::nullopt);
+    EXPECT_EQ(host.ChooseDirectory({nullptr, L"Where?", L""}),
+              std::optional<std::wstring>(L"/tmp"));
+    EXPECT_EQ(host.ChooseDirectory({nullptr, L"Where?", L""}), std::nullopt);
+    EXPECT_EQ(host.AskConflictAction({nullptr, L"a", true}), platform::kConflictSkipAll);
+    auto folder = host.ConfirmFolderDelete({nullptr, L"/x"});
+    ASSERT_TRUE(folder);
+    EXPECT_TRUE(folder->dontAskAgain);
+    EXPECT_FALSE(folder->mergeContents);
+    EXPECT_EQ(host.ChooseSaveFile({nullptr, L"", L"", 0, L"a.txt"}), std::nullopt);
+    EXPECT_EQ(host.LocateArchive({nullptr, L"*.vnkx"}), std::nullopt);
+    EXPECT_EQ(host.AskNextDisk({nullptr, L"a", L"b", L"/"}), std::nullopt);
+
+    auto prompts = host.Prompts();
+    ASSERT_EQ(prompts.size(), 9u);
+    EXPECT_EQ(prompts[0].choice, 2);
+    EXPECT_EQ(prompts[4].choice, platform::kConflictSkipAll);
+    EXPECT_TRUE(prompts[5].folderDelete.dontAskAgain);
+    EXPECT_EQ(host.Recorded().size(), 1u);
+
+    host.Reset();
+    EXPECT_TRUE(host.Prompts().empty());
+    host.QueuePassword(L"gone");
+    host.Reset();
+    EXPECT_EQ(host.AskPassword({}), std::nullopt);
+}
+
+TEST_F(HeadlessHostTest, WhileShownRunsOnTheAskingThreadBeforeTheAnswer) {
+    std::thread::id asking;
+    std::size_t recordedMeanwhile = 99;
+    host.WhileShown([&] {
+        asking = std::this_thread::get_id();
+        recordedMeanwhile = host.Prompts().size();
+    });
+    std::thread worker([&] { host.AskPassword({nullptr, L"a.zip", false, false}); });
+    std::thread::id workerId = worker.get_id();
+    worker.join();
+    EXPECT_EQ(asking, workerId);
+    EXPECT_EQ(recordedMeanwhile, 0u);
+}
+
+TEST(UiHostDefaults, AHostThatOnlyShowsBoxesRefusesEveryPrompt) {
+    struct BoxesOnly : platform::UiHost {
+        int MessageBox(HWND, const std::wstring &, const std::wstring &, UINT) override {
+            return IDOK;
+        }
+    } host;
+    EXPECT_EQ(host.AskPassword({}), std::nullopt);
+    EXPECT_EQ(host.AskConflictAction({}), std::nullopt);
+    EXPECT_EQ(host.ConfirmFolderDelete({}), std::nullopt);
+    EXPECT_EQ(host.ChooseDirectory({}), std::nullopt);
+    EXPECT_EQ(host.ChooseSaveFile({}), std::nullopt);
+    EXPECT_EQ(host.LocateArchive({}), std::nullopt);
+    EXPECT_EQ(host.AskNextDisk({}), std::nullopt);
+    EXPECT_EQ(host.AskArcNameConflict({}), std::nullopt);
+}
+
 TEST(UiHostInstall, NullReinstallsDefaultAndScopeRestoresPrevious) {
     platform::UiHost *original = platform::CurrentUiHost();
     EXPECT_EQ(original, &platform::DefaultHeadlessUiHost());
@@ -107,23 +193,6 @@ TEST(UiHostInstall, SystemMetricsComeFromTheHost) {
     EXPECT_EQ(GetSystemMetrics(-5), 0);
     platform::ScopedUiHost installed(&wide);
     EXPECT_EQ(GetSystemMetrics(SM_CXSCREEN), 3840);
-}
-
-TEST(WindowState, HeadlessQueriesGiveNullAndSettersKeepState) {
-    EXPECT_EQ(GetFocus(), nullptr);
-    EXPECT_EQ(GetActiveWindow(), nullptr);
-    EXPECT_EQ(FindWindowW(L"VARNICK", nullptr), nullptr);
-    EXPECT_EQ(FindWindowW(nullptr, nullptr), nullptr);
-    EXPECT_FALSE(SetForegroundWindow(nullptr));
-
-    auto window = reinterpret_cast<HWND>(static_cast<ULONG_PTR>(0x42));
-    EXPECT_TRUE(SetForegroundWindow(window));
-    EXPECT_EQ(GetForegroundWindow(), window);
-
-    EXPECT_EQ(SetCapture(window), nullptr);
-    EXPECT_EQ(GetCapture(), window);
-    EXPECT_TRUE(ReleaseCapture());
-    EXPECT_EQ(GetCapture(), nullptr);
 }
 
 TEST(WindowState, SystemCursorsLoadAndSet) {

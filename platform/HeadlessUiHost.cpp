@@ -1,0 +1,172 @@
+#include "platform/HeadlessUiHost.h"
+
+namespace platform {
+
+namespace {
+
+template <class Prompt>
+std::size_t ScriptIndex() {
+    return PromptRequest(Prompt{}).index();
+}
+
+void Fill(PromptRecord &record, const std::wstring &text) { record.text = text; }
+void Fill(PromptRecord &record, int choice) { record.choice = choice; }
+void Fill(PromptRecord &record, const FolderDeleteAnswer &answer) { record.folderDelete = answer; }
+
+}  // namespace
+
+void HeadlessUiHost::RunWhileShown() {
+    std::function<void()> action;
+    {
+        std::lock_guard lock(mutex_);
+        action = whileShown_;
+    }
+    // Outside the lock: the action may show boxes of its own or wait for
+    // another thread that does.
+    if (action) action();
+}
+
+template <class Value, class Prompt>
+std::optional<Value> HeadlessUiHost::Ask(const Prompt &prompt) {
+    RunWhileShown();
+    std::lock_guard lock(mutex_);
+    Script &script = scripts_[ScriptIndex<Prompt>()];
+    std::optional<Value> answer;
+    if (!script.empty()) {
+        if (script.front()) answer = std::get<Value>(*script.front());
+        script.pop_front();
+    }
+    PromptRecord record;
+    record.request = prompt;
+    if (answer) {
+        record.refused = false;
+        Fill(record, *answer);
+    }
+    prompts_.push_back(std::move(record));
+    return answer;
+}
+
+template <class Prompt>
+void HeadlessUiHost::Queue(std::optional<Answer> answer) {
+    std::lock_guard lock(mutex_);
+    scripts_[ScriptIndex<Prompt>()].push_back(std::move(answer));
+}
+
+int HeadlessUiHost::MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
+                               UINT flags) {
+    RunWhileShown();
+    std::lock_guard lock(mutex_);
+    int answer = DefaultMessageBoxAnswer(flags);
+    if (!answers_.empty()) {
+        answer = answers_.front();
+        answers_.pop_front();
+    }
+    recorded_.push_back(MessageBoxRecord{owner, text, caption, flags, answer});
+    return answer;
+}
+
+std::optional<std::wstring> HeadlessUiHost::AskPassword(const PasswordPrompt &prompt) {
+    return Ask<std::wstring>(prompt);
+}
+
+std::optional<int> HeadlessUiHost::AskConflictAction(const ConflictPrompt &prompt) {
+    return Ask<int>(prompt);
+}
+
+std::optional<FolderDeleteAnswer> HeadlessUiHost::ConfirmFolderDelete(
+    const FolderDeletePrompt &prompt) {
+    return Ask<FolderDeleteAnswer>(prompt);
+}
+
+std::optional<std::wstring> HeadlessUiHost::ChooseDirectory(const DirectoryPrompt &prompt) {
+    return Ask<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> HeadlessUiHost::ChooseSaveFile(const SaveFilePrompt &prompt) {
+    return Ask<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> HeadlessUiHost::LocateArchive(const ArchiveLocationPrompt &prompt) {
+    return Ask<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> HeadlessUiHost::AskNextDisk(const NextDiskPrompt &prompt) {
+    return Ask<std::wstring>(prompt);
+}
+
+std::optional<int> HeadlessUiHost::AskArcNameConflict(const ArcNameConflictPrompt &prompt) {
+    return Ask<int>(prompt);
+}
+
+void HeadlessUiHost::QueueAnswer(int answer) {
+    std::lock_guard lock(mutex_);
+    answers_.push_back(answer);
+}
+
+namespace {
+
+template <class Value, class Answer>
+std::optional<Answer> Wrap(std::optional<Value> value) {
+    if (!value) return std::nullopt;
+    return Answer(std::move(*value));
+}
+
+}  // namespace
+
+void HeadlessUiHost::QueuePassword(std::optional<std::wstring> password) {
+    Queue<PasswordPrompt>(Wrap<std::wstring, Answer>(std::move(password)));
+}
+
+void HeadlessUiHost::QueueConflictAction(std::optional<int> action) {
+    Queue<ConflictPrompt>(Wrap<int, Answer>(action));
+}
+
+void HeadlessUiHost::QueueFolderDelete(std::optional<FolderDeleteAnswer> answer) {
+    Queue<FolderDeletePrompt>(Wrap<FolderDeleteAnswer, Answer>(answer));
+}
+
+void HeadlessUiHost::QueueDirectory(std::optional<std::wstring> folder) {
+    Queue<DirectoryPrompt>(Wrap<std::wstring, Answer>(std::move(folder)));
+}
+
+void HeadlessUiHost::QueueSaveFile(std::optional<std::wstring> file) {
+    Queue<SaveFilePrompt>(Wrap<std::wstring, Answer>(std::move(file)));
+}
+
+void HeadlessUiHost::QueueArchiveLocation(std::optional<std::wstring> file) {
+    Queue<ArchiveLocationPrompt>(Wrap<std::wstring, Answer>(std::move(file)));
+}
+
+void HeadlessUiHost::QueueNextDisk(std::optional<std::wstring> folder) {
+    Queue<NextDiskPrompt>(Wrap<std::wstring, Answer>(std::move(folder)));
+}
+
+void HeadlessUiHost::QueueArcNameConflict(std::optional<int> choice) {
+    Queue<ArcNameConflictPrompt>(Wrap<int, Answer>(choice));
+}
+
+void HeadlessUiHost::WhileShown(std::function<void()> action) {
+    std::lock_guard lock(mutex_);
+    whileShown_ = std::move(action);
+}
+
+std::vector<MessageBoxRecord> HeadlessUiHost::Recorded() const {
+    std::lock_guard lock(mutex_);
+    return recorded_;
+}
+
+std::vector<PromptRecord> HeadlessUiHost::Prompts() const {
+    std::lock_guard lock(mutex_);
+    return prompts_;
+}
+
+void HeadlessUiHost::Reset() {
+    std::lock_guard lock(mutex_);
+    answers_.clear();
+    for (Script &script : scripts_) script.clear();
+    whileShown_ = nullptr;
+    recorded_.clear();
+    prompts_.clear();
+}
+
+}  // namespace platform

@@ -1,0 +1,86 @@
+// A prompt of a run stands on the worker thread, modal to the progress
+// window, while the window's thread goes on pumping.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "CExpandConflictAction.h"
+#include "CPassword.h"
+#include "CProgressDialog.h"
+#include "UiTestSupport.h"
+#include "platform/Win32.h"
+
+namespace {
+
+class ModalPromptTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(dialog.Run(nullptr)); }
+
+    uitest::ResourceLibraries resources;
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+    CProgressDialog dialog;
+};
+
+}  // namespace
+
+TEST_F(ModalPromptTest, PromptOnAWorkerDisablesTheOwnerWhileItsThreadPumps) {
+    HWND owner = dialog.window;
+    std::atomic<bool> ownerDisabledMeanwhile{false};
+    std::atomic<bool> ownerServedMeanwhile{false};
+    host.QueuePassword(L"secret");
+    host.WhileShown([&] {
+        ownerDisabledMeanwhile = !IsWindowEnabled(owner);
+        // The run goes on talking to its window while the prompt stands;
+        // the window's thread shows it.
+        dialog.SetFileName(L"while asking");
+        PostMessageW(owner, WM_PROGRESS_EVENT, PROGRESS_EVENT_FILE_NAME, 0);
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (platform::ReadControl(owner, CProgressDialog::IDC_FILE_NAME).text ==
+                L"while asking") {
+                ownerServedMeanwhile = true;
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+
+    std::atomic<bool> done{false};
+    bool given = false;
+    std::wstring password;
+    std::thread worker([&] {
+        CPassword prompt(owner, L"a.zip", false, false);
+        given = prompt.Run();
+        password = prompt.password;
+        done = true;
+    });
+    bool finished = uitest::PumpUntil([&] { return done.load(); });
+    worker.join();
+    ASSERT_TRUE(finished);
+    EXPECT_TRUE(given);
+    EXPECT_EQ(password, L"secret");
+    EXPECT_TRUE(ownerDisabledMeanwhile);
+    EXPECT_TRUE(ownerServedMeanwhile);
+    EXPECT_TRUE(IsWindowEnabled(owner)) << "the owner is enabled again after the prompt";
+}
+
+TEST_F(ModalPromptTest, OwnerDisabledBeforeThePromptStaysDisabled) {
+    // A run disables its parent for as long as it lasts; a prompt in
+    // between must not enable it.
+    HWND owner = dialog.window;
+    EnableWindow(owner, FALSE);
+    std::atomic<bool> done{false};
+    std::thread worker([&] {
+        CExpandConflictAction conflict(owner, L"/x/a.txt", false);
+        conflict.Run();
+        done = true;
+    });
+    bool finished = uitest::PumpUntil([&] { return done.load(); });
+    worker.join();
+    ASSERT_TRUE(finished);
+    EXPECT_FALSE(IsWindowEnabled(owner));
+    ASSERT_EQ(host.Prompts().size(), 1u);
+    EXPECT_TRUE(host.Prompts()[0].refused);
+}

@@ -1,0 +1,40 @@
+#include "CCommonDlgs.h"
+
+#include "platform/UiHost.h"
+#include "ui/DialogText.h"
+#include "ui/ModalOwner.h"
+
+static_assert(SAVEFILE_OVERWRITEPROMPT == platform::kSaveFileOverwritePrompt);
+
+std::wstring CCommonDlgs::RunChooseDirectory(HWND parent, const wchar_t *text,
+                                             const wchar_t *initialFolder) {
+    ModalOwner modal(parent);
+    std::optional<std::wstring> folder = platform::CurrentUiHost()->ChooseDirectory(
+        platform::DirectoryPrompt{parent, text ? text : L"", initialFolder ? initialFolder : L""});
+    return folder.value_or(L"");
+}
+
+std::wstring CCommonDlgs::RunChooseDirectory(HWND parent, unsigned textId) {
+    return RunChooseDirectory(parent, DialogText(textId).c_str());
+}
+
+bool CCommonDlgs::RunSaveFile(HWND parent, unsigned titleId, unsigned filterId, DWORD flags,
+                              const wchar_t *suggestedName, std::wstring &chosen) {
+    ModalOwner modal(parent);
+    std::optional<std::wstring> file = platform::CurrentUiHost()->ChooseSaveFile(
+        platform::SaveFilePrompt{parent, DialogText(titleId), DialogText(filterId), flags,
+                                 suggestedName ? suggestedName : L""});
+    if (!file || file->empty()) return false;
+    chosen = *file;
+    return true;
+}
+
+bool CCommonDlgs::GetIndexArchiveRealArchiveLocation(HWND parent, const wchar_t *pattern,
+                                                     std::wstring &path) {
+    ModalOwner modal(parent);
+    std::optional<std::wstring> file = platform::CurrentUiHost()->LocateArchive(
+        platform::ArchiveLocationPrompt{parent, pattern ? pattern : L""});
+    if (!file || file->empty()) return false;
+    path = *file;
+    return true;
+}
