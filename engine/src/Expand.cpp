@@ -30,6 +30,17 @@ struct Target {
     std::vector<std::shared_ptr<Node>> chain;
 };
 
+// A name that may stand as one component below the destination: never
+// "." or "..", never empty, never holding a separator.
+bool SafeComponent(const std::wstring &name) {
+    return !name.empty() && name != L"." && name != L".." &&
+           name.find(L'/') == std::wstring::npos && name.find(L'\0') == std::wstring::npos;
+}
+
+bool SafeComponents(const std::vector<std::wstring> &components) {
+    return std::all_of(components.begin(), components.end(), SafeComponent);
+}
+
 bool UnsafeStoredPath(const Node &node) {
     const ItemInfo &info = node.info;
     if (!info.rawPath.empty() && (info.rawPath[0] == '/' || info.rawPath[0] == '\\')) return true;
@@ -144,7 +155,9 @@ private:
         for (const auto &root : roots) {
             Catalogue::Walk(root, [&](const std::shared_ptr<Node> &node) {
                 if (node->removed) return;
-                if (node->Implicit() && node != root) return;  // made on the way to its items
+                // Folders the archive does not store are made on the way to
+                // their items; only a chosen one is made for itself.
+                if (node->Implicit() && (node != root || chosen.empty())) return;
                 Target target;
                 target.node = node;
                 target.relative = prefix;
@@ -188,6 +201,9 @@ private:
     // there in place of this subtree.
     Result OpenFolder(const Target &target, std::size_t count, int &fd, std::string &actual,
                       bool &skip) {
+        fd = -1;
+        skip = false;
+        if (!SafeComponents(target.relative)) return kEngineUnsafeItemPath;
         fd = dup(rootFd_);
         actual.clear();
         skip = false;
@@ -242,7 +258,9 @@ private:
             if (errno != ENOENT) return LastErrno();
             return MakeFolderAt(parentFd, parent, name, chosen);
         }
-        if (S_ISDIR(info.st_mode) && CreatedHere(relative)) {
+        if (CreatedHere(relative)) {
+            if (!S_ISDIR(info.st_mode))
+                return kEngineUnsafeItemPath;  // through a link this run made
             chosen = name;
             return kEngineOK;
         }
@@ -289,6 +307,10 @@ private:
     }
 
     Result PlaceFolder(const Target &target) {
+        if (!SafeComponents(target.relative)) {
+            NoteFailure(kEngineUnsafeItemPath);
+            return kEngineOK;
+        }
         int fd;
         std::string actual;
         bool skip;
@@ -306,7 +328,7 @@ private:
     Result Place(const Target &target, ReadCursor &data) {
         const Node &node = *target.node;
         if (Result stop = operation_.CurrentItem(node.Path())) return stop;
-        if (UnsafeStoredPath(node) || target.relative.empty()) {
+        if (UnsafeStoredPath(node) || target.relative.empty() || !SafeComponents(target.relative)) {
             NoteFailure(kEngineUnsafeItemPath);
             return Skipped(node);
         }
@@ -371,6 +393,7 @@ private:
         }
         if (result == kEngineOK) {
             placed_[node.info.path] = relative;
+            created_.insert(relative);
         } else if (Fatal(result)) {
             return result;
         } else {

@@ -39,6 +39,8 @@ Result WriteAll(int fd, const void *data, std::size_t count) {
 }
 
 Result RemoveAt(int folderFd, const std::string &name) {
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
+        return FromErrno(EINVAL);
     struct stat info {};
     if (fstatat(folderFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return LastErrno();
     if (!S_ISDIR(info.st_mode))

@@ -130,7 +130,7 @@ std::map<std::string, std::string> Snapshot(const fs::path &root) {
     if (!fs::exists(fs::symlink_status(root))) return tree;
     for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator();
          ++it) {
-        std::string relative = fs::relative(it->path(), root).string();
+        std::string relative = it->path().lexically_relative(root).string();
         if (it->is_symlink())
             tree[relative] = "-> " + fs::read_symlink(it->path()).string();
         else if (it->is_directory())
