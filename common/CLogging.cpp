@@ -81,8 +81,19 @@ bool AppendToErrorFile(const std::wstring &line) {
     return true;
 }
 
-bool LevelPasses(int level) {
-    return level == 0 || (levelLow.load() <= level && level <= levelHigh.load());
+// Opens a log, writes its header and makes it the last log; a failure is
+// recorded in the name of the public call.
+FILE *OpenAndHead(const std::wstring &path, bool append, const wchar_t *function, unsigned line) {
+    FILE *log = _wfopen(path.c_str(), append ? kAppendMode : kWriteMode);
+    if (!log) {
+        CLogging::Err(function, line, L".\\CLogging", GetLastError());
+        return nullptr;
+    }
+    CLogging::Msg(log, 0, L"\n\n---------------------------------------\n%s\n",
+                  LocalTimeText().c_str());
+    std::lock_guard lock(pathsMutex);
+    lastLogPath = path;
+    return log;
 }
 
 }  // namespace
@@ -147,15 +158,11 @@ std::wstring CLogging::LastLogPath() {
 
 FILE *CLogging::OpenLog(const wchar_t *name, bool append) {
     std::wstring path = LogFolder() + (name ? name : L"") + L".log";
-    FILE *log = _wfopen(path.c_str(), append ? kAppendMode : kWriteMode);
-    if (!log) {
-        Err(L"CLogging::OpenLog", 59, L".\\CLogging", GetLastError());
-        return nullptr;
-    }
-    Msg(log, 0, L"\n\n---------------------------------------\n%s\n", LocalTimeText().c_str());
-    std::lock_guard lock(pathsMutex);
-    lastLogPath = path;
-    return log;
+    return OpenAndHead(path, append, L"CLogging::OpenLog", 59);
+}
+
+FILE *CLogging::OpenExternalLog(const wchar_t *path, bool append) {
+    return OpenAndHead(path ? path : L"", append, L"CLogging::OpenExternalLog", 79);
 }
 
 void CLogging::CloseLog(FILE *log) {
@@ -176,13 +183,17 @@ void CLogging::ClearLog(const wchar_t *path) {
     if (FILE *log = _wfopen(path, kWriteMode)) fclose(log);
 }
 
+bool CLogging::LevelPasses(int level) {
+    return level == 0 || (levelLow.load() <= level && level <= levelHigh.load());
+}
+
 void CLogging::SetLevel(int low, int high) {
     levelLow.store(low);
     levelHigh.store(high);
 }
 
 void CLogging::Msg(FILE *log, int level, const wchar_t *format, ...) {
-    if (!log || !LevelPasses(level)) return;
+    if (!log || !CLogging::LevelPasses(level)) return;
     va_list args;
     va_start(args, format);
     std::wstring line = FormatLine(format, args);
@@ -197,3 +208,6 @@ void CLogging::Dbg(const wchar_t *format, ...) {
     va_end(args);
     OutputDebugStringW(line.c_str());
 }
+
+// The plain exported name stays silent, unlike CLogging::Dbg.
+void Dbg(const wchar_t *, ...) {}

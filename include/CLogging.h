@@ -1,5 +1,6 @@
 // Logs of the product: per-component log files, the one error file that
-// every component writes its failures to, and the debug channel.
+// every component writes its failures to, the debug channel, and the report
+// for customer support.
 //
 // Logs are UTF-16LE text files with a byte order mark in the log folder,
 // the local application data folder plus "/Orvane Labs/Logs/". Nothing
@@ -44,13 +45,16 @@ public:
     // Opens the log folder's "<name>.log", emptied or for appending, and
     // writes a header line with the time. Null on failure (recorded by Err).
     static FILE *OpenLog(const wchar_t *name, bool append);
+    // The same for a log at a full path, anywhere.
+    static FILE *OpenExternalLog(const wchar_t *path, bool append);
     // Closes a log; clears the session error handle first if it is this one.
     static void CloseLog(FILE *log);
-    // As CloseLog, then deletes the file most recently opened by OpenLog.
+    // As CloseLog, then deletes the file at LastLogPath(), which need not be
+    // this log's when another was opened after it.
     static void CloseAndDeleteLog(FILE *log);
     // Empties the log at a full path.
     static void ClearLog(const wchar_t *path);
-    // The path most recently opened by OpenLog.
+    // The path most recently opened by OpenLog or OpenExternalLog.
     static std::wstring LastLogPath();
 
     // Msg writes a line at level 0 always, at another level only when
@@ -61,4 +65,28 @@ public:
     static void Msg(FILE *log, int level, const wchar_t *format, ...);
     // The same formatting, to OutputDebugStringW; no level applies.
     static void Dbg(const wchar_t *format, ...);
+
+    // The support report: "Support.log" in the log folder, emptied, with
+    // the three sections below. Nothing happens when it cannot be opened;
+    // the folder is not made for it. Shows the wait cursor meanwhile.
+    static void MakeSupportLog();
+    // The machine: system version, memory, local disks, monitors, system
+    // folders and a few environment variables.
+    static void ComputerInfo(FILE *log, int level);
+    // Every file below the program folder with size, date, time and MD5.
+    static void ProgDir(FILE *log, int level);
+    // The product's keys in the registry store, with their values.
+    static void RegKeys(FILE *log, int level);
+    // The walk of ProgDir over any folder: one line a file, "name,size,date,
+    // time,md5,folder", subfolders after their turn in the listing; links
+    // and the "." and ".." entries are skipped.
+    static void ListFolder(FILE *log, int level, const wchar_t *folder);
+
+private:
+    // Whether Msg writes a line of this level.
+    static bool LevelPasses(int level);
 };
+
+// An exported debug call that does nothing at all, kept beside
+// CLogging::Dbg for callers that use the plain name.
+void Dbg(const wchar_t *format, ...);

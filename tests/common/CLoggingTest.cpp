@@ -243,3 +243,79 @@ TEST_F(LoggingTest, LogFolderFollowsTheHomeAfterReset) {
     EXPECT_TRUE(fs::exists(fs::path(CLogging::ErrorFilePath())));
     CLogging::ResetLogFolder();
 }
+
+TEST_F(LoggingTest, OpenExternalLogWritesTheHeaderAtAnyPath) {
+    std::wstring path = (home.Scratch("jobs") / "Backup job.txt").wstring();
+    FILE *log = CLogging::OpenExternalLog(path.c_str(), false);
+    ASSERT_NE(log, nullptr);
+    EXPECT_EQ(CLogging::LastLogPath(), path);
+    CLogging::Msg(log, 0, L"first\n");
+    CLogging::CloseLog(log);
+
+    log = CLogging::OpenExternalLog(path.c_str(), true);
+    CLogging::Msg(log, 0, L"second\n");
+    CLogging::CloseLog(log);
+
+    std::regex twoRuns("^(\r\n\r\n-{39}\r\n" + kTime + "\r\n\r\n)first\r\n(\r\n\r\n-{39}\r\n" +
+                       kTime + "\r\n\r\n)second\r\n$");
+    std::string text = Utf8OfUtf16File(path);
+    EXPECT_TRUE(std::regex_match(text, twoRuns)) << text;
+    EXPECT_FALSE(fs::exists(ErrorFile()));
+}
+
+TEST_F(LoggingTest, OpenExternalLogFailureIsRecordedInItsOwnName) {
+    std::wstring path = (home.Path() / "absent" / "x.log").wstring();
+    std::wstring lastBefore = CLogging::LastLogPath();
+    EXPECT_EQ(CLogging::OpenExternalLog(path.c_str(), true), nullptr);
+    EXPECT_EQ(CLogging::OpenExternalLog(nullptr, false), nullptr);
+    std::string errors = Utf8OfUtf16File(ErrorFile());
+    std::regex record(
+        kTime +
+        R"(   Runtime error: \d+ at CLogging::OpenExternalLog \[line 79 : \.\\CLogging\]\r\n)");
+    EXPECT_TRUE(std::regex_match(errors, std::regex("^(" + kTime + R"(.*\r\n){2}$)"))) << errors;
+    EXPECT_TRUE(std::regex_search(errors, record)) << errors;
+    EXPECT_EQ(CLogging::LastLogPath(), lastBefore);
+}
+
+TEST_F(LoggingTest, CloseAndDeleteLogDeletesTheMostRecentlyOpenedLogNotItsOwn) {
+    FILE *first = CLogging::OpenLog(L"First", false);
+    std::wstring firstPath = CLogging::LastLogPath();
+    FILE *second =
+        CLogging::OpenExternalLog((home.Scratch() / "second.log").wstring().c_str(), false);
+    std::wstring secondPath = CLogging::LastLogPath();
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+
+    CLogging::CloseAndDeleteLog(first);
+    EXPECT_TRUE(fs::exists(fs::path(firstPath)));
+    EXPECT_FALSE(fs::exists(fs::path(secondPath)));
+    CLogging::CloseLog(second);
+}
+
+TEST_F(LoggingTest, LevelBoundsAreInclusive) {
+    FILE *log = CLogging::OpenExternalLog((home.Scratch() / "levels.log").wstring().c_str(), false);
+    ASSERT_NE(log, nullptr);
+    CLogging::SetLevel(1, 2);
+    for (int level : {-1, 0, 1, 2, 3}) CLogging::Msg(log, level, L"<%d>", level);
+    CLogging::SetLevel(5, 4);  // an empty range: only level 0 passes
+    for (int level : {4, 5, 0}) CLogging::Msg(log, level, L"[%d]", level);
+    CLogging::SetLevel(0, 0);
+    CLogging::CloseLog(log);
+    std::string text = Utf8OfUtf16File(CLogging::LastLogPath());
+    EXPECT_EQ(text.substr(text.find('<')), "<0><1><2>[0]");
+}
+
+TEST_F(LoggingTest, DebugChannelIsSilentWithoutVarnickDebugAndThePlainDbgAlways) {
+    unsetenv("VARNICK_DEBUG");
+    testing::internal::CaptureStderr();
+    CLogging::Dbg(L"unheard %d\n", 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    setenv("VARNICK_DEBUG", "1", 1);
+    testing::internal::CaptureStderr();
+    Dbg(L"plain %d\n", 2);
+    std::wstring longText(600, L'd');
+    CLogging::Dbg(L"%s", longText.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(511, 'd'));
+    unsetenv("VARNICK_DEBUG");
+}
