@@ -324,7 +324,7 @@ Result PlanFeed::Next(WriteItem &item) {
         fd_ = -1;
     }
     data_.reset();
-    if (next_ > 0) operation_.FileDone();
+    if (next_ > 0 && !items_[next_ - 1]->Folder()) operation_.FileDone();
     if (Result stop = operation_.Counters()) return stop;
     if (next_ >= items_.size()) return kEngineNoMoreObjects;
     PlanNode &node = *items_[next_++];

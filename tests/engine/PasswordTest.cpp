@@ -1,0 +1,132 @@
+// Enciphered archives: the (200,9) loop, a password given with the call, a
+// refusal, and VerifyArchivePassword.
+#include "EngineFixture.h"
+
+namespace enginetest {
+namespace {
+
+class PasswordTest : public EngineTest {
+protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        folder = Scratch("enc");
+        WriteFile(folder / "in" / "secret.txt", "the secret contents\n");
+        WriteFile(folder / "in" / "plain" / "other.txt", std::string(100000, 'x'));
+    }
+    fs::path Made(const std::string &name, const std::string &command) {
+        Shell made = RunShell(command, folder / "in");
+        EXPECT_EQ(made.status, 0) << command << "\n" << made.output;
+        return folder / name;
+    }
+    // Answers with the given passwords in turn and records which item asked.
+    void Answer(Recorder &recorder, std::vector<std::wstring> passwords,
+                std::vector<std::wstring> &askedBy) {
+        recorder.On(
+            200, 9,
+            [this, passwords, &askedBy, n = std::size_t(0)](NotificationContext context) mutable {
+                ArchiveObject item = nullptr;
+                EXPECT_EQ(GetDataFromContext(context, kContextArchiveObject, &item, sizeof item),
+                          kEngineOK);
+                StringRef name = nullptr;
+                if (AcquireArchiveObjectName(item, &name) == kEngineOK) {
+                    askedBy.push_back(TextOf(name));
+                    DisposeStringRef(name);
+                }
+                if (n >= passwords.size()) return kNotificationStop;
+                return GivePassword(context, passwords[n++]);
+            });
+    }
+    fs::path folder;
+};
+
+TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
+    const std::pair<const char *, const char *> kinds[] = {
+        {"traditional.zip", "zip -q -r -P secret ../traditional.zip ."},
+        {"aes.zip", "7zz a -bd -tzip -psecret -mem=AES256 ../aes.zip . >/dev/null"},
+        {"aes128.zip", "7zz a -bd -tzip -psecret -mem=AES128 ../aes128.zip . >/dev/null"},
+    };
+    for (const auto &[name, command] : kinds) {
+        fs::path archive = Made(name, command);
+        Recorder recorder(engine);
+        std::vector<std::wstring> askedBy;
+        Answer(recorder, {L"wrong", L"also wrong", L"secret"}, askedBy);
+        fs::path out = Scratch(std::string("out-") + name);
+        ASSERT_EQ(Expand(archive, out), kEngineOK) << name;
+        EXPECT_EQ(ReadFile(out / "secret.txt"), "the secret contents\n") << name;
+        EXPECT_EQ(ReadFile(out / "plain" / "other.txt"), std::string(100000, 'x')) << name;
+        ASSERT_GE(askedBy.size(), 3u) << name;
+        // The first item asks three times; the password that fitted is
+        // offered to the next ones without asking.
+        EXPECT_EQ(askedBy[0], askedBy[1]);
+        EXPECT_EQ(askedBy[1], askedBy[2]);
+        EXPECT_EQ(askedBy.size(), 3u) << name;
+    }
+}
+
+TEST_F(PasswordTest, RefusingStopsTheRunAndNoAnswerMeansAPasswordIsNeeded) {
+    fs::path archive = Made("refused.zip", "zip -q -r -P secret ../refused.zip .");
+    {
+        Recorder recorder(engine);
+        recorder.On(200, 9, [](NotificationContext) { return kNotificationStop; });
+        EXPECT_EQ(Expand(archive, Scratch("refused")), kEngineCancelled);
+    }
+    {
+        Recorder recorder(engine);
+        recorder.On(200, 9, [](NotificationContext) { return kNotificationNotHandled; });
+        EXPECT_EQ(Expand(archive, Scratch("unanswered")), kEnginePasswordNeeded);
+    }
+    EXPECT_EQ(Expand(archive, Scratch("nobody")), kEnginePasswordNeeded);
+}
+
+TEST_F(PasswordTest, APasswordGivenWithTheCallNeedsNoQuestion) {
+    fs::path archive =
+        Made("given.zip", "7zz a -bd -tzip -psecret -mem=AES256 ../given.zip . >/dev/null");
+    Recorder recorder(engine);
+    recorder.On(200, 9, [](NotificationContext) { return kNotificationStop; });
+    OwnedString password = Text(L"secret");
+    fs::path out = Scratch("given");
+    ASSERT_EQ(Expand(archive, out, nullptr, password.get()), kEngineOK);
+    EXPECT_TRUE(recorder.Of(200, 9).empty());
+    EXPECT_EQ(ReadFile(out / "secret.txt"), "the secret contents\n");
+}
+
+TEST_F(PasswordTest, VerifyingAPasswordTellsRightWrongAndNotEncrypted) {
+    fs::path archive =
+        Made("verify.zip", "7zz a -bd -tzip -psecret -mem=AES256 ../verify.zip . >/dev/null");
+    fs::path plain = Made("plain.zip", "zip -q -r ../plain.zip .");
+    OwnedFS file = Path(archive);
+    EngineArchive bound = nullptr;
+    ASSERT_EQ(AcquireArchive(engine, file.get(), &bound), kEngineOK);
+    OwnedString right = Text(L"secret"), wrong = Text(L"nope");
+    EXPECT_EQ(VerifyArchivePassword(engine, bound, wrong.get()), kEnginePasswordOnPlainArchive);
+    EXPECT_EQ(VerifyArchivePassword(engine, bound, right.get()), kEngineOK);
+    ReleaseArchive(bound);
+
+    OwnedFS plainFile = Path(plain);
+    ASSERT_EQ(AcquireArchive(engine, plainFile.get(), &bound), kEngineOK);
+    EXPECT_EQ(VerifyArchivePassword(engine, bound, right.get()), kEnginePasswordOnEncryptedItem);
+    ReleaseArchive(bound);
+}
+
+TEST_F(PasswordTest, ItemsTellWhetherTheyAreEnciphered) {
+    fs::path archive = Made(
+        "flags.zip", "zip -q -P secret ../flags.zip secret.txt && zip -q -r ../flags.zip plain");
+    OpenedArchive opened(engine, archive);
+    ASSERT_EQ(opened.status(), kEngineOK);
+    bool encrypted = false;
+    OwnedItem root = opened.Root();
+    ASSERT_EQ(GetArchiveObjectBooleanProperty(root.get(), kItemPropEncrypted, &encrypted),
+              kEngineOK);
+    EXPECT_TRUE(encrypted);
+    OwnedItem secret = opened.Item(L"secret.txt");
+    ASSERT_EQ(GetArchiveObjectBooleanProperty(secret.get(), kItemPropEncrypted, &encrypted),
+              kEngineOK);
+    EXPECT_TRUE(encrypted);
+    OwnedItem other = opened.Item(L"plain/other.txt");
+    ASSERT_EQ(GetArchiveObjectBooleanProperty(other.get(), kItemPropEncrypted, &encrypted),
+              kEngineOK);
+    EXPECT_FALSE(encrypted);
+}
+
+}  // namespace
+}  // namespace enginetest
