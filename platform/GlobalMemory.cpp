@@ -133,6 +133,11 @@ BOOL GlobalUnlock(HGLOBAL memory) {
         RefuseHandle();
         return FALSE;
     }
+    // A fixed block counts no locks and is always unlocked.
+    if (!block->moveable) {
+        SetLastError(NO_ERROR);
+        return FALSE;
+    }
     if (block->locks == 0) {
         SetLastError(ERROR_NOT_LOCKED);
         return FALSE;

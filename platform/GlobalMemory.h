@@ -32,7 +32,8 @@ HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags);
 // The block's bytes; counts a lock on a moveable block.
 LPVOID GlobalLock(HGLOBAL memory);
 // Nonzero while the block stays locked; 0 with NO_ERROR when the last lock
-// went, 0 with ERROR_NOT_LOCKED when it was not locked.
+// went (always for a fixed block), 0 with ERROR_NOT_LOCKED when a moveable
+// block was not locked.
 BOOL GlobalUnlock(HGLOBAL memory);
 // The size asked for; 0 for an invalid handle.
 SIZE_T GlobalSize(HGLOBAL memory);
