@@ -31,6 +31,16 @@ Result LoadCatalogue(OpaqueEngineArchive &archive, Operation &operation) {
         archive.driver = DriverFor(id);
         if (!archive.driver) return kEngineNotAnArchive;
     }
+    std::vector<ItemInfo> items;
+    std::optional<std::wstring> comment;
+    if (Result result = ListItems(archive, operation, path, items, &comment)) return result;
+    archive.catalogue.Build(std::move(items));
+    archive.catalogue.comment = comment;
+    return kEngineOK;
+}
+
+Result ListItems(OpaqueEngineArchive &archive, Operation &operation, const std::string &path,
+                 std::vector<ItemInfo> &items, std::optional<std::wstring> *comment) {
     ItemPasswords passwords(archive, operation, archive.password);
     ReadRequest request;
     request.path = path;
@@ -40,7 +50,6 @@ Result LoadCatalogue(OpaqueEngineArchive &archive, Operation &operation) {
     request.operation = &operation;
     std::unique_ptr<ReadCursor> cursor;
     if (Result result = archive.driver->OpenReader(request, cursor)) return result;
-    std::vector<ItemInfo> items;
     for (;;) {
         ItemInfo info;
         Result result = cursor->Next(info);
@@ -49,8 +58,7 @@ Result LoadCatalogue(OpaqueEngineArchive &archive, Operation &operation) {
         items.push_back(std::move(info));
         if (Result stop = operation.Work(0)) return stop;
     }
-    archive.catalogue.Build(std::move(items));
-    archive.catalogue.comment = cursor->Comment();
+    if (comment) *comment = cursor->Comment();
     return kEngineOK;
 }
 

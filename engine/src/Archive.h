@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,9 @@ Ref<OpaqueArchiveObject> NewItem(OpaqueEngineArchive &archive, std::shared_ptr<N
 // Reads the catalogue of the archive's present bytes; sets format and
 // driver first when they are not known.
 Result LoadCatalogue(OpaqueEngineArchive &archive, Operation &operation);
+// The items stored in `path`, a file of the archive's format.
+Result ListItems(OpaqueEngineArchive &archive, Operation &operation, const std::string &path,
+                 std::vector<ItemInfo> &items, std::optional<std::wstring> *comment = nullptr);
 
 // Asks for passwords item by item: the archive's known password (or the one
 // given to the call) first, then the (200,9) notification, again for the

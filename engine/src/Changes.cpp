@@ -137,9 +137,14 @@ Result Rewrite(OpaqueEngineArchive &archive, Operation &operation, Plan &plan,
     Result result = WritePlan(operation, *archive.driver, archive.formatId, archive.file->Native(),
                               items, &archive, &passwords, writePassword, postEncoding, temporary);
     if (result != kEngineOK) return result;
+    std::vector<ItemInfo> listed;
+    if (Result unreadable = ListItems(archive, operation, temporary, listed)) {
+        unlink(temporary.c_str());
+        return unreadable;
+    }
     if (!archive.pending.empty()) unlink(archive.pending.c_str());
     archive.pending = temporary;
-    ApplyPlan(archive.catalogue, plan, items, !writePassword.empty() && archive.formatId == "zip");
+    ApplyPlan(archive.catalogue, plan, std::move(listed));
     return kEngineOK;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 
 #include "LibArchive.h"
 #include "platform/WideText.h"
@@ -353,9 +354,13 @@ Result PlanFeed::Next(WriteItem &item) {
 
 // ---------------------------------------------------------------------------
 
-void ApplyPlan(Catalogue &catalogue, Plan &plan, const std::vector<PlanNode *> &written,
-               bool encrypted) {
-    std::vector<std::shared_ptr<Node>> stored(written.size());
+void ApplyPlan(Catalogue &catalogue, Plan &plan, std::vector<ItemInfo> listed) {
+    // Writers may store items in an order of their own (7z puts folders
+    // last): each written item finds its stored index by its path.
+    std::map<std::wstring, std::vector<std::size_t>> byPath;
+    for (std::size_t index = listed.size(); index-- > 0;)
+        byPath[listed[index].path].push_back(index);
+    std::vector<std::shared_ptr<Node>> stored(listed.size());
     std::function<void(PlanNode &, const std::shared_ptr<Node> &)> build =
         [&](PlanNode &from, const std::shared_ptr<Node> &into) {
             into->children.clear();
@@ -367,10 +372,14 @@ void ApplyPlan(Catalogue &catalogue, Plan &plan, const std::vector<PlanNode *> &
                 node->removed = false;
                 node->info = child->info;
                 node->info.path = child->Path();
-                node->info.rawPath = Utf8(node->info.path);
-                node->info.compressedSize.reset();
-                node->info.encrypted = encrypted && !child->info.folder;
                 node->storedIndex = kNoIndex;
+                auto found = byPath.find(node->info.path);
+                if (child->entry && found != byPath.end() && !found->second.empty()) {
+                    node->storedIndex = found->second.back();
+                    found->second.pop_back();
+                    node->info = listed[node->storedIndex];
+                    stored[node->storedIndex] = node;
+                }
                 into->children.push_back(node);
                 build(*child, node);
             }
@@ -381,10 +390,6 @@ void ApplyPlan(Catalogue &catalogue, Plan &plan, const std::vector<PlanNode *> &
     std::shared_ptr<Node> root = catalogue.Root();
     build(plan.Root(), root);
     root->removed = false;
-    for (std::size_t index = 0; index < written.size(); ++index) {
-        written[index]->node->storedIndex = index;
-        stored[index] = written[index]->node;
-    }
     catalogue.Adopt(root, std::move(stored));
 }
 

@@ -102,9 +102,7 @@ private:
 };
 
 // Lays the written plan into the archive's catalogue, keeping the nodes
-// that item handles point to.
-// `encrypted`: the writer enciphered every item.
-void ApplyPlan(Catalogue &catalogue, Plan &plan, const std::vector<PlanNode *> &written,
-               bool encrypted);
+// that item handles point to; `listed` is the listing of what was written.
+void ApplyPlan(Catalogue &catalogue, Plan &plan, std::vector<ItemInfo> listed);
 
 }  // namespace engine
