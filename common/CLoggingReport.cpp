@@ -1,6 +1,5 @@
 // The report for customer support: the machine, the program folder and the
 // product's registry keys, in one log.
-#include <sys/utsname.h>
 
 #include <cstdio>
 #include <memory>
@@ -44,22 +43,12 @@ std::wstring SupportLogPath() {
     return local + kPathSep + L"Orvane Labs" + kPathSep + L"Logs" + kPathSep + L"Support.log";
 }
 
-// The running kernel's release, "major.minor.patch...", stands for the
-// system version; 0.0 when it cannot be read. Read here directly until the
-// platform layer offers GetVersionExW.
-void SystemVersion(int &major, int &minor) {
-    major = minor = 0;
-    utsname names{};
-    if (uname(&names) == 0) std::sscanf(names.release, "%d.%d", &major, &minor);
-}
-
-// The Windows folder is /usr; its system folder, where the shared system
-// libraries lie, is its "lib".
-std::wstring WindowsDirectory() { return platform::SpecialFolder(CSIDL_WINDOWS, false); }
-
-std::wstring SystemDirectory() {
-    std::wstring windows = WindowsDirectory();
-    return windows.empty() ? windows : windows + kPathSep + L"lib";
+// A folder through its Windows call; "" when the call fails.
+template <typename Call>
+std::wstring SystemFolder(Call call) {
+    wchar_t buffer[1024];
+    UINT length = call(buffer, 1024);
+    return length > 0 && length < 1024 ? std::wstring(buffer, length) : std::wstring();
 }
 
 void DriveSpace(FILE *log, int level) {
@@ -178,9 +167,11 @@ void CLogging::MakeSupportLog() {
 
 void CLogging::ComputerInfo(FILE *log, int level) {
     Msg(log, level, L"\n------  Computer Information  -------\n");
-    int major, minor;
-    SystemVersion(major, minor);
-    Msg(log, level, L"WindowsVersion=%i.%i\n", major, minor);
+    OSVERSIONINFOEXW version{};
+    version.dwOSVersionInfoSize = sizeof version;
+    GetVersionExW(reinterpret_cast<OSVERSIONINFOW *>(&version));
+    Msg(log, level, L"WindowsVersion=%i.%i\n", static_cast<int>(version.dwMajorVersion),
+        static_cast<int>(version.dwMinorVersion));
 
     MEMORYSTATUSEX memory{};
     memory.dwLength = sizeof memory;
@@ -192,9 +183,9 @@ void CLogging::ComputerInfo(FILE *log, int level) {
     Msg(log, level, L"PrimaryMonitorScreenResolution=%ix%i\n", GetSystemMetrics(SM_CXSCREEN),
         GetSystemMetrics(SM_CYSCREEN));
 
-    if (std::wstring system = SystemDirectory(); !system.empty())
+    if (std::wstring system = SystemFolder(GetSystemDirectoryW); !system.empty())
         Msg(log, level, L"System Directory=%s\n", system.c_str());
-    if (std::wstring windows = WindowsDirectory(); !windows.empty())
+    if (std::wstring windows = SystemFolder(GetWindowsDirectoryW); !windows.empty())
         Msg(log, level, L"Windows Directory=%s\n", windows.c_str());
     EnvironmentStrings(log, level);
 }

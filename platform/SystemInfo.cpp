@@ -3,12 +3,17 @@
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/sysinfo.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <string>
 
+#include "platform/SpecialFolders.h"
+#include "platform/WideText.h"
 #include "platform/WinError.h"
+#include "platform/WinPath.h"
 
 namespace {
 
@@ -96,4 +101,51 @@ DWORD GetActiveProcessorCount() {
     }
     long online = sysconf(_SC_NPROCESSORS_ONLN);
     return online > 0 ? static_cast<DWORD>(online) : 1;
+}
+
+namespace {
+
+UINT CopyFolder(const std::wstring &folder, LPWSTR buffer, UINT size) {
+    if (folder.empty()) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return 0;
+    }
+    if (!buffer || folder.size() >= size) return static_cast<UINT>(folder.size() + 1);
+    folder.copy(buffer, folder.size());
+    buffer[folder.size()] = L'\0';
+    return static_cast<UINT>(folder.size());
+}
+
+}  // namespace
+
+BOOL GetVersionExW(OSVERSIONINFOW *info) {
+    if (!info || (info->dwOSVersionInfoSize != sizeof(OSVERSIONINFOW) &&
+                  info->dwOSVersionInfoSize != sizeof(OSVERSIONINFOEXW))) {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    struct utsname names {};
+    if (uname(&names) != 0) {
+        platform::SetLastErrorFromErrno();
+        return FALSE;
+    }
+    unsigned major = 0, minor = 0, build = 0;
+    std::sscanf(names.release, "%u.%u.%u", &major, &minor, &build);
+    info->dwMajorVersion = major;
+    info->dwMinorVersion = minor;
+    info->dwBuildNumber = build;
+    info->dwPlatformId = 2;  // VER_PLATFORM_WIN32_NT: the only family there is now
+    std::wstring name = platform::FromUtf8(names.sysname);
+    wcsncpy_s(info->szCSDVersion, 128, name.c_str(), _TRUNCATE);
+    return TRUE;
+}
+
+UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size) {
+    return CopyFolder(platform::SpecialFolder(CSIDL_WINDOWS, false), buffer, size);
+}
+
+UINT GetSystemDirectoryW(LPWSTR buffer, UINT size) {
+    std::wstring windows = platform::SpecialFolder(CSIDL_WINDOWS, false);
+    return CopyFolder(windows.empty() ? windows : platform::JoinPath(windows, L"lib"), buffer,
+                      size);
 }

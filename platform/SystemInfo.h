@@ -23,3 +23,34 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status);
 
 // The number of processors the process may run on.
 DWORD GetActiveProcessorCount();
+
+// The system's version: the running kernel's release "major.minor..." on
+// POSIX. Accepts both record sizes, as Windows does.
+struct OSVERSIONINFOW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+};
+struct OSVERSIONINFOEXW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+    WORD wServicePackMajor;
+    WORD wServicePackMinor;
+    WORD wSuiteMask;
+    BYTE wProductType;
+    BYTE wReserved;
+};
+BOOL GetVersionExW(OSVERSIONINFOW *info);
+
+// The Windows folder is /usr and its system folder, where the shared system
+// libraries lie, /usr/lib (below VARNICK_HOME when set, like every machine
+// folder). Both return the length, or the size needed when it does not fit.
+UINT GetWindowsDirectoryW(LPWSTR buffer, UINT size);
+UINT GetSystemDirectoryW(LPWSTR buffer, UINT size);
