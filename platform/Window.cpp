@@ -185,6 +185,16 @@ void Activate(const std::shared_ptr<Window> &window) {
     CallWindowProcedure(window, WM_SETFOCUS, reinterpret_cast<WPARAM>(previousFocus), 0);
 }
 
+// Activates the top-level window that `window` belongs to.
+void ActivateTopLevelOf(const std::shared_ptr<Window> &window) {
+    HWND topLevel;
+    {
+        std::lock_guard guard(WindowLock());
+        topLevel = TopLevelLocked(window);
+    }
+    if (std::shared_ptr<Window> top = FindWindowObject(topLevel)) Activate(top);
+}
+
 // When the active window goes away or hides, its owner takes over if it
 // can; no messages, as the change happens during destruction.
 void HandOverActivationLocked(const Window &window) {
@@ -1031,13 +1041,7 @@ HWND SetFocus(HWND window) {
     }
     if (previous == window) return previous;
     if (object) {
-        HWND topLevel;
-        {
-            std::lock_guard guard(WindowLock());
-            topLevel = platform::TopLevelLocked(object);
-        }
-        if (std::shared_ptr<Window> top = platform::FindOwnWindow(topLevel))
-            platform::Activate(top);
+        platform::ActivateTopLevelOf(object);
     }
     {
         std::lock_guard guard(WindowLock());
@@ -1066,12 +1070,7 @@ HWND SetActiveWindow(HWND window) {
         SetLastError(ERROR_ACCESS_DENIED);
         return nullptr;
     }
-    HWND topLevel;
-    {
-        std::lock_guard guard(WindowLock());
-        topLevel = platform::TopLevelLocked(object);
-    }
-    if (std::shared_ptr<Window> top = platform::FindOwnWindow(topLevel)) platform::Activate(top);
+    platform::ActivateTopLevelOf(object);
     return previous;
 }
 
@@ -1086,12 +1085,7 @@ BOOL SetForegroundWindow(HWND window) {
     platform::foregroundWindow.store(window);
     std::shared_ptr<Window> object = FindWindowObject(window);
     if (!object || object->remote) return TRUE;
-    HWND topLevel;
-    {
-        std::lock_guard guard(WindowLock());
-        topLevel = platform::TopLevelLocked(object);
-    }
-    if (std::shared_ptr<Window> top = FindWindowObject(topLevel)) platform::Activate(top);
+    platform::ActivateTopLevelOf(object);
     return TRUE;
 }
 
