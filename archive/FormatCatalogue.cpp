@@ -1,8 +1,7 @@
 #include "FormatCatalogue.h"
 
-#include <array>
 #include <cstring>
-#include <optional>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -10,6 +9,7 @@
 #include "CEngine.h"
 #include "CFSUtils.h"
 #include "VarnickEngine.h"
+#include "archive/EngineHandles.h"
 #include "archive/ResourceText.h"
 #include "platform/Win32.h"
 
@@ -275,11 +275,10 @@ bool IsArchiveOfFormat(const wchar_t *path, format::type type) {
 
 bool IsExeASea(const wchar_t *path) {
     CEngine engine;
-    FSObject file = nullptr;
-    if (NewFSObjectFromUnicodePath(Text(path).c_str(), &file) != 0) return false;
+    archive::ScopedFSObject file;
+    if (NewFSObjectFromUnicodePath(Text(path).c_str(), file.Out()) != kEngineOK) return false;
     FormatId formatId = "";
-    // The FSObject is left to the session: closing the engine ends it.
-    if (DetermineFileFormat(engine.GetEngine(), file, formatId) != 0) return false;
+    if (DetermineFileFormat(engine.GetEngine(), file.Get(), formatId) != kEngineOK) return false;
     return _wcsicmp(platform::FromUtf8(formatId).c_str(), platform::FromUtf8(kNotASeaId).c_str()) !=
            0;
 }

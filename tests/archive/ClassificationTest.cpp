@@ -94,6 +94,31 @@ TEST_F(ClassificationTest, ExecutableIsAnArchiveOnlyWithAnArchiveInside) {
     EXPECT_EQ(GetFormatType(Wide(sfx).c_str()), format::exe);
 }
 
+// MacBinary I: a 128-byte header (name, type and creator, fork lengths) and
+// the data fork padded to 128 bytes. Many plain files look like one.
+std::string MacBinaryFile(const std::string &name, const std::string &data) {
+    std::string header(128, '\0');
+    header[1] = static_cast<char>(name.size());
+    header.replace(2, name.size(), name);
+    header.replace(65, 8, "TEXTttxt");
+    for (int i = 0; i < 4; ++i) {
+        header[83 + i] = static_cast<char>((data.size() >> (8 * (3 - i))) & 0xFF);
+    }
+    std::string fork = data;
+    fork.resize((data.size() + 127) / 128 * 128, '\0');
+    return header + fork;
+}
+
+TEST_F(ClassificationTest, IsExeASeaTakesMacBinaryForNoArchive) {
+    fs::path mac = folder / "mac.exe";
+    testsupport::WriteBytes(mac, MacBinaryFile("notes.txt", "hello, hello"));
+    ASSERT_EQ(SniffedId(mac), "bin");
+    EXPECT_FALSE(IsExeASea(Wide(mac).c_str()));
+    EXPECT_FALSE(IsArchive(Wide(mac).c_str(), true));
+    // Under another name it is an archive of its own kind.
+    EXPECT_TRUE(IsArchive(Wide(folder / "mac.bin").c_str(), false));
+}
+
 TEST_F(ClassificationTest, CheckForEncryptedReadsTheArchive) {
     ASSERT_TRUE(RunIn(folder, "zip -q plain.zip a.txt b.txt"));
     ASSERT_TRUE(RunIn(folder, "zip -q -P secret locked.zip a.txt b.txt"));
