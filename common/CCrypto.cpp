@@ -98,9 +98,7 @@ using File = std::unique_ptr<FILE, FileClose>;
 // the library yet; until it is, no window can be given that would receive
 // the message, and nothing is sent.
 void Notify(HWND window, UINT message, WPARAM wParam) {
-    static_cast<void>(window);
-    static_cast<void>(message);
-    static_cast<void>(wParam);
+    if (window) PostMessageW(window, message, wParam, 0);
 }
 
 std::wstring Md5Text(Digest &digest) { return digest.Text(false); }

@@ -141,3 +141,50 @@ TEST_F(DigestTest, DigestFileHoldsTheDigestAndOneLineEnd) {
 }
 
 }  // namespace
+
+namespace {
+
+// Messages a digest posted to a message-only window, in order.
+std::vector<std::pair<UINT, WPARAM>> PostedTo(HWND window) {
+    std::vector<std::pair<UINT, WPARAM>> posted;
+    MSG message{};
+    while (PeekMessageW(&message, window, 0, 0, PM_REMOVE)) {
+        posted.emplace_back(message.message, message.wParam);
+    }
+    return posted;
+}
+
+HWND MessageWindow() {
+    static const ATOM registered = [] {
+        WNDCLASSW windowClass{};
+        windowClass.lpfnWndProc = DefWindowProcW;
+        windowClass.lpszClassName = L"DigestTestWindow";
+        return RegisterClassW(&windowClass);
+    }();
+    EXPECT_NE(registered, 0);
+    return CreateWindowExW(0, L"DigestTestWindow", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                           nullptr, nullptr);
+}
+
+}  // namespace
+
+TEST_F(DigestTest, ProgressIsPostedPerBlockAndDoneAtTheEnd) {
+    HWND window = MessageWindow();
+    ASSERT_NE(window, nullptr);
+    const std::wstring path = File("blocks", std::string(1000, 'x'));
+
+    CCrypto::ComputeMD5(path.c_str(), window);
+    using Posted = std::vector<std::pair<UINT, WPARAM>>;
+    EXPECT_EQ(PostedTo(window), (Posted{{0x8321, 512}, {0x8321, 488}, {0x8322, 0}}));
+
+    CCrypto::ComputeSHA1(path.c_str(), window);
+    EXPECT_EQ(PostedTo(window), (Posted{{0x8323, 1000}, {0x8324, 0}}));
+
+    // A file that cannot be opened: MD5 still says done, SHA-1 says nothing.
+    const std::wstring missing = platform::FromUtf8((scratch / "missing").string());
+    CCrypto::ComputeMD5(missing.c_str(), window);
+    EXPECT_EQ(PostedTo(window), (Posted{{0x8322, 0}}));
+    CCrypto::ComputeSHA1(missing.c_str(), window);
+    EXPECT_TRUE(PostedTo(window).empty());
+    DestroyWindow(window);
+}
