@@ -4,6 +4,7 @@
 
 #include "FormatProfile.h"
 #include "LibArchive.h"
+#include "SevenZipReader.h"
 #include "Sniff.h"
 
 namespace engine {
@@ -50,9 +51,17 @@ public:
 
     std::uint16_t MaximumAccessMode(std::string_view) const override { return kEngineAccessChange; }
 
+    // The engine's own reader first: it deciphers. libarchive takes what it
+    // leaves (coders it does not decode), and has a second try at an archive
+    // the own reader finds damaged.
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
-        return OpenLibarchiveCursor(request, EnableSevenZip, {}, cursor);
+        Result own = OpenSevenZipCursor(request, cursor);
+        if (own == kEngineOK || own == kEngineCancelled || own == kEnginePasswordNeeded ||
+            own == kEngineEncryptionUnsupported)
+            return own;
+        Result other = OpenLibarchiveCursor(request, EnableSevenZip, {}, cursor);
+        return other == kEngineOK || own == kEngineMethodUnsupported ? other : own;
     }
 
     bool CanWrite(std::string_view) const override { return true; }

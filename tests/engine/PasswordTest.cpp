@@ -1,5 +1,7 @@
 // Enciphered archives: the (200,9) loop, a password given with the call, a
 // refusal, and VerifyArchivePassword.
+#include <algorithm>
+
 #include "EngineFixture.h"
 
 namespace enginetest {
@@ -61,6 +63,69 @@ TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
         EXPECT_EQ(askedBy[1], askedBy[2]);
         EXPECT_EQ(askedBy.size(), 3u) << name;
     }
+}
+
+TEST_F(PasswordTest, Enciphered7zIsDecipheredItemsAndCatalogueAlike) {
+    fs::copy_file("/bin/true", folder / "in" / "program");  // 7-Zip filters executables
+    const std::pair<const char *, const char *> kinds[] = {
+        {"items.7z", "7zz a -bd -psecret ../items.7z . >/dev/null"},
+        {"stored.7z", "7zz a -bd -psecret -m0=copy ../stored.7z secret.txt plain >/dev/null"},
+        {"solid.7z", "7zz a -bd -psecret -mx9 ../solid.7z secret.txt plain >/dev/null"},
+    };
+    for (const auto &[name, command] : kinds) {
+        fs::path archive = Made(name, command);
+        Recorder recorder(engine);
+        std::vector<std::wstring> askedBy;
+        Answer(recorder, {L"wrong", L"secret"}, askedBy);
+        fs::path out = Scratch(std::string("out-") + name);
+        ASSERT_EQ(Expand(archive, out), kEngineOK) << name;
+        std::map<std::string, std::string> expected = Snapshot(folder / "in");
+        if (std::string(name) != "items.7z") expected.erase("program");
+        EXPECT_EQ(Snapshot(out), expected) << name;
+        EXPECT_EQ(askedBy.size(), 2u) << name;
+    }
+
+    // An executable packed with the four-stream branch filter (BCJ2) of the
+    // strongest setting is not deciphered: a clear code, not garbage.
+    fs::path branch = Made("branch.7z", "7zz a -bd -psecret -mx9 ../branch.7z program >/dev/null");
+    {
+        Recorder recorder(engine);
+        std::vector<std::wstring> askedBy;
+        Answer(recorder, {L"secret"}, askedBy);
+        EXPECT_EQ(Expand(branch, Scratch("out-branch")), kEngineMethodUnsupported);
+    }
+    // Without a password libarchive reads that filter.
+    fs::path open = Made("branch-open.7z", "7zz a -bd -mx9 ../branch-open.7z program >/dev/null");
+    ASSERT_EQ(Expand(open, Scratch("out-branch-open")), kEngineOK);
+    EXPECT_EQ(ReadFile(Scratch("out-branch-open") / "program"), ReadFile("/bin/true"));
+
+    // With the catalogue enciphered, the archive's root asks before anything
+    // can be listed.
+    fs::path hidden = Made("hidden.7z", "7zz a -bd -psecret -mhe=on ../hidden.7z . >/dev/null");
+    {
+        OpenedArchive refused(engine, hidden);
+        EXPECT_EQ(refused.status(), kEnginePasswordNeeded);
+    }
+    Recorder recorder(engine);
+    std::vector<std::wstring> askedBy;
+    Answer(recorder, {L"wrong", L"secret"}, askedBy);
+    OpenedArchive opened(engine, hidden);
+    ASSERT_EQ(opened.status(), kEngineOK);
+    EXPECT_EQ(askedBy, (std::vector<std::wstring>{L"hidden.7z", L"hidden.7z"}));
+    std::vector<std::wstring> listing = opened.Listing();
+    EXPECT_NE(std::find(listing.begin(), listing.end(), L"secret.txt"), listing.end());
+    // The password that opened the catalogue opens the items too.
+    fs::path out = Scratch("out-hidden");
+    OwnedItemList all;
+    ASSERT_EQ(NewArchiveObjectList(engine, all.out()), kEngineOK);
+    OwnedItem root = opened.Root();
+    ASSERT_EQ(AddToArchiveObjectList(root.get(), all.get()), kEngineOK);
+    OwnedFS destination = Path(out);
+    OwnedFSList result;
+    ASSERT_EQ(ExpandArchiveObjects(engine, all.get(), destination.get(), result.out(), nullptr),
+              kEngineOK);
+    EXPECT_EQ(ReadFile(out / "secret.txt"), "the secret contents\n");
+    EXPECT_EQ(askedBy.size(), 2u);
 }
 
 TEST_F(PasswordTest, RefusingStopsTheRunAndNoAnswerMeansAPasswordIsNeeded) {
