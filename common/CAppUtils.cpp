@@ -408,6 +408,41 @@ bool CAppUtils::STDStringListLookup(const STDStringList &list, const wchar_t *te
     return false;
 }
 
+void CAppUtils::CenterDlgOverParent(HWND dialog, HWND parent) {
+    RECT box{};
+    if (!GetWindowRect(dialog, &box)) return;
+    const LONG screenWidth = GetSystemMetrics(SM_CXSCREEN);
+    const LONG screenHeight = GetSystemMetrics(SM_CYSCREEN);
+    RECT over{0, 0, screenWidth, screenHeight};
+    if (parent) GetWindowRect(parent, &over);
+    const LONG width = box.right - box.left;
+    const LONG height = box.bottom - box.top;
+    LONG x = over.left + ((over.right - over.left) - width) / 2;
+    LONG y = over.top + ((over.bottom - over.top) - height) / 2;
+    // Keep the whole dialog on the screen, its top left corner first.
+    if (x + width > screenWidth) x = screenWidth - width;
+    if (y + height > screenHeight) y = screenHeight - height;
+    if (x < 0) x = 0;
+    if (y < 0) y = 0;
+    MoveWindow(dialog, x, y, width, height, FALSE);
+}
+
+void CAppUtils::ProcessMessages() {
+    MSG message{};
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (message.message == WM_QUIT) {
+            PostQuitMessage(static_cast<int>(message.wParam));
+            return;
+        }
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+}
+
+bool CAppUtils::FilesAvailableOnClipboardToPaste() {
+    return IsClipboardFormatAvailable(CF_HDROP) != FALSE;
+}
+
 const wchar_t *CAppUtils::GetISupportURL(SUPPORT_PAGE_TYPE page, bool solution) {
     static std::wstring result;
     result.clear();

@@ -114,6 +114,15 @@ public:
     // Whether the list holds the text, without regard to case.
     static bool STDStringListLookup(const STDStringList &list, const wchar_t *text);
 
+    // Window helpers. CenterDlgOverParent centres a dialog over its parent
+    // (over the screen without one), kept on the screen. ProcessMessages
+    // dispatches what waits in the calling thread's queue and returns; a
+    // WM_QUIT it meets is posted again for the caller's own loop.
+    static void CenterDlgOverParent(HWND dialog, HWND parent);
+    static void ProcessMessages();
+    // Whether the clipboard holds a list of files (CF_HDROP).
+    static bool FilesAvailableOnClipboardToPaste();
+
     // A link to a page of the maker's support site; `solution` marks the
     // solution edition rather than the standard one.
     static const wchar_t *GetISupportURL(SUPPORT_PAGE_TYPE page, bool solution);

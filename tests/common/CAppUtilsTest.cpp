@@ -330,3 +330,88 @@ TEST(CAppUtilsMemory, FiguresAreConsistentWithTheMachine) {
     EXPECT_FALSE(GlobalMemoryStatusEx(nullptr));
     EXPECT_GE(GetActiveProcessorCount(), 1u);
 }
+
+namespace {
+
+HWND PlainWindow(HWND parent, int x, int y, int width, int height) {
+    static const ATOM registered = [] {
+        WNDCLASSW windowClass{};
+        windowClass.lpfnWndProc = DefWindowProcW;
+        windowClass.lpszClassName = L"AppUtilsTestWindow";
+        return RegisterClassW(&windowClass);
+    }();
+    EXPECT_NE(registered, 0);
+    return CreateWindowExW(0, L"AppUtilsTestWindow", L"", 0, x, y, width, height, parent,
+                           nullptr, nullptr, nullptr);
+}
+
+}  // namespace
+
+TEST(CAppUtilsWindows, DialogIsCentredOverItsParentAndKeptOnTheScreen) {
+    HWND parent = PlainWindow(nullptr, 100, 100, 400, 300);
+    HWND dialog = PlainWindow(nullptr, 0, 0, 200, 100);
+    CAppUtils::CenterDlgOverParent(dialog, parent);
+    RECT box{};
+    ASSERT_TRUE(GetWindowRect(dialog, &box));
+    EXPECT_EQ(box.left, 200);
+    EXPECT_EQ(box.top, 200);
+    EXPECT_EQ(box.right - box.left, 200);
+
+    // A parent near the screen's edge would push the dialog off it.
+    MoveWindow(parent, GetSystemMetrics(SM_CXSCREEN) - 50, -40, 100, 60, FALSE);
+    CAppUtils::CenterDlgOverParent(dialog, parent);
+    ASSERT_TRUE(GetWindowRect(dialog, &box));
+    EXPECT_EQ(box.right, GetSystemMetrics(SM_CXSCREEN));
+    EXPECT_EQ(box.top, 0);
+
+    CAppUtils::CenterDlgOverParent(dialog, nullptr);
+    ASSERT_TRUE(GetWindowRect(dialog, &box));
+    EXPECT_EQ(box.left, (GetSystemMetrics(SM_CXSCREEN) - 200) / 2);
+    DestroyWindow(dialog);
+    DestroyWindow(parent);
+}
+
+namespace {
+int userMessagesSeen = 0;
+LRESULT CountingProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_USER + 1) ++userMessagesSeen;
+    return DefWindowProcW(window, message, wParam, lParam);
+}
+}  // namespace
+
+TEST(CAppUtilsWindows, ProcessMessagesDispatchesWaitingMessagesAndKeepsQuit) {
+    WNDCLASSW windowClass{};
+    windowClass.lpfnWndProc = CountingProcedure;
+    windowClass.lpszClassName = L"AppUtilsCountingWindow";
+    ASSERT_NE(RegisterClassW(&windowClass), 0);
+    HWND window = CreateWindowExW(0, L"AppUtilsCountingWindow", L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
+                                  nullptr, nullptr, nullptr);
+    PostMessageW(window, WM_USER + 1, 0, 0);
+    PostMessageW(window, WM_USER + 1, 0, 0);
+    PostQuitMessage(7);
+    CAppUtils::ProcessMessages();
+    MSG message{};
+    ASSERT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(message.message, static_cast<UINT>(WM_QUIT));
+    EXPECT_EQ(message.wParam, 7u);
+    EXPECT_FALSE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(userMessagesSeen, 2);
+    DestroyWindow(window);
+}
+
+TEST(CAppUtilsWindows, FilesOnTheClipboardAreSeenOnlyAsAFileList) {
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    EmptyClipboard();
+    CloseClipboard();
+    EXPECT_FALSE(CAppUtils::FilesAvailableOnClipboardToPaste());
+
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    HGLOBAL files = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 64);
+    ASSERT_NE(SetClipboardData(CF_HDROP, files), nullptr);
+    CloseClipboard();
+    EXPECT_TRUE(CAppUtils::FilesAvailableOnClipboardToPaste());
+
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    EmptyClipboard();
+    CloseClipboard();
+}
