@@ -1,0 +1,173 @@
+// The digest dialog run modally while a "user" on another thread watches
+// its controls and presses its buttons: digests on worker threads, options
+// kept in the registry, copy and save.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+#include "CCommonDlgs.h"
+#include "CCrypto.h"
+#include "CMD5Dlg.h"
+#include "CRegistry.h"
+#include "UiTestSupport.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const wchar_t *kOptionsKey = L"Software\\Orvane Labs\\Varnick\\CommonDlgs";
+
+bool WaitFor(const std::function<bool()> &done) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+void Click(HWND dialog, int id) {
+    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), BN_CLICKED), 0);
+}
+
+class MD5DlgTest : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        file = home.Scratch() / "data.bin";
+        std::string bytes(100000, '\0');
+        for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7);
+        testsupport::WriteBytes(file, bytes);
+        path = platform::FromUtf8(file.string());
+        md5 = CCrypto::ComputeMD5(path.c_str());
+        sha1 = CCrypto::ComputeSHA1(path.c_str());
+    }
+
+    void SetOptions(DWORD computeMD5, DWORD computeSHA1) {
+        CRegistry registry;
+        registry.SetMajorKey(0);
+        registry.CreateAppKey(kOptionsKey);
+        registry.WriteRegSetting(L"ComputeMD5", &computeMD5);
+        registry.WriteRegSetting(L"ComputeSHA1", &computeSHA1);
+    }
+
+    DWORD Option(const wchar_t *name) {
+        CRegistry registry;
+        registry.SetMajorKey(0);
+        registry.SetAppKey(kOptionsKey);
+        DWORD value = 99;
+        registry.GetRegSetting(name, &value);
+        return value;
+    }
+
+    // Runs the dialog on this thread while `user` acts on its window from
+    // another one; `user` ends it.
+    INT_PTR RunWith(CMD5Dlg &dialog, const std::function<void(HWND)> &user) {
+        std::thread person([&] {
+            if (WaitFor([&] { return dialog.window.load() != nullptr; })) user(dialog.window);
+        });
+        INT_PTR result = dialog.Run(path.c_str());
+        person.join();
+        return result;
+    }
+
+    static std::wstring Text(HWND dialog, int id) { return platform::ReadControl(dialog, id).text; }
+    static bool Enabled(HWND dialog, int id) { return platform::ReadControl(dialog, id).enabled; }
+
+    uitest::ResourceLibraries resources;
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+    fs::path file;
+    std::wstring path;
+    std::wstring md5;
+    std::wstring sha1;
+};
+
+}  // namespace
+
+TEST_F(MD5DlgTest, ByDefaultComputesMD5AloneAndCopiesIt) {
+    CMD5Dlg dialog;
+    bool shown = false;
+    bool sha1Idle = false;
+    bool copyWaited = false;
+    INT_PTR result = RunWith(dialog, [&](HWND window) {
+        copyWaited = !Enabled(window, CMD5Dlg::IDC_MD5_COPY);
+        shown = WaitFor([&] { return Text(window, CMD5Dlg::IDC_MD5_TEXT) == md5; });
+        WaitFor([&] { return Enabled(window, CMD5Dlg::IDC_MD5_COPY); });
+        sha1Idle = Text(window, CMD5Dlg::IDC_SHA1_TEXT).empty() &&
+                   !Enabled(window, CMD5Dlg::IDC_SHA1_BAR) &&
+                   !Enabled(window, CMD5Dlg::IDC_SHA1_COPY) &&
+                   platform::ReadControl(window, CMD5Dlg::IDC_SHA1_CHECK).state.check == 0;
+        EXPECT_EQ(platform::ReadControl(window, CMD5Dlg::IDC_MD5_BAR).state.position, 100);
+        EXPECT_EQ(platform::ReadControl(window, CMD5Dlg::IDC_MD5_CHECK).state.check, 1);
+        EXPECT_EQ(Text(window, CMD5Dlg::IDC_SIZE), L"100,000");
+        Click(window, CMD5Dlg::IDC_MD5_COPY);
+        Click(window, IDOK);
+    });
+    EXPECT_EQ(result, IDOK);
+    EXPECT_TRUE(copyWaited) << "copy waits for the digest";
+    EXPECT_TRUE(shown);
+    EXPECT_TRUE(sha1Idle);
+    EXPECT_EQ(dialog.fileSize, 100000u);
+    EXPECT_EQ(GetCapture(), nullptr);
+
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    HANDLE data = GetClipboardData(CF_UNICODETEXT);
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(std::wstring(static_cast<const wchar_t *>(GlobalLock(data))), md5);
+    GlobalUnlock(data);
+    CloseClipboard();
+
+    EXPECT_EQ(Option(L"ComputeMD5"), 1u);
+    EXPECT_EQ(Option(L"ComputeSHA1"), 0u);
+}
+
+TEST_F(MD5DlgTest, StoredOptionsChooseTheDigestsAndSaveWritesADigestFile) {
+    SetOptions(1, 1);
+    fs::path saved = home.Scratch() / "out.sha1";
+    host.QueueSaveFile(platform::FromUtf8(saved.string()));
+    CMD5Dlg dialog;
+    RunWith(dialog, [&](HWND window) {
+        EXPECT_TRUE(WaitFor([&] {
+            return Text(window, CMD5Dlg::IDC_SHA1_TEXT) == sha1 &&
+                   Text(window, CMD5Dlg::IDC_MD5_TEXT) == md5 &&
+                   Enabled(window, CMD5Dlg::IDC_SHA1_SAVE);
+        }));
+        Click(window, CMD5Dlg::IDC_SHA1_SAVE);
+        WaitFor([&] { return fs::exists(saved); });
+        Click(window, IDCANCEL);
+    });
+    std::vector<platform::PromptRecord> prompts = host.Prompts();
+    ASSERT_EQ(prompts.size(), 1u);
+    const auto *asked = prompts[0].As<platform::SaveFilePrompt>();
+    ASSERT_NE(asked, nullptr);
+    EXPECT_EQ(asked->suggestedName, path + L".sha1");
+    EXPECT_EQ(asked->title, L"Save the SHA-1 Digest");
+    EXPECT_EQ(asked->flags, SAVEFILE_OVERWRITEPROMPT);
+    EXPECT_EQ(testsupport::ReadBytes(saved), platform::ToUtf8(sha1) + "\r\n") << "a text file";
+    EXPECT_EQ(Option(L"ComputeSHA1"), 1u);
+}
+
+TEST_F(MD5DlgTest, TickingABoxStartsItsDigestAndUntickingDisablesIt) {
+    SetOptions(0, 0);
+    CMD5Dlg dialog;
+    RunWith(dialog, [&](HWND window) {
+        EXPECT_FALSE(Enabled(window, CMD5Dlg::IDC_SHA1_TEXT));
+        SendDlgItemMessageW(window, CMD5Dlg::IDC_SHA1_CHECK, BM_SETCHECK, BST_CHECKED, 0);
+        Click(window, CMD5Dlg::IDC_SHA1_CHECK);
+        EXPECT_TRUE(WaitFor([&] {
+            return Text(window, CMD5Dlg::IDC_SHA1_TEXT) == sha1 &&
+                   Enabled(window, CMD5Dlg::IDC_SHA1_COPY);
+        }));
+        EXPECT_TRUE(Text(window, CMD5Dlg::IDC_MD5_TEXT).empty());
+        SendDlgItemMessageW(window, CMD5Dlg::IDC_SHA1_CHECK, BM_SETCHECK, BST_UNCHECKED, 0);
+        Click(window, CMD5Dlg::IDC_SHA1_CHECK);
+        EXPECT_TRUE(WaitFor([&] { return !Enabled(window, CMD5Dlg::IDC_SHA1_COPY); }));
+        EXPECT_FALSE(Enabled(window, CMD5Dlg::IDC_SHA1_TEXT));
+        Click(window, IDOK);
+    });
+    EXPECT_EQ(Option(L"ComputeMD5"), 0u);
+    EXPECT_EQ(Option(L"ComputeSHA1"), 0u);
+}
