@@ -114,15 +114,7 @@ INT_PTR CMD5Dlg::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lPa
 BOOL CMD5Dlg::OnInitDialog() {
     HWND dialog = window;
     SetDlgItemTextW(dialog, IDC_PATH, CAppUtils::FitPath(path.c_str(), kPathLabelChars, nullptr));
-    RECT ownerRect{};
-    RECT own{};
-    if (owner && GetWindowRect(owner, &ownerRect) && GetWindowRect(dialog, &own)) {
-        int width = own.right - own.left;
-        int height = own.bottom - own.top;
-        SetWindowPos(dialog, nullptr, (ownerRect.left + ownerRect.right - width) / 2,
-                     (ownerRect.top + ownerRect.bottom - height) / 2, 0, 0,
-                     SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    }
+    CAppUtils::CenterDlgOverParent(dialog, owner);
     WIN32_FIND_DATAW found{};
     HANDLE find = FindFirstFileW(path.c_str(), &found);
     if (find != INVALID_HANDLE_VALUE) {
