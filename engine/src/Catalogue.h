@@ -15,6 +15,12 @@ namespace engine {
 
 inline constexpr std::size_t kNoIndex = static_cast<std::size_t>(-1);
 
+// What a format keeps of an item's stored form, so that a writer of the
+// same format can copy the data as it is (a zip item's place and method).
+struct StoredData {
+    virtual ~StoredData() = default;
+};
+
 // One item as a format stores it.
 struct ItemInfo {
     std::string rawPath;  // the stored path, bytes as found (to match on a later pass)
@@ -30,6 +36,7 @@ struct ItemInfo {
     std::optional<EngineDateTime> modified;
     std::uint32_t mode = 0;  // POSIX permission bits when the format keeps them, else 0
     std::optional<std::wstring> comment;
+    std::shared_ptr<const StoredData> stored;
 };
 
 // A node of the tree. Folders that the format does not store as items of

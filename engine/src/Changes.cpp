@@ -39,15 +39,25 @@ struct Written {
     }
 };
 
-// Writes the plan's items with the driver into a temporary file beside
-// `target`; on success the temporary's name is handed to the caller.
-Result WritePlan(Operation &operation, const Driver &driver, const std::string &formatId,
-                 const std::string &target, const std::vector<PlanNode *> &items,
-                 OpaqueEngineArchive *source, PasswordSource *passwords,
-                 const std::wstring &password, const std::string &postEncoding,
+// How a plan is written: by which driver into what, from which archive.
+struct PlanWrite {
+    const Driver *driver = nullptr;
+    std::string formatId;
+    std::string target;                     // the file the result replaces
+    OpaqueEngineArchive *source = nullptr;  // whose stored items the plan holds
+    PasswordSource *passwords = nullptr;
+    std::wstring password;  // for the items written anew
+    std::string postEncoding;
+    std::optional<std::wstring> comment;
+    bool copyStored = false;  // stored items go over as they are
+};
+
+// Writes the plan's items into a temporary file beside the target; on
+// success the temporary's name is handed to the caller.
+Result WritePlan(Operation &operation, const PlanWrite &how, const std::vector<PlanNode *> &items,
                  std::string &temporary) {
     Written file;
-    if (Result result = TemporaryBeside(target, file.temporary)) return result;
+    if (Result result = TemporaryBeside(how.target, file.temporary)) return result;
     std::uint64_t files = 0, bytes = 0;
     for (const PlanNode *node : items) {
         if (node->Folder()) continue;
@@ -58,18 +68,21 @@ Result WritePlan(Operation &operation, const Driver &driver, const std::string &
     if (Result stop = operation.Counters(true)) return stop;
     WriteRequest request;
     request.path = file.temporary;
-    request.formatId = formatId;
-    request.format = operation.session().FormatProperties(formatId);
-    request.postEncoding = postEncoding;
-    request.postEncodingFormat = operation.session().FormatProperties(postEncoding);
-    request.password = Utf8(password);
+    request.formatId = how.formatId;
+    request.format = operation.session().FormatProperties(how.formatId);
+    request.postEncoding = how.postEncoding;
+    request.postEncodingFormat = operation.session().FormatProperties(how.postEncoding);
+    request.password = Utf8(how.password);
+    request.comment = how.comment;
+    request.threads = operation.settings().useThreads;
     request.operation = &operation;
-    PlanFeed feed(items, operation, source, passwords);
-    if (Result result = driver.Write(request, feed)) return result;
+    PlanFeed feed(items, operation, how.source, how.passwords, how.copyStored);
+    if (Result result = how.driver->Write(request, feed)) return result;
     if (Result stop = operation.FinishCounters()) return stop;
     // A new file takes the usual permissions; a rewritten one keeps its own.
     struct stat info {};
-    mode_t mode = stat(target.c_str(), &info) == 0 ? info.st_mode & 07777 : 0666 & ~CurrentUmask();
+    mode_t mode =
+        stat(how.target.c_str(), &info) == 0 ? info.st_mode & 07777 : 0666 & ~CurrentUmask();
     chmod(file.temporary.c_str(), mode);
     temporary = file.temporary;
     file.temporary.clear();
@@ -121,30 +134,44 @@ Result LearnPassword(OpaqueEngineArchive &archive, Operation &operation,
 }
 
 // Writes the plan as the archive's new present state: into a new pending
-// file, the catalogue following on success.
+// file, the catalogue following on success. A zip's items are copied as
+// they are stored, their encryption with them; other formats are decoded
+// and encoded again, and an enciphered one enciphered again with its
+// password (asked for first when unknown).
 Result Rewrite(OpaqueEngineArchive &archive, Operation &operation, Plan &plan,
                const std::wstring &password) {
     if (Result refused = Changeable(archive)) return refused;
-    if (Result result = LearnPassword(archive, operation, password)) return result;
-    std::wstring writePassword = !password.empty()                ? password
-                                 : archive.catalogue.anyEncrypted ? archive.password
-                                                                  : L"";
+    bool copy = archive.driver->KeepsStoredForm(archive.formatId);
+    if (!copy) {
+        if (Result result = LearnPassword(archive, operation, password)) return result;
+    }
+    PlanWrite how;
+    how.driver = archive.driver;
+    how.formatId = archive.formatId;
+    how.target = archive.file->Native();
+    how.source = &archive;
+    how.password = !password.empty() || copy        ? password
+                   : archive.catalogue.anyEncrypted ? archive.password
+                                                    : L"";
+    how.postEncoding =
+        archive.formatId == "tar" ? PostEncodingOf(archive.CurrentPath()) : std::string();
+    how.comment = plan.comment;
+    how.copyStored = copy;
     std::vector<PlanNode *> items = plan.Flatten();
     ItemPasswords passwords(archive, operation, password);
-    std::string postEncoding =
-        archive.formatId == "tar" ? PostEncodingOf(archive.CurrentPath()) : std::string();
+    how.passwords = &passwords;
     std::string temporary;
-    Result result = WritePlan(operation, *archive.driver, archive.formatId, archive.file->Native(),
-                              items, &archive, &passwords, writePassword, postEncoding, temporary);
-    if (result != kEngineOK) return result;
+    if (Result result = WritePlan(operation, how, items, temporary)) return result;
     std::vector<ItemInfo> listed;
-    if (Result unreadable = ListItems(archive, operation, temporary, listed)) {
+    std::optional<std::wstring> comment;
+    if (Result unreadable = ListItems(archive, operation, temporary, listed, &comment)) {
         unlink(temporary.c_str());
         return unreadable;
     }
     if (!archive.pending.empty()) unlink(archive.pending.c_str());
     archive.pending = temporary;
     ApplyPlan(archive.catalogue, plan, std::move(listed));
+    archive.catalogue.comment = comment;
     return kEngineOK;
 }
 
@@ -179,10 +206,14 @@ Result CreateArchive(Operation &operation, const std::string &formatId,
     if (Result result = plan.AddSources(plan.Root(), sources)) return result;
     std::vector<PlanNode *> items = plan.Flatten();
     std::string native = Utf8(target);
+    PlanWrite how;
+    how.driver = driver;
+    how.formatId = formatId;
+    how.target = native;
+    how.password = password;
+    how.postEncoding = postEncoding;
     std::string temporary;
-    if (Result result = WritePlan(operation, *driver, formatId, native, items, nullptr, nullptr,
-                                  password, postEncoding, temporary))
-        return result;
+    if (Result result = WritePlan(operation, how, items, temporary)) return result;
     if (rename(temporary.c_str(), native.c_str()) != 0) {
         Result result = LastErrno();
         unlink(temporary.c_str());
@@ -201,10 +232,13 @@ Result CreateEmptyArchive(Operation &operation, const std::string &formatId,
     if (driver->SingleItem(formatId)) return kEngineItemKindUnsupported;
     std::string postEncoding =
         formatId == "tar" ? operation.settings().postEncodingFormat : std::string();
+    PlanWrite how;
+    how.driver = driver;
+    how.formatId = formatId;
+    how.target = path;
+    how.postEncoding = postEncoding;
     std::string temporary;
-    if (Result result = WritePlan(operation, *driver, formatId, path, {}, nullptr, nullptr, L"",
-                                  postEncoding, temporary))
-        return result;
+    if (Result result = WritePlan(operation, how, {}, temporary)) return result;
     if (rename(temporary.c_str(), path.c_str()) != 0) {
         Result result = LastErrno();
         unlink(temporary.c_str());
@@ -286,6 +320,23 @@ Result RenameItem(OpaqueEngineArchive &archive, Operation &operation,
     return Rewrite(archive, operation, plan, L"");
 }
 
+Result SetComment(OpaqueEngineArchive &archive, Operation &operation,
+                  const std::shared_ptr<Node> &item, const std::wstring &comment) {
+    if (!archive.driver->KeepsComments(archive.formatId)) return kEnginePropertyNotApplicable;
+    Plan plan(operation, &archive);
+    plan.TakeCatalogue(archive.catalogue);
+    std::optional<std::wstring> text;
+    if (!comment.empty()) text = comment;
+    if (item->isRoot) {
+        plan.comment = text;
+    } else {
+        PlanNode *planned = plan.Find(item);
+        if (!planned) return kEngineNoMoreObjects;
+        planned->info.comment = text;
+    }
+    return Rewrite(archive, operation, plan, L"");
+}
+
 Result Transform(Operation &operation, const std::wstring &source, const std::wstring &destination,
                  const std::string &formatId, const std::wstring &oldPassword,
                  const std::wstring &newPassword, std::wstring &written) {
@@ -307,10 +358,16 @@ Result Transform(Operation &operation, const std::wstring &source, const std::ws
     std::vector<PlanNode *> items = plan.Flatten();
     ItemPasswords passwords(*archive, operation, oldPassword);
     std::string native = Utf8(target);
+    PlanWrite how;
+    how.driver = driver;
+    how.formatId = formatId;
+    how.target = native;
+    how.source = archive.get();
+    how.passwords = &passwords;
+    how.password = newPassword;
+    how.comment = archive->catalogue.comment;
     std::string temporary;
-    if (Result result = WritePlan(operation, *driver, formatId, native, items, archive.get(),
-                                  &passwords, newPassword, "", temporary))
-        return result;
+    if (Result result = WritePlan(operation, how, items, temporary)) return result;
     if (rename(temporary.c_str(), native.c_str()) != 0) {
         Result result = LastErrno();
         unlink(temporary.c_str());

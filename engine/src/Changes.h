@@ -34,6 +34,10 @@ Result DeleteItems(OpaqueEngineArchive &archive, Operation &operation,
 Result RenameItem(OpaqueEngineArchive &archive, Operation &operation,
                   const std::shared_ptr<Node> &item, const std::wstring &name);
 
+// "comments" of an item, or of the archive on the root.
+Result SetComment(OpaqueEngineArchive &archive, Operation &operation,
+                  const std::shared_ptr<Node> &item, const std::wstring &comment);
+
 // TransformArchive: the items of any readable archive written anew in
 // `formatId`.
 Result Transform(Operation &operation, const std::wstring &source, const std::wstring &destination,

@@ -85,6 +85,10 @@ struct WriteItem {
     ItemInfo info;               // path in the archive, kind, size, time, mode
     DataSource *data = nullptr;  // for files; null for folders and links
     bool storeOnly = false;      // already compressed: store it as it is
+    // An item of an archive of the same format, to be copied as it is
+    // stored (its data neither decoded nor deciphered) from `copyFrom`.
+    const StoredData *copy = nullptr;
+    std::string copyFrom;
 };
 
 // What a writer takes its items from, in order.
@@ -106,10 +110,12 @@ struct ReadRequest {
 struct WriteRequest {
     std::string path;  // the file to write
     std::string formatId;
-    PropertyMap format;              // the session's properties of the format
-    std::string postEncoding;        // tar: the compressor of the stream
-    PropertyMap postEncodingFormat;  // ... and that compressor's properties
-    std::string password;            // UTF-8; empty: no encryption
+    PropertyMap format;                   // the session's properties of the format
+    std::string postEncoding;             // tar: the compressor of the stream
+    PropertyMap postEncodingFormat;       // ... and that compressor's properties
+    std::string password;                 // UTF-8; empty: no encryption
+    std::optional<std::wstring> comment;  // the archive's comment, where the format keeps one
+    bool threads = true;                  // "useThreads"
     Operation *operation = nullptr;
 };
 
@@ -131,6 +137,10 @@ public:
     }
 
     virtual bool CanWrite(std::string_view) const { return false; }
+    // The writer copies items of an archive of the id as they are stored
+    // (WriteItem::copy) and keeps comments.
+    virtual bool KeepsStoredForm(std::string_view) const { return false; }
+    virtual bool KeepsComments(std::string_view) const { return false; }
     virtual Result Write(const WriteRequest &, ItemFeed &) const { return kEngineNotImplemented; }
     // The extension a new archive of the id gets, with its dot.
     virtual std::wstring Extension(std::string_view id, std::string_view postEncoding) const;

@@ -63,6 +63,7 @@ Plan::Plan(Operation &operation, OpaqueEngineArchive *archive)
 }
 
 void Plan::TakeCatalogue(const Catalogue &catalogue) {
+    comment = catalogue.comment;
     std::function<void(PlanNode &, const Node &)> copy = [&](PlanNode &into, const Node &from) {
         for (const auto &child : from.children) {
             if (child->removed) continue;
@@ -292,8 +293,12 @@ private:
 };
 
 PlanFeed::PlanFeed(std::vector<PlanNode *> items, Operation &operation,
-                   OpaqueEngineArchive *archive, PasswordSource *passwords)
-    : items_(std::move(items)), operation_(operation), archive_(archive), passwords_(passwords) {}
+                   OpaqueEngineArchive *archive, PasswordSource *passwords, bool copyStored)
+    : items_(std::move(items)),
+      operation_(operation),
+      archive_(archive),
+      passwords_(passwords),
+      copyStored_(copyStored) {}
 
 PlanFeed::~PlanFeed() {
     if (fd_ >= 0) close(fd_);
@@ -342,6 +347,10 @@ Result PlanFeed::Next(WriteItem &item) {
         if (fstat(fd_, &info) == 0) item.info.size = static_cast<std::uint64_t>(info.st_size);
         data_ = std::make_unique<DiskData>(fd_, operation_);
         item.data = data_.get();
+    } else if (node.source == PlanNode::Source::Stored && copyStored_ && node.info.stored) {
+        item.copy = node.info.stored.get();
+        item.copyFrom = archive_->CurrentPath();
+        operation_.AddRead(node.info.size);
     } else if (node.source == PlanNode::Source::Stored && hasData) {
         if (Result result = MoveCursorTo(node.storedIndex)) return result;
         data_ = std::make_unique<StoredData>(*cursor_, operation_);

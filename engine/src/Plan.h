@@ -52,6 +52,8 @@ public:
     void Remove(PlanNode &node);
     PlanNode *Find(const std::shared_ptr<Node> &node);
 
+    std::optional<std::wstring> comment;  // the archive's own
+
     // The items to write, in writing order.
     std::vector<PlanNode *> Flatten();
     // What was read from disk, for "deleteAction".
@@ -79,8 +81,10 @@ private:
 // present archive (one pass over it, in stored order).
 class PlanFeed final : public ItemFeed {
 public:
+    // `copyStored`: an item of the archive that its format can copy as it is
+    // stored goes over that way, neither decoded nor deciphered.
     PlanFeed(std::vector<PlanNode *> items, Operation &operation, OpaqueEngineArchive *archive,
-             PasswordSource *passwords);
+             PasswordSource *passwords, bool copyStored = false);
     ~PlanFeed() override;
     Result Next(WriteItem &item) override;
 
@@ -95,6 +99,7 @@ private:
     Operation &operation_;
     OpaqueEngineArchive *archive_;
     PasswordSource *passwords_;
+    bool copyStored_;
     std::unique_ptr<ReadCursor> cursor_;
     std::size_t cursorIndex_ = kNoIndex;
     std::unique_ptr<DataSource> data_;

@@ -387,7 +387,8 @@ EngineResult SetArchiveObjectStringProperty(ArchiveObject item, const char *name
         if (IsRoot(*object)) return kEnginePropertyNotApplicable;
         return RenameItem(archive, operation, object->node, TextOf(value));
     }
-    if (std::strcmp(name, kItemPropComments) == 0) return kEnginePropertyNotApplicable;
+    if (std::strcmp(name, kItemPropComments) == 0)
+        return SetComment(archive, operation, object->node, TextOf(value));
     return kEnginePropertyNotApplicable;
 }
 

@@ -1,10 +1,16 @@
-// Zip: read and written through libarchive; a zip behind a self-extracting
-// stub is found by its end record.
+// Zip: read through libarchive, with what only the central directory tells
+// (comments, compressed sizes, where the data lies) read by the engine;
+// written by the engine's own writer. A zip behind a self-extracting stub is
+// found by its end record.
 #include <archive.h>
+
+#include <map>
 
 #include "FormatProfile.h"
 #include "LibArchive.h"
 #include "Sniff.h"
+#include "ZipDirectory.h"
+#include "ZipWriter.h"
 
 namespace engine {
 namespace {
@@ -54,6 +60,40 @@ bool EndRecordFits(SniffInput &input) {
 
 void EnableZip(archive *handle) { archive_read_support_format_zip(handle); }
 
+// libarchive's items, each joined with its central directory record by
+// name, in order.
+class ZipCursor final : public ReadCursor {
+public:
+    ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory)
+        : inner_(std::move(inner)), comment_(directory.comment) {
+        for (auto &entry : directory.entries)
+            byName_[CleanItemPath(entry.name)].push_back(std::move(entry));
+        for (auto &[name, entries] : byName_) std::reverse(entries.begin(), entries.end());
+    }
+    Result Next(ItemInfo &info) override {
+        Result result = inner_->Next(info);
+        if (result != kEngineOK) return result;
+        auto found = byName_.find(info.path);
+        if (found != byName_.end() && !found->second.empty()) {
+            ZipDirectoryEntry entry = std::move(found->second.back());
+            found->second.pop_back();
+            info.comment = entry.comment;
+            info.compressedSize = entry.stored->compressedSize;
+            info.stored = entry.stored;
+        }
+        return kEngineOK;
+    }
+    Result Read(void *buffer, std::size_t size, std::size_t &got) override {
+        return inner_->Read(buffer, size, got);
+    }
+    std::optional<std::wstring> Comment() const override { return comment_; }
+
+private:
+    std::unique_ptr<ReadCursor> inner_;
+    std::optional<std::wstring> comment_;
+    std::map<std::wstring, std::vector<ZipDirectoryEntry>> byName_;
+};
+
 class Zip final : public Driver {
 public:
     std::vector<std::string> Ids() const override { return {"zip"}; }
@@ -71,52 +111,48 @@ public:
 
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
-        return OpenLibarchiveCursor(request, EnableZip, {}, cursor);
+        std::unique_ptr<ReadCursor> inner;
+        if (Result result = OpenLibarchiveCursor(request, EnableZip, {}, inner)) return result;
+        // A directory the engine cannot read leaves the items without what
+        // only it tells; libarchive's reading stands.
+        ZipDirectory directory;
+        if (ReadZipDirectory(request.path, directory) != kEngineOK) directory = ZipDirectory();
+        cursor = std::make_unique<ZipCursor>(std::move(inner), std::move(directory));
+        return kEngineOK;
     }
 
     bool CanWrite(std::string_view) const override { return true; }
+    bool KeepsStoredForm(std::string_view) const override { return true; }
+    bool KeepsComments(std::string_view) const override { return true; }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {
-        std::int32_t method =
+        ZipWriteSettings settings;
+        settings.method =
             IntegerOf(request.format, kFormatPropCompMethod, kZipProfile.defaultMethod);
-        if (method != 0 && method != 1) return kEngineMethodUnsupported;
-        std::int32_t level = 6;
-        ProfileValue(kZipProfile, request.format, kFormatPropCompressionLevel, level);
-        std::int32_t encryption = IntegerOf(request.format, kFormatPropEncryptMethod, 1);
-        std::int32_t keySize = IntegerOf(request.format, kFormatPropKeySize, 0);
-        const char *cipher = nullptr;
+        if (settings.method != 0 && settings.method != 1) return kEngineMethodUnsupported;
+        ProfileValue(kZipProfile, request.format, kFormatPropCompressionLevel, settings.level);
         if (!request.password.empty()) {
-            if (encryption == 1) cipher = keySize == 128 ? "aes128" : "aes256";
-            if (encryption == 2) cipher = keySize == 256 ? "aes256" : "aes128";
-            if (encryption == 3) cipher = "zipcrypt";
-            if (encryption < 0 || encryption > 3) return kEngineEncryptionUnsupported;
+            std::int32_t encryption = IntegerOf(request.format, kFormatPropEncryptMethod, 1);
+            std::int32_t keySize = IntegerOf(request.format, kFormatPropKeySize, 0);
+            using Cipher = ZipWriteSettings::Cipher;
+            switch (encryption) {
+                case 0:
+                    settings.cipher = Cipher::None;
+                    break;
+                case 1:
+                    settings.cipher = keySize == 128 ? Cipher::Aes128 : Cipher::Aes256;
+                    break;
+                case 2:
+                    settings.cipher = keySize == 256 ? Cipher::Aes256 : Cipher::Aes128;
+                    break;
+                case 3:
+                    settings.cipher = Cipher::Traditional;
+                    break;
+                default:
+                    return kEngineEncryptionUnsupported;
+            }
         }
-        LibarchiveWriter writer;
-        writer.configure = [&](archive *handle) -> Result {
-            if (archive_write_set_format_zip(handle) != ARCHIVE_OK) return kEngineWriteFailed;
-            archive_write_set_option(handle, "zip", "hdrcharset", "UTF-8");
-            if (method == 0) {
-                archive_write_zip_set_compression_store(handle);
-            } else {
-                archive_write_zip_set_compression_deflate(handle);
-                std::string levelText = std::to_string(level);
-                archive_write_set_option(handle, "zip", "compression-level", levelText.c_str());
-            }
-            if (cipher) {
-                if (archive_write_set_option(handle, "zip", "encryption", cipher) != ARCHIVE_OK)
-                    return kEngineEncryptionUnsupported;
-                if (archive_write_set_passphrase(handle, request.password.c_str()) != ARCHIVE_OK)
-                    return kEngineEncryptionUnsupported;
-            }
-            return kEngineOK;
-        };
-        writer.beforeItem = [method](archive *handle, const WriteItem &item) {
-            if (method == 0 || item.storeOnly)
-                archive_write_zip_set_compression_store(handle);
-            else
-                archive_write_zip_set_compression_deflate(handle);
-        };
-        return WriteWithLibarchive(request, feed, writer);
+        return WriteZip(request, feed, settings);
     }
 
     Result FormatValue(std::string_view, const PropertyMap &properties, std::string_view name,

@@ -97,7 +97,7 @@ TEST_F(ChangeTest, ACancelledChangeLeavesTheArchiveAsItWas) {
     {
         OpenedArchive opened(engine, archive, kEngineAccessChange);
         Recorder recorder(engine);
-        recorder.On(1, 1, [](NotificationContext) { return kNotificationStop; });
+        recorder.On(100, 6, [](NotificationContext) { return kNotificationStop; });
         OwnedItemList doomed;
         ASSERT_EQ(NewArchiveObjectList(engine, doomed.out()), kEngineOK);
         OwnedItem readme = opened.Item(L"src/readme.txt");

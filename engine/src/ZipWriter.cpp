@@ -1,0 +1,854 @@
+#include "ZipWriter.h"
+
+#include <fcntl.h>
+#include <libdeflate.h>
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "FileSystem.h"
+#include "Handles.h"
+#include "LibArchive.h"
+#include "Operation.h"
+#include "ZipDirectory.h"
+
+namespace engine {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint32_t kLocalSignature = 0x04034b50;
+constexpr std::uint32_t kCentralSignature = 0x02014b50;
+constexpr std::uint32_t kEndSignature = 0x06054b50;
+constexpr std::uint32_t kEnd64Signature = 0x06064b50;
+constexpr std::uint32_t kLocator64Signature = 0x07064b50;
+constexpr std::uint32_t kDescriptorSignature = 0x08074b50;
+constexpr std::uint32_t kMarker32 = 0xFFFFFFFF;
+constexpr std::uint16_t kMethodStore = 0, kMethodDeflate = 8, kMethodAes = 99;
+constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008, kFlagUtf8 = 0x0800;
+// Items up to this size are compressed whole, in memory, on a worker; larger
+// ones are streamed through zlib on the writer's thread.
+constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
+constexpr std::uint64_t kPendingBytesLimit = 256ULL << 20;
+constexpr std::size_t kStreamChunk = 1 << 20;
+
+void Put16(Bytes &out, std::uint32_t value) {
+    out.push_back(static_cast<std::uint8_t>(value));
+    out.push_back(static_cast<std::uint8_t>(value >> 8));
+}
+void Put32(Bytes &out, std::uint32_t value) {
+    Put16(out, value & 0xFFFF);
+    Put16(out, value >> 16);
+}
+void Put64(Bytes &out, std::uint64_t value) {
+    Put32(out, static_cast<std::uint32_t>(value));
+    Put32(out, static_cast<std::uint32_t>(value >> 32));
+}
+void PutBytes(Bytes &out, const Bytes &bytes) { out.insert(out.end(), bytes.begin(), bytes.end()); }
+std::uint32_t Clip32(std::uint64_t value) {
+    return value >= kMarker32 ? kMarker32 : static_cast<std::uint32_t>(value);
+}
+
+// DOS date and time of a FILETIME, in local time; the format starts in 1980.
+void DosTime(const std::optional<EngineDateTime> &modified, std::uint16_t &date,
+             std::uint16_t &time) {
+    std::int64_t seconds = 0;
+    long nanoseconds = 0;
+    if (modified) UnixFromFileTime(*modified, seconds, nanoseconds);
+    time_t when = modified ? static_cast<time_t>(seconds) : ::time(nullptr);
+    struct tm local {};
+    localtime_r(&when, &local);
+    if (local.tm_year < 80) {
+        date = (1 << 5) | 1;
+        time = 0;
+        return;
+    }
+    date = static_cast<std::uint16_t>(((local.tm_year - 80) << 9) | ((local.tm_mon + 1) << 5) |
+                                      local.tm_mday);
+    time = static_cast<std::uint16_t>((local.tm_hour << 11) | (local.tm_min << 5) |
+                                      (local.tm_sec / 2));
+}
+
+// ---------------------------------------------------------------------------
+// Encryption.
+
+// WinZip AES (AE-2): PBKDF2-HMAC-SHA1 keys, AES in counter mode with a
+// little-endian counter from 1, an HMAC-SHA1 of the enciphered data.
+class AesEncryptor {
+public:
+    ~AesEncryptor() {
+        if (cipher_) EVP_CIPHER_CTX_free(cipher_);
+        if (mac_) EVP_MAC_CTX_free(mac_);
+        if (macKind_) EVP_MAC_free(macKind_);
+    }
+    // The salt and password verifier that precede the data.
+    bool Start(const std::string &password, bool aes256, Bytes &header) {
+        std::size_t keyLength = aes256 ? 32 : 16, saltLength = aes256 ? 16 : 8;
+        Bytes salt(saltLength);
+        if (RAND_bytes(salt.data(), static_cast<int>(salt.size())) != 1) return false;
+        Bytes material(2 * keyLength + 2);
+        if (PKCS5_PBKDF2_HMAC_SHA1(password.data(), static_cast<int>(password.size()), salt.data(),
+                                   static_cast<int>(salt.size()), 1000,
+                                   static_cast<int>(material.size()), material.data()) != 1)
+            return false;
+        cipher_ = EVP_CIPHER_CTX_new();
+        if (!cipher_ || EVP_EncryptInit_ex(cipher_, aes256 ? EVP_aes_256_ecb() : EVP_aes_128_ecb(),
+                                           nullptr, material.data(), nullptr) != 1)
+            return false;
+        EVP_CIPHER_CTX_set_padding(cipher_, 0);
+        macKind_ = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+        mac_ = macKind_ ? EVP_MAC_CTX_new(macKind_) : nullptr;
+        char digest[] = "SHA1";
+        OSSL_PARAM parameters[] = {
+            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+            OSSL_PARAM_construct_end()};
+        if (!mac_ || EVP_MAC_init(mac_, material.data() + keyLength, keyLength, parameters) != 1)
+            return false;
+        header = salt;
+        header.push_back(material[2 * keyLength]);
+        header.push_back(material[2 * keyLength + 1]);
+        return true;
+    }
+    bool Update(std::uint8_t *data, std::size_t size) {
+        std::size_t at = 0;
+        while (at < size) {
+            if (used_ == 16) {
+                if (!NextBlock()) return false;
+            }
+            std::size_t run = std::min<std::size_t>(16 - used_, size - at);
+            for (std::size_t i = 0; i < run; ++i) data[at + i] ^= stream_[used_ + i];
+            used_ += run;
+            at += run;
+        }
+        return EVP_MAC_update(mac_, data, size) == 1;
+    }
+    // The first ten bytes of the HMAC, which follow the data.
+    bool Finish(Bytes &code) {
+        std::uint8_t full[EVP_MAX_MD_SIZE];
+        std::size_t length = 0;
+        if (EVP_MAC_final(mac_, full, &length, sizeof full) != 1 || length < 10) return false;
+        code.assign(full, full + 10);
+        return true;
+    }
+
+private:
+    bool NextBlock() {
+        ++counter_;
+        std::uint8_t block[16] = {};
+        for (int i = 0; i < 8; ++i) block[i] = static_cast<std::uint8_t>(counter_ >> (8 * i));
+        int produced = 0;
+        if (EVP_EncryptUpdate(cipher_, stream_, &produced, block, 16) != 1 || produced != 16)
+            return false;
+        used_ = 0;
+        return true;
+    }
+
+    EVP_CIPHER_CTX *cipher_ = nullptr;
+    EVP_MAC *macKind_ = nullptr;
+    EVP_MAC_CTX *mac_ = nullptr;
+    std::uint64_t counter_ = 0;
+    std::uint8_t stream_[16] = {};
+    std::size_t used_ = 16;
+};
+
+// The traditional PKWARE cipher of the zip specification: three keys
+// stirred by every plaintext byte.
+class TraditionalEncryptor {
+public:
+    // The twelve-byte header; its last byte is the check byte.
+    bool Start(const std::string &password, std::uint8_t check, Bytes &header) {
+        for (char c : password) Stir(static_cast<std::uint8_t>(c));
+        header.resize(12);
+        if (RAND_bytes(header.data(), 11) != 1) return false;
+        header[11] = check;
+        Update(header.data(), header.size());
+        return true;
+    }
+    void Update(std::uint8_t *data, std::size_t size) {
+        for (std::size_t i = 0; i < size; ++i) {
+            std::uint16_t temp = static_cast<std::uint16_t>(keys_[2] | 2);
+            std::uint8_t plain = data[i];
+            data[i] = static_cast<std::uint8_t>(plain ^ ((temp * (temp ^ 1)) >> 8));
+            Stir(plain);
+        }
+    }
+
+private:
+    static std::uint32_t Crc(std::uint32_t crc, std::uint8_t byte) {
+        return (crc >> 8) ^ static_cast<std::uint32_t>(get_crc_table()[(crc ^ byte) & 0xFF]);
+    }
+    void Stir(std::uint8_t byte) {
+        keys_[0] = Crc(keys_[0], byte);
+        keys_[1] = (keys_[1] + (keys_[0] & 0xFF)) * 134775813u + 1;
+        keys_[2] = Crc(keys_[2], static_cast<std::uint8_t>(keys_[1] >> 24));
+    }
+    std::uint32_t keys_[3] = {0x12345678u, 0x23456789u, 0x34567890u};
+};
+
+// ---------------------------------------------------------------------------
+
+// One item on its way into the archive.
+struct Job {
+    ItemInfo info;
+    std::string name;  // UTF-8, "/" after a folder
+    bool storeOnly = false;
+    Bytes data;  // what the item holds; then what is written
+    std::uint32_t crc = 0;
+    std::uint64_t size = 0;
+    std::uint16_t method = kMethodStore;  // of the data before enciphering
+    std::uint16_t flags = 0;
+    Bytes aesExtra;
+    const ZipStoredItem *copy = nullptr;
+    std::string copyFrom;
+    Result result = kEngineOK;
+    bool done = false;
+};
+
+// What the central directory says of an item written.
+struct Central {
+    std::string name;
+    std::string comment;
+    std::uint16_t madeBy = (3 << 8) | 63;  // Unix, specification 6.3
+    std::uint16_t versionNeeded = 20;
+    std::uint16_t flags = 0;
+    std::uint16_t method = 0;
+    std::uint16_t date = 0, time = 0;
+    std::uint32_t crc = 0;
+    std::uint64_t compressedSize = 0, size = 0, offset = 0;
+    std::uint32_t externalAttributes = 0;
+    Bytes extra;  // everything but zip64, which is made when written
+    std::optional<std::uint32_t> unixTime;
+};
+
+class ZipWriter {
+public:
+    ZipWriter(const WriteRequest &request, const ZipWriteSettings &settings)
+        : request_(request), settings_(settings), operation_(request.operation) {}
+
+    ~ZipWriter() {
+        StopWorkers();
+        if (fd_ >= 0) close(fd_);
+    }
+
+    Result Run(ItemFeed &feed) {
+        fd_ = open(request_.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (fd_ < 0) return LastErrno();
+        StartWorkers();
+        Result result = Pump(feed);
+        StopWorkers();
+        if (result == kEngineOK && operation_) result = operation_->WritingCatalogue();
+        if (result == kEngineOK) result = WriteDirectory();
+        if (result == kEngineOK && close(fd_) != 0) result = LastErrno();
+        fd_ = -1;
+        return result;
+    }
+
+private:
+    // Takes items from the feed and writes them in order while workers
+    // compress the ones ahead.
+    Result Pump(ItemFeed &feed) {
+        bool fed = false;
+        for (;;) {
+            if (operation_ && operation_->Cancelled()) return kEngineCancelled;
+            if (!fed && pending_.size() < MaxPending() && pendingBytes_ < kPendingBytesLimit) {
+                WriteItem item;
+                Result next = feed.Next(item);
+                if (next == kEngineNoMoreObjects) {
+                    fed = true;
+                    continue;
+                }
+                if (next != kEngineOK) return next;
+                if (Result result = Take(item)) return result;
+                continue;
+            }
+            if (pending_.empty()) return kEngineOK;
+            std::shared_ptr<Job> job = WaitFront();
+            pending_.pop_front();
+            pendingBytes_ -= std::min<std::uint64_t>(pendingBytes_, job->size);
+            if (job->result != kEngineOK) return job->result;
+            if (Result result = WriteJob(*job)) return result;
+        }
+    }
+
+    std::size_t MaxPending() const { return workers_.empty() ? 1 : 4 * workers_.size(); }
+
+    Result Take(WriteItem &item) {
+        auto job = std::make_shared<Job>();
+        job->info = item.info;
+        job->name = Utf8(item.info.path);
+        if (item.info.folder && (job->name.empty() || job->name.back() != '/')) job->name += '/';
+        job->storeOnly = item.storeOnly || settings_.method == 0 || settings_.level == 0;
+        if (item.copy) {
+            job->copy = dynamic_cast<const ZipStoredItem *>(item.copy);
+            job->copyFrom = item.copyFrom;
+        }
+        if (job->copy || item.info.folder) {
+            job->done = true;
+            pending_.push_back(job);
+            return kEngineOK;
+        }
+        if (item.info.symlink) {
+            std::string target = Utf8(item.info.linkTarget);
+            job->data.assign(target.begin(), target.end());
+            job->storeOnly = true;
+        } else if (item.data) {
+            if (item.info.size > kWholeItemLimit) {
+                // Everything before it goes out first; then it streams.
+                if (Result result = Drain()) return result;
+                return StreamLarge(*job, *item.data);
+            }
+            if (Result result = ReadWhole(*item.data, job->data)) return result;
+        }
+        job->size = job->data.size();
+        pendingBytes_ += job->size;
+        pending_.push_back(job);
+        Submit(job);
+        return kEngineOK;
+    }
+
+    Result ReadWhole(DataSource &data, Bytes &out) {
+        std::size_t filled = 0;
+        for (;;) {
+            if (out.size() - filled < kStreamChunk) out.resize(filled + kStreamChunk);
+            std::size_t got = 0;
+            if (Result result = data.Read(out.data() + filled, out.size() - filled, got))
+                return result;
+            if (got == 0) break;
+            filled += got;
+            if (operation_) {
+                if (Result stop = operation_->Work(got)) return stop;
+                if (Result stop = operation_->Counters()) return stop;
+            }
+        }
+        out.resize(filled);
+        return kEngineOK;
+    }
+
+    Result Drain() {
+        while (!pending_.empty()) {
+            std::shared_ptr<Job> job = WaitFront();
+            pending_.pop_front();
+            pendingBytes_ -= std::min<std::uint64_t>(pendingBytes_, job->size);
+            if (job->result != kEngineOK) return job->result;
+            if (Result result = WriteJob(*job)) return result;
+        }
+        return kEngineOK;
+    }
+
+    // -- workers ------------------------------------------------------------
+
+    void StartWorkers() {
+        if (!request_.threads) return;
+        unsigned count = std::max(1u, std::thread::hardware_concurrency());
+        for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { Work(); });
+    }
+
+    void StopWorkers() {
+        {
+            std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        wake_.notify_all();
+        for (auto &worker : workers_) worker.join();
+        workers_.clear();
+        std::lock_guard lock(mutex_);
+        stopping_ = false;
+        queue_.clear();
+    }
+
+    void Submit(const std::shared_ptr<Job> &job) {
+        if (workers_.empty()) {
+            Compress(*job);
+            job->done = true;
+            return;
+        }
+        {
+            std::lock_guard lock(mutex_);
+            queue_.push_back(job);
+        }
+        wake_.notify_one();
+    }
+
+    void Work() {
+        libdeflate_compressor *compressor = nullptr;
+        for (;;) {
+            std::shared_ptr<Job> job;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+                if (queue_.empty()) break;
+                job = queue_.front();
+                queue_.pop_front();
+            }
+            Compress(*job, &compressor);
+            {
+                std::lock_guard lock(mutex_);
+                job->done = true;
+            }
+            finished_.notify_all();
+        }
+        if (compressor) libdeflate_free_compressor(compressor);
+    }
+
+    std::shared_ptr<Job> WaitFront() {
+        std::shared_ptr<Job> job = pending_.front();
+        std::unique_lock lock(mutex_);
+        finished_.wait(lock, [&] { return job->done; });
+        return job;
+    }
+
+    // Compresses (when it pays) and enciphers one whole item.
+    void Compress(Job &job, libdeflate_compressor **cached = nullptr) {
+        job.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, job.data.data(), job.data.size()));
+        job.method = kMethodStore;
+        if (!job.storeOnly && !job.data.empty()) {
+            libdeflate_compressor *local = nullptr;
+            libdeflate_compressor *&compressor = cached ? *cached : local;
+            if (!compressor)
+                compressor = libdeflate_alloc_compressor(std::clamp(settings_.level, 1, 12));
+            if (compressor) {
+                Bytes packed(libdeflate_deflate_compress_bound(compressor, job.data.size()));
+                std::size_t made = libdeflate_deflate_compress(
+                    compressor, job.data.data(), job.data.size(), packed.data(), packed.size());
+                if (made > 0 && made < job.data.size()) {
+                    packed.resize(made);
+                    job.data = std::move(packed);
+                    job.method = kMethodDeflate;
+                }
+            } else {
+                job.result = kEngineOutOfMemory;
+            }
+            if (local) libdeflate_free_compressor(local);
+        }
+        if (job.result == kEngineOK) job.result = Encipher(job);
+    }
+
+    Result Encipher(Job &job) {
+        if (settings_.cipher == ZipWriteSettings::Cipher::None || job.info.folder) return kEngineOK;
+        Bytes header, trailer;
+        if (settings_.cipher == ZipWriteSettings::Cipher::Traditional) {
+            TraditionalEncryptor cipher;
+            if (!cipher.Start(request_.password, static_cast<std::uint8_t>(job.crc >> 24), header))
+                return kEngineEncryptFailed;
+            cipher.Update(job.data.data(), job.data.size());
+        } else {
+            AesEncryptor cipher;
+            bool aes256 = settings_.cipher == ZipWriteSettings::Cipher::Aes256;
+            if (!cipher.Start(request_.password, aes256, header) ||
+                !cipher.Update(job.data.data(), job.data.size()) || !cipher.Finish(trailer))
+                return kEngineEncryptFailed;
+            job.aesExtra = AesExtra(aes256, job.method);
+        }
+        job.flags |= kFlagEncrypted;
+        job.data.insert(job.data.begin(), header.begin(), header.end());
+        PutBytes(job.data, trailer);
+        return kEngineOK;
+    }
+
+    static Bytes AesExtra(bool aes256, std::uint16_t method) {
+        Bytes extra;
+        Put16(extra, 0x9901);
+        Put16(extra, 7);
+        Put16(extra, 2);  // AE-2: no CRC, the HMAC checks the data
+        extra.push_back('A');
+        extra.push_back('E');
+        extra.push_back(aes256 ? 3 : 1);
+        Put16(extra, method);
+        return extra;
+    }
+
+    // -- writing ------------------------------------------------------------
+
+    Result Write(const void *data, std::size_t size) {
+        if (Result result = WriteAll(fd_, data, size)) return result;
+        offset_ += size;
+        return kEngineOK;
+    }
+
+    Central CentralFor(const Job &job) {
+        Central entry;
+        entry.name = job.name;
+        if (job.info.comment) entry.comment = Utf8(*job.info.comment);
+        DosTime(job.info.modified, entry.date, entry.time);
+        if (job.info.modified) {
+            std::int64_t seconds;
+            long nanoseconds;
+            UnixFromFileTime(*job.info.modified, seconds, nanoseconds);
+            if (seconds >= 0 && seconds < (1LL << 32))
+                entry.unixTime = static_cast<std::uint32_t>(seconds);
+        }
+        std::uint32_t mode =
+            job.info.mode ? job.info.mode & 07777 : (job.info.folder ? 0755 : 0644);
+        if (job.info.folder) {
+            entry.externalAttributes = ((040000u | mode) << 16) | 0x10;
+        } else if (job.info.symlink) {
+            entry.externalAttributes = (0120777u << 16);
+        } else {
+            entry.externalAttributes = (0100000u | mode) << 16;
+        }
+        bool ascii = std::all_of(entry.name.begin(), entry.name.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; }) &&
+                     std::all_of(entry.comment.begin(), entry.comment.end(),
+                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+        if (!ascii) entry.flags |= kFlagUtf8;
+        entry.offset = offset_;
+        return entry;
+    }
+
+    // The local header, with a zip64 field when the sizes or the offset need
+    // it (always for an item streamed, whose sizes come afterwards).
+    Bytes LocalHeader(const Central &entry, bool zip64) {
+        Bytes header;
+        Put32(header, kLocalSignature);
+        Put16(header,
+              zip64 ? std::max<std::uint16_t>(45, entry.versionNeeded) : entry.versionNeeded);
+        Put16(header, entry.flags);
+        Put16(header, entry.method);
+        Put16(header, entry.time);
+        Put16(header, entry.date);
+        Put32(header, entry.crc);
+        Put32(header, zip64 ? kMarker32 : static_cast<std::uint32_t>(entry.compressedSize));
+        Put32(header, zip64 ? kMarker32 : static_cast<std::uint32_t>(entry.size));
+        Bytes extra;
+        if (zip64) {
+            Put16(extra, 0x0001);
+            Put16(extra, 16);
+            Put64(extra, entry.size);
+            Put64(extra, entry.compressedSize);
+        }
+        if (entry.unixTime) {
+            Put16(extra, 0x5455);
+            Put16(extra, 5);
+            extra.push_back(1);
+            Put32(extra, *entry.unixTime);
+        }
+        PutBytes(extra, entry.extra);
+        Put16(header, static_cast<std::uint32_t>(entry.name.size()));
+        Put16(header, static_cast<std::uint32_t>(extra.size()));
+        header.insert(header.end(), entry.name.begin(), entry.name.end());
+        PutBytes(header, extra);
+        return header;
+    }
+
+    Result WriteJob(Job &job) {
+        if (job.copy) return CopyStored(job);
+        Central entry = CentralFor(job);
+        entry.flags |= job.flags;
+        entry.size = job.size;
+        entry.compressedSize = job.data.size();
+        entry.crc = job.crc;
+        entry.method = job.method;
+        entry.versionNeeded = job.method == kMethodDeflate || job.info.folder ? 20 : 10;
+        if (!job.aesExtra.empty()) {
+            entry.method = kMethodAes;
+            entry.crc = 0;
+            entry.versionNeeded = 51;
+            entry.extra = job.aesExtra;
+        }
+        bool zip64 = entry.size >= kMarker32 || entry.compressedSize >= kMarker32;
+        Bytes header = LocalHeader(entry, zip64);
+        if (Result result = Write(header.data(), header.size())) return result;
+        if (Result result = Write(job.data.data(), job.data.size())) return result;
+        directory_.push_back(std::move(entry));
+        if (operation_) {
+            operation_->AddWritten(job.size);
+            if (Result stop = operation_->Work(job.data.size())) return stop;
+            if (Result stop = operation_->Counters()) return stop;
+        }
+        return kEngineOK;
+    }
+
+    // An item larger than a worker takes whole: compressed with zlib as it
+    // is read, the sizes and check value written into its header afterwards.
+    Result StreamLarge(Job &job, DataSource &data) {
+        Central entry = CentralFor(job);
+        entry.method = job.storeOnly ? kMethodStore : kMethodDeflate;
+        entry.versionNeeded = 45;
+        bool aes = settings_.cipher == ZipWriteSettings::Cipher::Aes128 ||
+                   settings_.cipher == ZipWriteSettings::Cipher::Aes256;
+        bool traditional = settings_.cipher == ZipWriteSettings::Cipher::Traditional;
+        if (aes) {
+            entry.extra =
+                AesExtra(settings_.cipher == ZipWriteSettings::Cipher::Aes256, entry.method);
+            entry.method = kMethodAes;
+            entry.versionNeeded = 51;
+            entry.flags |= kFlagEncrypted;
+        }
+        if (traditional)
+            entry.flags |= kFlagEncrypted | kFlagDescriptor;  // the check byte is the time's
+        std::uint64_t headerAt = offset_;
+        Bytes header = LocalHeader(entry, true);
+        if (Result result = Write(header.data(), header.size())) return result;
+
+        AesEncryptor aesCipher;
+        TraditionalEncryptor pkCipher;
+        Bytes prefix;
+        if (aes && !aesCipher.Start(request_.password,
+                                    settings_.cipher == ZipWriteSettings::Cipher::Aes256, prefix))
+            return kEngineEncryptFailed;
+        if (traditional &&
+            !pkCipher.Start(request_.password, static_cast<std::uint8_t>(entry.time >> 8), prefix))
+            return kEngineEncryptFailed;
+        if (Result result = Write(prefix.data(), prefix.size())) return result;
+        std::uint64_t compressed = prefix.size();
+
+        z_stream zip{};
+        bool deflating = entry.method == kMethodDeflate || (aes && !job.storeOnly);
+        if (deflating && deflateInit2(&zip, std::clamp(settings_.level, 1, 9), Z_DEFLATED, -15, 8,
+                                      Z_DEFAULT_STRATEGY) != Z_OK)
+            return kEngineOutOfMemory;
+        struct ZipEnd {
+            z_stream &stream;
+            bool active;
+            ~ZipEnd() {
+                if (active) deflateEnd(&stream);
+            }
+        } ender{zip, deflating};
+        Bytes in(kStreamChunk), out(kStreamChunk + 1024);
+        std::uint32_t crc = 0;
+        std::uint64_t size = 0;
+        auto emit = [&](std::uint8_t *bytes, std::size_t count) -> Result {
+            if (aes && !aesCipher.Update(bytes, count)) return kEngineEncryptFailed;
+            if (traditional) pkCipher.Update(bytes, count);
+            compressed += count;
+            return Write(bytes, count);
+        };
+        for (bool last = false; !last;) {
+            std::size_t got = 0;
+            if (Result result = data.Read(in.data(), in.size(), got)) return result;
+            last = got == 0;
+            crc = static_cast<std::uint32_t>(libdeflate_crc32(crc, in.data(), got));
+            size += got;
+            if (!deflating) {
+                if (Result result = emit(in.data(), got)) return result;
+            } else {
+                zip.next_in = in.data();
+                zip.avail_in = static_cast<uInt>(got);
+                do {
+                    zip.next_out = out.data();
+                    zip.avail_out = static_cast<uInt>(out.size());
+                    deflate(&zip, last ? Z_FINISH : Z_NO_FLUSH);
+                    if (Result result = emit(out.data(), out.size() - zip.avail_out)) return result;
+                } while (zip.avail_out == 0);
+            }
+            if (operation_) {
+                operation_->AddWritten(got);
+                if (Result stop = operation_->Work(got)) return stop;
+                if (Result stop = operation_->Counters()) return stop;
+            }
+        }
+        if (aes) {
+            Bytes code;
+            if (!aesCipher.Finish(code)) return kEngineEncryptFailed;
+            if (Result result = Write(code.data(), code.size())) return result;
+            compressed += code.size();
+        }
+        entry.crc = aes ? 0 : crc;
+        entry.size = size;
+        entry.compressedSize = compressed;
+        if (traditional) {
+            Bytes descriptor;
+            Put32(descriptor, kDescriptorSignature);
+            Put32(descriptor, crc);
+            Put64(descriptor, compressed);
+            Put64(descriptor, size);
+            if (Result result = Write(descriptor.data(), descriptor.size())) return result;
+        }
+        Bytes patched = LocalHeader(entry, true);
+        if (pwrite(fd_, patched.data(), patched.size(), static_cast<off_t>(headerAt)) !=
+            static_cast<ssize_t>(patched.size()))
+            return LastErrno();
+        entry.offset = headerAt;
+        directory_.push_back(std::move(entry));
+        return kEngineOK;
+    }
+
+    // An item of another zip, its data copied as it is stored.
+    Result CopyStored(Job &job) {
+        const ZipStoredItem &stored = *job.copy;
+        int source = open(job.copyFrom.c_str(), O_RDONLY | O_CLOEXEC);
+        if (source < 0) return LastErrno();
+        struct Closer {
+            int fd;
+            ~Closer() { close(fd); }
+        } closer{source};
+        std::uint8_t local[30];
+        if (pread(source, local, sizeof local, static_cast<off_t>(stored.localOffset)) !=
+                sizeof local ||
+            (local[0] | (local[1] << 8) | (local[2] << 16) |
+             (static_cast<std::uint32_t>(local[3]) << 24)) != kLocalSignature)
+            return kEngineCatalogueDamaged;
+        std::uint64_t dataAt = stored.localOffset + 30 + (local[26] | (local[27] << 8)) +
+                               (local[28] | (local[29] << 8));
+
+        Central entry = CentralFor(job);
+        entry.method = stored.method;
+        entry.crc = stored.crc;
+        entry.size = stored.size;
+        entry.compressedSize = stored.compressedSize;
+        entry.versionNeeded = std::max<std::uint16_t>(stored.versionNeeded, 20);
+        entry.madeBy = stored.madeBy;
+        entry.externalAttributes = stored.externalAttributes;
+        // Keep what the data needs to be read: encryption and its kind, the
+        // compression options, and the descriptor whose presence sets the
+        // traditional cipher's check byte.
+        entry.flags =
+            static_cast<std::uint16_t>((entry.flags & kFlagUtf8) | (stored.flags & 0x0047));
+        bool descriptor = (stored.flags & kFlagEncrypted) && (stored.flags & kFlagDescriptor) &&
+                          stored.method != kMethodAes;
+        if (descriptor) entry.flags |= kFlagDescriptor;
+        entry.extra = stored.aesExtra;
+        bool zip64 = entry.size >= kMarker32 || entry.compressedSize >= kMarker32;
+        Bytes header = LocalHeader(entry, zip64);
+        if (Result result = Write(header.data(), header.size())) return result;
+        Bytes buffer(kStreamChunk);
+        std::uint64_t remaining = stored.compressedSize, at = dataAt;
+        while (remaining > 0) {
+            std::size_t want =
+                static_cast<std::size_t>(std::min<std::uint64_t>(remaining, buffer.size()));
+            ssize_t got = pread(source, buffer.data(), want, static_cast<off_t>(at));
+            if (got < 0) return LastErrno();
+            if (got == 0) return kEngineArchiveTruncated;
+            if (Result result = Write(buffer.data(), static_cast<std::size_t>(got))) return result;
+            remaining -= static_cast<std::uint64_t>(got);
+            at += static_cast<std::uint64_t>(got);
+            if (operation_) {
+                if (Result stop = operation_->Work(static_cast<std::uint64_t>(got))) return stop;
+            }
+        }
+        if (descriptor) {
+            Bytes trailer;
+            Put32(trailer, kDescriptorSignature);
+            Put32(trailer, entry.crc);
+            if (zip64) {
+                Put64(trailer, entry.compressedSize);
+                Put64(trailer, entry.size);
+            } else {
+                Put32(trailer, static_cast<std::uint32_t>(entry.compressedSize));
+                Put32(trailer, static_cast<std::uint32_t>(entry.size));
+            }
+            if (Result result = Write(trailer.data(), trailer.size())) return result;
+        }
+        if (operation_) {
+            operation_->AddWritten(entry.size);
+            if (Result stop = operation_->Counters()) return stop;
+        }
+        directory_.push_back(std::move(entry));
+        return kEngineOK;
+    }
+
+    Result WriteDirectory() {
+        std::uint64_t start = offset_;
+        for (const Central &entry : directory_) {
+            Bytes zip64;
+            if (entry.size >= kMarker32) Put64(zip64, entry.size);
+            if (entry.compressedSize >= kMarker32) Put64(zip64, entry.compressedSize);
+            if (entry.offset >= kMarker32) Put64(zip64, entry.offset);
+            Bytes extra;
+            if (!zip64.empty()) {
+                Put16(extra, 0x0001);
+                Put16(extra, static_cast<std::uint32_t>(zip64.size()));
+                PutBytes(extra, zip64);
+            }
+            if (entry.unixTime) {
+                Put16(extra, 0x5455);
+                Put16(extra, 5);
+                extra.push_back(1);
+                Put32(extra, *entry.unixTime);
+            }
+            PutBytes(extra, entry.extra);
+            Bytes record;
+            Put32(record, kCentralSignature);
+            Put16(record, entry.madeBy);
+            Put16(record, zip64.empty() ? entry.versionNeeded
+                                        : std::max<std::uint16_t>(45, entry.versionNeeded));
+            Put16(record, entry.flags);
+            Put16(record, entry.method);
+            Put16(record, entry.time);
+            Put16(record, entry.date);
+            Put32(record, entry.crc);
+            Put32(record, Clip32(entry.compressedSize));
+            Put32(record, Clip32(entry.size));
+            Put16(record, static_cast<std::uint32_t>(entry.name.size()));
+            Put16(record, static_cast<std::uint32_t>(extra.size()));
+            Put16(record,
+                  static_cast<std::uint32_t>(std::min<std::size_t>(entry.comment.size(), 0xFFFF)));
+            Put16(record, 0);  // disk
+            Put16(record, 0);  // internal attributes
+            Put32(record, entry.externalAttributes);
+            Put32(record, Clip32(entry.offset));
+            record.insert(record.end(), entry.name.begin(), entry.name.end());
+            PutBytes(record, extra);
+            record.insert(
+                record.end(), entry.comment.begin(),
+                entry.comment.begin() + std::min<std::size_t>(entry.comment.size(), 0xFFFF));
+            if (Result result = Write(record.data(), record.size())) return result;
+        }
+        std::uint64_t size = offset_ - start;
+        std::uint64_t count = directory_.size();
+        Bytes end;
+        if (count >= 0xFFFF || size >= kMarker32 || start >= kMarker32) {
+            std::uint64_t end64At = offset_;
+            Put32(end, kEnd64Signature);
+            Put64(end, 44);
+            Put16(end, (3 << 8) | 63);
+            Put16(end, 45);
+            Put32(end, 0);
+            Put32(end, 0);
+            Put64(end, count);
+            Put64(end, count);
+            Put64(end, size);
+            Put64(end, start);
+            Put32(end, kLocator64Signature);
+            Put32(end, 0);
+            Put64(end, end64At);
+            Put32(end, 1);
+        }
+        std::string comment = request_.comment ? Utf8(*request_.comment) : std::string();
+        if (comment.size() > 0xFFFF) comment.resize(0xFFFF);
+        Put32(end, kEndSignature);
+        Put16(end, 0);
+        Put16(end, 0);
+        Put16(end, static_cast<std::uint32_t>(std::min<std::uint64_t>(count, 0xFFFF)));
+        Put16(end, static_cast<std::uint32_t>(std::min<std::uint64_t>(count, 0xFFFF)));
+        Put32(end, Clip32(size));
+        Put32(end, Clip32(start));
+        Put16(end, static_cast<std::uint32_t>(comment.size()));
+        end.insert(end.end(), comment.begin(), comment.end());
+        return Write(end.data(), end.size());
+    }
+
+    const WriteRequest &request_;
+    ZipWriteSettings settings_;
+    Operation *operation_;
+    int fd_ = -1;
+    std::uint64_t offset_ = 0;
+    std::vector<Central> directory_;
+    std::deque<std::shared_ptr<Job>> pending_;
+    std::uint64_t pendingBytes_ = 0;
+    std::vector<std::thread> workers_;
+    std::mutex mutex_;
+    std::condition_variable wake_, finished_;
+    std::deque<std::shared_ptr<Job>> queue_;
+    bool stopping_ = false;
+};
+
+}  // namespace
+
+Result WriteZip(const WriteRequest &request, ItemFeed &feed, const ZipWriteSettings &settings) {
+    ZipWriter writer(request, settings);
+    return writer.Run(feed);
+}
+
+}  // namespace engine

@@ -1,0 +1,178 @@
+// What the engine's own zip writer adds: comments, items copied as they are
+// stored when an archive changes, compression on several threads, items
+// too large to take whole, and zip64.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "EngineFixture.h"
+
+namespace enginetest {
+namespace {
+
+class ZipTest : public EngineTest {
+protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        tree = MakeSampleTree("src");
+        folder = Scratch("zip");
+    }
+    std::wstring CommentOf(const OpenedArchive &opened, const std::wstring &path) {
+        OwnedItem item = path.empty() ? opened.Root() : opened.Item(path);
+        OwnedString text;
+        if (AcquireArchiveObjectStringProperty(item.get(), kItemPropComments, text.out()) !=
+            kEngineOK)
+            return L"<none>";
+        return TextOf(text.get());
+    }
+    fs::path tree, folder;
+};
+
+TEST_F(ZipTest, CommentsOfOtherToolsAreReadAndOwnOnesWritten) {
+    ASSERT_EQ(RunShell("zip -q -r archives.zip src && printf 'The archive says hi\\n' | zip -q -z "
+                       "archives.zip && "
+                       "printf 'about the readme\\n' | zip -q -c archives.zip src/readme.txt",
+                       tree.parent_path())
+                  .status,
+              0);
+    {
+        OpenedArchive opened(engine, tree.parent_path() / "archives.zip");
+        EXPECT_EQ(CommentOf(opened, L""), L"The archive says hi");
+        EXPECT_EQ(CommentOf(opened, L"src/readme.txt"), L"about the readme");
+        OwnedItem readme = opened.Item(L"src/readme.txt");
+        EXPECT_TRUE(ArchiveObjectHasComments(readme.get()));
+        OwnedItem blob = opened.Item(L"src/data/blob.bin");
+        EXPECT_FALSE(ArchiveObjectHasComments(blob.get()));
+        int64_t compressed = 0;
+        ASSERT_EQ(GetArchiveObjectIntegerProperty(blob.get(), kItemPropCompressedSize, &compressed),
+                  kEngineOK);
+        EXPECT_GT(compressed, 0);
+        EXPECT_LT(compressed, 300000);
+    }
+
+    fs::path archive = folder / "commented.zip";
+    ASSERT_EQ(Create("zip", {tree}, archive), kEngineOK);
+    {
+        OpenedArchive opened(engine, archive, kEngineAccessChange);
+        OwnedItem root = opened.Root();
+        OwnedString text = Text(L"Zusammenfassung: Grüße");
+        ASSERT_EQ(SetArchiveObjectStringProperty(root.get(), kItemPropComments, text.get()),
+                  kEngineOK);
+        OwnedItem deep = opened.Item(L"src/a/b/c/d/e/f/g/deep.txt");
+        OwnedString note = Text(L"a note");
+        ASSERT_EQ(SetArchiveObjectStringProperty(deep.get(), kItemPropComments, note.get()),
+                  kEngineOK);
+        EXPECT_EQ(CommentOf(opened, L""), L"Zusammenfassung: Grüße");
+    }
+    OpenedArchive reopened(engine, archive);
+    EXPECT_EQ(CommentOf(reopened, L""), L"Zusammenfassung: Grüße");
+    EXPECT_EQ(CommentOf(reopened, L"src/a/b/c/d/e/f/g/deep.txt"), L"a note");
+    EXPECT_NE(RunShell("unzip -z " + Quote(archive)).output.find("Zusammenfassung"),
+              std::string::npos);
+    EXPECT_EQ(RunShell("unzip -tq " + Quote(archive)).status, 0);
+
+    // Formats without comments say so.
+    fs::path tar = folder / "plain.tar";
+    ASSERT_EQ(Create("tar", {tree}, tar), kEngineOK);
+    OpenedArchive tarArchive(engine, tar, kEngineAccessChange);
+    OwnedItem root = tarArchive.Root();
+    OwnedString text = Text(L"x");
+    EXPECT_EQ(SetArchiveObjectStringProperty(root.get(), kItemPropComments, text.get()),
+              kEnginePropertyNotApplicable);
+}
+
+TEST_F(ZipTest, ChangingAnEncipheredZipKeepsItsItemsAsTheyAreStored) {
+    ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropEncryptMethod, 3), kEngineOK);
+    OwnedString password = Text(L"pk-secret");
+    fs::path archive = folder / "traditional.zip";
+    ASSERT_EQ(Create("zip", {tree}, archive, nullptr, password.get()), kEngineOK);
+    {
+        OpenedArchive opened(engine, archive, kEngineAccessChange);
+        Recorder recorder(engine);
+        recorder.On(200, 9, [](NotificationContext) { return kNotificationStop; });
+        OwnedItemList doomed;
+        ASSERT_EQ(NewArchiveObjectList(engine, doomed.out()), kEngineOK);
+        OwnedItem readme = opened.Item(L"src/readme.txt");
+        ASSERT_EQ(AddToArchiveObjectList(readme.get(), doomed.get()), kEngineOK);
+        // No password is asked for: nothing is deciphered.
+        ASSERT_EQ(DeleteArchiveObjects(engine, doomed.get(), nullptr), kEngineOK);
+        EXPECT_TRUE(recorder.Of(200, 9).empty());
+    }
+    EXPECT_EQ(RunShell("unzip -tq -P pk-secret " + Quote(archive)).status, 0);
+    EXPECT_NE(RunShell("unzip -tq -P wrong " + Quote(archive)).status, 0);
+    fs::path back = Scratch("back");
+    ASSERT_EQ(Expand(archive, back, nullptr, password.get()), kEngineOK);
+    EXPECT_EQ(ReadFile(back / "src" / "data" / "blob.bin"), ReadFile(tree / "data" / "blob.bin"));
+    EXPECT_FALSE(fs::exists(back / "src" / "readme.txt"));
+}
+
+TEST_F(ZipTest, OneThreadOrManyTheArchiveHoldsTheSame) {
+    for (int i = 0; i < 200; ++i)
+        WriteFile(tree / "many" / ("file" + std::to_string(i) + ".txt"),
+                  std::string(1000 + i * 37, static_cast<char>('a' + i % 26)));
+    ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, true), kEngineOK);
+    ASSERT_EQ(Create("zip", {tree}, folder / "threads.zip"), kEngineOK);
+    ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, false), kEngineOK);
+    ASSERT_EQ(Create("zip", {tree}, folder / "single.zip"), kEngineOK);
+    for (const char *name : {"threads.zip", "single.zip"}) {
+        EXPECT_EQ(RunShell("unzip -tq " + Quote(folder / name)).status, 0) << name;
+        fs::path back = Scratch(std::string("back-") + name);
+        ASSERT_EQ(Expand(folder / name, back), kEngineOK);
+        EXPECT_EQ(Snapshot(back / "src"), Snapshot(tree)) << name;
+    }
+    OpenedArchive threaded(engine, folder / "threads.zip"), single(engine, folder / "single.zip");
+    EXPECT_EQ(threaded.Listing(), single.Listing()) << "items keep their order";
+}
+
+TEST_F(ZipTest, AnItemTooLargeToTakeWholeIsStreamed) {
+    fs::path big = Scratch("big") / "big.bin";
+    std::string block(1 << 20, '\0');
+    for (std::size_t i = 0; i < block.size(); ++i)
+        block[i] = static_cast<char>((i * 2654435761u) >> 24);
+    {
+        std::string contents;
+        for (int i = 0; i < 70; ++i) contents += block;
+        WriteFile(big, contents);
+    }
+    OwnedString password = Text(L"large");
+    for (int encryption : {0, 1, 3}) {
+        ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropEncryptMethod, encryption),
+                  kEngineOK);
+        fs::path archive = folder / ("big" + std::to_string(encryption) + ".zip");
+        ASSERT_EQ(Create("zip", {big}, archive, nullptr, encryption ? password.get() : nullptr),
+                  kEngineOK);
+        EXPECT_EQ(RunShell("7zz t -plarge " + Quote(archive)).status, 0) << encryption;
+        OwnedFS file = Path(archive);
+        EXPECT_EQ(VerifyArchive(engine, file.get(), encryption ? password.get() : nullptr),
+                  kEngineOK)
+            << encryption;
+    }
+}
+
+TEST_F(ZipTest, ItemsBeyondFourGibibytesUseZip64) {
+    fs::path huge = Scratch("huge") / "sparse.bin";
+    {
+        int fd = open(huge.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(ftruncate(fd, (4LL << 30) + 12345), 0);
+        ASSERT_EQ(pwrite(fd, "end", 3, (4LL << 30) + 12000), 3);
+        close(fd);
+    }
+    ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropCompressionLevel, 1), kEngineOK);
+    fs::path archive = folder / "huge.zip";
+    ASSERT_EQ(Create("zip", {huge}, archive), kEngineOK);
+    EXPECT_LT(fs::file_size(archive), 64u << 20);
+    OpenedArchive opened(engine, archive);
+    OwnedItem item = opened.Item(L"sparse.bin");
+    int64_t size = 0;
+    ASSERT_EQ(GetArchiveObjectIntegerProperty(item.get(), kItemPropExpandedSize, &size), kEngineOK);
+    EXPECT_EQ(size, (4LL << 30) + 12345);
+    Shell listed = RunShell("unzip -l " + Quote(archive));
+    EXPECT_NE(listed.output.find("4294979641"), std::string::npos) << listed.output;
+    OwnedFS file = Path(archive);
+    EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineOK);
+}
+
+}  // namespace
+}  // namespace enginetest
