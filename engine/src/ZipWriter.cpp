@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -42,6 +43,8 @@ constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008, kFlag
 constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
 constexpr std::uint64_t kPendingBytesLimit = 256ULL << 20;
 constexpr std::size_t kStreamChunk = 1 << 20;
+constexpr std::uint64_t kBatchBytes = 4ULL << 20;
+constexpr std::size_t kBatchItems = 64;
 
 void Put16(Bytes &out, std::uint32_t value) {
     out.push_back(static_cast<std::uint8_t>(value));
@@ -215,6 +218,13 @@ struct Job {
     bool done = false;
 };
 
+// Items compressed together by one worker.
+struct Batch {
+    std::vector<std::shared_ptr<Job>> jobs;
+    std::uint64_t bytes = 0;
+    bool done = false;
+};
+
 // What the central directory says of an item written.
 struct Central {
     std::string name;
@@ -256,7 +266,8 @@ public:
 
 private:
     // Takes items from the feed and writes them in order while workers
-    // compress the ones ahead.
+    // compress the ones ahead. Small items travel in batches, so that a
+    // tree of many small files does not spend its time waking threads.
     Result Pump(ItemFeed &feed) {
         bool fed = false;
         for (;;) {
@@ -266,22 +277,23 @@ private:
                 Result next = feed.Next(item);
                 if (next == kEngineNoMoreObjects) {
                     fed = true;
+                    Seal();
                     continue;
                 }
                 if (next != kEngineOK) return next;
                 if (Result result = Take(item)) return result;
                 continue;
             }
-            if (pending_.empty()) return kEngineOK;
-            std::shared_ptr<Job> job = WaitFront();
-            pending_.pop_front();
-            pendingBytes_ -= std::min<std::uint64_t>(pendingBytes_, job->size);
-            if (job->result != kEngineOK) return job->result;
-            if (Result result = WriteJob(*job)) return result;
+            if (pending_.empty()) {
+                if (!open_) return kEngineOK;
+                Seal();
+                continue;
+            }
+            if (Result result = WriteFront()) return result;
         }
     }
 
-    std::size_t MaxPending() const { return workers_.empty() ? 1 : 4 * workers_.size(); }
+    std::size_t MaxPending() const { return workers_.empty() ? 1 : 2 * workers_.size() + 1; }
 
     Result Take(WriteItem &item) {
         auto job = std::make_shared<Job>();
@@ -295,7 +307,7 @@ private:
         }
         if (job->copy || item.info.folder) {
             job->done = true;
-            pending_.push_back(job);
+            Add(job);
             return kEngineOK;
         }
         if (item.info.symlink) {
@@ -308,19 +320,20 @@ private:
                 if (Result result = Drain()) return result;
                 return StreamLarge(*job, *item.data);
             }
-            if (Result result = ReadWhole(*item.data, job->data)) return result;
+            if (Result result = ReadWhole(*item.data, item.info.size, job->data)) return result;
         }
         job->size = job->data.size();
-        pendingBytes_ += job->size;
-        pending_.push_back(job);
-        Submit(job);
+        Add(job);
         return kEngineOK;
     }
 
-    Result ReadWhole(DataSource &data, Bytes &out) {
+    // Reads an item whole; `expected` (its size when it was listed) sizes the
+    // buffer, which grows only when the file has grown since.
+    Result ReadWhole(DataSource &data, std::uint64_t expected, Bytes &out) {
+        out.resize(static_cast<std::size_t>(expected) + 1);
         std::size_t filled = 0;
         for (;;) {
-            if (out.size() - filled < kStreamChunk) out.resize(filled + kStreamChunk);
+            if (out.size() == filled) out.resize(filled + kStreamChunk);
             std::size_t got = 0;
             if (Result result = data.Read(out.data() + filled, out.size() - filled, got))
                 return result;
@@ -335,14 +348,41 @@ private:
         return kEngineOK;
     }
 
-    Result Drain() {
-        while (!pending_.empty()) {
-            std::shared_ptr<Job> job = WaitFront();
-            pending_.pop_front();
-            pendingBytes_ -= std::min<std::uint64_t>(pendingBytes_, job->size);
+    void Add(const std::shared_ptr<Job> &job) {
+        if (!open_) open_ = std::make_shared<Batch>();
+        open_->jobs.push_back(job);
+        open_->bytes += job->size;
+        pendingBytes_ += job->size;
+        if (open_->bytes >= kBatchBytes || open_->jobs.size() >= kBatchItems) Seal();
+    }
+
+    // The batch being filled goes to the workers.
+    void Seal() {
+        if (!open_) return;
+        pending_.push_back(open_);
+        Submit(open_);
+        open_.reset();
+    }
+
+    Result WriteFront() {
+        std::shared_ptr<Batch> batch = pending_.front();
+        {
+            std::unique_lock lock(mutex_);
+            finished_.wait(lock, [&] { return batch->done; });
+        }
+        pending_.pop_front();
+        pendingBytes_ -= std::min(pendingBytes_, batch->bytes);
+        for (const auto &job : batch->jobs) {
             if (job->result != kEngineOK) return job->result;
             if (Result result = WriteJob(*job)) return result;
         }
+        return kEngineOK;
+    }
+
+    Result Drain() {
+        Seal();
+        while (!pending_.empty())
+            if (Result result = WriteFront()) return result;
         return kEngineOK;
     }
 
@@ -367,45 +407,43 @@ private:
         queue_.clear();
     }
 
-    void Submit(const std::shared_ptr<Job> &job) {
+    void Submit(const std::shared_ptr<Batch> &batch) {
         if (workers_.empty()) {
-            Compress(*job);
-            job->done = true;
+            CompressBatch(*batch);
+            batch->done = true;
             return;
         }
         {
             std::lock_guard lock(mutex_);
-            queue_.push_back(job);
+            queue_.push_back(batch);
         }
         wake_.notify_one();
+    }
+
+    void CompressBatch(Batch &batch, libdeflate_compressor **cached = nullptr) {
+        for (const auto &job : batch.jobs)
+            if (!job->done) Compress(*job, cached);
     }
 
     void Work() {
         libdeflate_compressor *compressor = nullptr;
         for (;;) {
-            std::shared_ptr<Job> job;
+            std::shared_ptr<Batch> batch;
             {
                 std::unique_lock lock(mutex_);
                 wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
                 if (queue_.empty()) break;
-                job = queue_.front();
+                batch = queue_.front();
                 queue_.pop_front();
             }
-            Compress(*job, &compressor);
+            CompressBatch(*batch, &compressor);
             {
                 std::lock_guard lock(mutex_);
-                job->done = true;
+                batch->done = true;
             }
             finished_.notify_all();
         }
         if (compressor) libdeflate_free_compressor(compressor);
-    }
-
-    std::shared_ptr<Job> WaitFront() {
-        std::shared_ptr<Job> job = pending_.front();
-        std::unique_lock lock(mutex_);
-        finished_.wait(lock, [&] { return job->done; });
-        return job;
     }
 
     // Compresses (when it pays) and enciphers one whole item.
@@ -418,12 +456,14 @@ private:
             if (!compressor)
                 compressor = libdeflate_alloc_compressor(std::clamp(settings_.level, 1, 12));
             if (compressor) {
-                Bytes packed(libdeflate_deflate_compress_bound(compressor, job.data.size()));
+                // Compressed data smaller than the item is all that is kept;
+                // the bound only has to fit what libdeflate may write.
+                std::size_t bound = libdeflate_deflate_compress_bound(compressor, job.data.size());
+                auto packed = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
                 std::size_t made = libdeflate_deflate_compress(
-                    compressor, job.data.data(), job.data.size(), packed.data(), packed.size());
+                    compressor, job.data.data(), job.data.size(), packed.get(), bound);
                 if (made > 0 && made < job.data.size()) {
-                    packed.resize(made);
-                    job.data = std::move(packed);
+                    job.data.assign(packed.get(), packed.get() + made);
                     job.method = kMethodDeflate;
                 }
             } else {
@@ -835,12 +875,13 @@ private:
     int fd_ = -1;
     std::uint64_t offset_ = 0;
     std::vector<Central> directory_;
-    std::deque<std::shared_ptr<Job>> pending_;
+    std::shared_ptr<Batch> open_;
+    std::deque<std::shared_ptr<Batch>> pending_;
     std::uint64_t pendingBytes_ = 0;
     std::vector<std::thread> workers_;
     std::mutex mutex_;
     std::condition_variable wake_, finished_;
-    std::deque<std::shared_ptr<Job>> queue_;
+    std::deque<std::shared_ptr<Batch>> queue_;
     bool stopping_ = false;
 };
 
