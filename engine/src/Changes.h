@@ -54,6 +54,11 @@ Result ExpandItems(OpaqueEngineArchive &archive, Operation &operation,
 Result VerifyItems(OpaqueEngineArchive &archive, Operation &operation,
                    const std::wstring &password);
 
+// RecoverArchive of a zip: the items whose data is intact, into a new zip of
+// the archive's name in `folder`. kEngineItemDataDamaged when items had to
+// be left out, kEngineNotRecoverable when none could be kept.
+Result RecoverZip(Operation &operation, const std::string &archive, const std::string &folder);
+
 // The writer that may change archives of the archive's format in place.
 Result Changeable(const OpaqueEngineArchive &archive);
 

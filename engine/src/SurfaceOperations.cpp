@@ -3,6 +3,7 @@
 
 #include "Archive.h"
 #include "Changes.h"
+#include "FileSystem.h"
 #include "Operation.h"
 
 using namespace engine;
@@ -218,9 +219,16 @@ EngineResult VerifyArchive(OpaqueEngineObject *engine, FSObject archive, StringR
 
 EngineResult RecoverArchive(OpaqueEngineObject *engine, FSObject archive, FSObject destination,
                             int32_t, StringRef) {
-    if (!SessionOf(engine) || !Checked(archive) || !Checked(destination))
-        return kEngineInvalidParameter;
-    return kEngineNotImplemented;
+    Session *session = SessionOf(engine);
+    OpaqueFSObject *file = Checked(archive);
+    OpaqueFSObject *folder = Checked(destination);
+    if (!session || !file || !folder) return kEngineInvalidParameter;
+    Operation operation(*session);
+    std::string id;
+    if (Result result = DetermineFormat(file->Native(), id)) return result;
+    if (id != "zip") return kEngineNotImplemented;
+    if (Result result = MakeFolders(folder->Native())) return result;
+    return RecoverZip(operation, file->Native(), folder->Native());
 }
 
 EngineResult TransformArchive(OpaqueEngineObject *engine, FSObject source, FSObject destination,

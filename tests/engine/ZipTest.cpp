@@ -174,5 +174,45 @@ TEST_F(ZipTest, ItemsBeyondFourGibibytesUseZip64) {
     EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineOK);
 }
 
+TEST_F(ZipTest, RecoveringKeepsEveryIntactItemUnderTheArchivesName) {
+    fs::path archive = folder / "damaged.zip";
+    ASSERT_EQ(Create("zip", {tree}, archive), kEngineOK);
+    std::string bytes = ReadFile(archive);
+    fs::path out = Scratch("recovered");
+    OwnedFS destination = Path(out);
+
+    // The central directory cut off: every item is found by its header.
+    std::size_t directory = bytes.find(std::string("PK\x01\x02", 4));
+    ASSERT_NE(directory, std::string::npos);
+    WriteFile(archive, bytes.substr(0, directory + 10));
+    OwnedFS file = Path(archive);
+    ASSERT_EQ(RecoverArchive(engine, file.get(), destination.get(), 0, nullptr), kEngineOK);
+    EXPECT_EQ(RunShell("unzip -tq " + Quote(out / "damaged.zip")).status, 0);
+    fs::path back = Scratch("back");
+    ASSERT_EQ(Expand(out / "damaged.zip", back), kEngineOK);
+    EXPECT_EQ(Snapshot(back / "src"), Snapshot(tree));
+
+    // Damaged data: that item is left out, the rest kept, and the code says so.
+    std::size_t blob = bytes.find("blob.bin");
+    for (std::size_t i = blob + 100; i < blob + 160; ++i)
+        bytes[i] = static_cast<char>(bytes[i] ^ 0x5A);
+    WriteFile(archive, bytes);
+    ASSERT_EQ(RecoverArchive(engine, file.get(), destination.get(), 0, nullptr),
+              kEngineItemDataDamaged);
+    OpenedArchive repaired(engine, out / "damaged.zip");
+    std::vector<std::wstring> listing = repaired.Listing();
+    EXPECT_EQ(std::find(listing.begin(), listing.end(), L"src/data/blob.bin"), listing.end());
+    EXPECT_NE(std::find(listing.begin(), listing.end(), L"src/readme.txt"), listing.end());
+
+    // The damaged archive is never written over.
+    OwnedFS same = Path(folder);
+    EXPECT_EQ(RecoverArchive(engine, file.get(), same.get(), 0, nullptr),
+              kEngineDestinationRefused);
+    // Nothing left to keep.
+    WriteFile(archive, std::string("PK\x03\x04", 4) + std::string(100, 'x'));
+    EXPECT_EQ(RecoverArchive(engine, file.get(), destination.get(), 0, nullptr),
+              kEngineNotRecoverable);
+}
+
 }  // namespace
 }  // namespace enginetest
