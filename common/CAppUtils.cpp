@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <cwchar>
 #include <random>
 #include <string>
@@ -32,16 +33,6 @@ std::atomic<HINSTANCE> commonInstance{nullptr};
 std::atomic<HINSTANCE> commonNLInstance{nullptr};
 
 std::wstring Text(const wchar_t *text) { return text ? text : L""; }
-
-// A string of the common resource libraries, the localized one first, cut
-// to max - 1 characters.
-std::wstring LoadCommonString(unsigned id, int max) {
-    std::wstring buffer(static_cast<std::size_t>(max), L'\0');
-    int length = LoadStringW(commonInstance.load(), id, buffer.data(), max);
-    if (length == 0) length = LoadStringW(commonNLInstance.load(), id, buffer.data(), max);
-    buffer.resize(static_cast<std::size_t>(length));
-    return buffer;
-}
 
 std::wstring ThousandSeparator() {
     wchar_t separator[4] = L"";
@@ -127,12 +118,12 @@ extern "C" HRESULT DllGetVersion(DLLVERSIONINFO *info) {
 // ---------------------------------------------------------- message boxes
 
 int CAppUtils::MsgBox(unsigned textId, unsigned titleId, UINT flags, HWND parent) {
-    std::wstring text = LoadCommonString(textId, static_cast<int>(kPathChars));
+    std::wstring text = CAppUtils::LoadString(textId, static_cast<int>(kPathChars));
     return MsgBox(text.c_str(), titleId, flags, parent);
 }
 
 int CAppUtils::MsgBox(const wchar_t *text, unsigned titleId, UINT flags, HWND parent) {
-    std::wstring title = LoadCommonString(titleId, kDialogTextChars);
+    std::wstring title = CAppUtils::LoadString(titleId, kDialogTextChars);
     return MessageBoxW(parent, Text(text).c_str(), title.c_str(), flags);
 }
 
@@ -142,8 +133,8 @@ void CAppUtils::ErrorMsgBox(unsigned textId, unsigned titleId, const wchar_t *a,
         owner = FindWindowW(kMainWindowClass, nullptr);
         if (owner) SetForegroundWindow(owner);
     }
-    std::wstring title = LoadCommonString(titleId, kDialogTextChars);
-    std::wstring text = LoadCommonString(textId, kDialogTextChars);
+    std::wstring title = CAppUtils::LoadString(titleId, kDialogTextChars);
+    std::wstring text = CAppUtils::LoadString(textId, kDialogTextChars);
     std::wstring message = text;
     if (a && b) {
         message = FormatW(text.c_str(), a, b);
@@ -155,7 +146,7 @@ void CAppUtils::ErrorMsgBox(unsigned textId, unsigned titleId, const wchar_t *a,
 
 const wchar_t *CAppUtils::ErrorFormat(unsigned id, const wchar_t *text) {
     static std::wstring result;
-    std::wstring format = LoadCommonString(id, static_cast<int>(kPathChars));
+    std::wstring format = CAppUtils::LoadString(id, static_cast<int>(kPathChars));
     result = FormatW(format.c_str(), Text(text).c_str());
     return result.c_str();
 }
@@ -443,6 +434,22 @@ bool CAppUtils::FilesAvailableOnClipboardToPaste() {
     return IsClipboardFormatAvailable(CF_HDROP) != FALSE;
 }
 
+bool CAppUtils::CopyTextToClipboard(HWND owner, const std::wstring &text) {
+    std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
+    if (!OpenClipboard(owner)) return false;
+    EmptyClipboard();
+    bool placed = false;
+    HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes);
+    if (void *data = block ? GlobalLock(block) : nullptr) {
+        std::memcpy(data, text.c_str(), bytes);
+        GlobalUnlock(block);
+        placed = SetClipboardData(CF_UNICODETEXT, block) != nullptr;
+        if (!placed) GlobalFree(block);
+    }
+    CloseClipboard();
+    return placed;
+}
+
 const wchar_t *CAppUtils::GetISupportURL(SUPPORT_PAGE_TYPE page, bool solution) {
     static std::wstring result;
     result.clear();
@@ -488,12 +495,22 @@ const wchar_t *CAppUtils::WinErrorToString(DWORD code) {
     return result.c_str();
 }
 
+std::wstring CAppUtils::LoadString(unsigned id, int max) {
+    if (max <= 0) return {};
+    std::wstring buffer(static_cast<std::size_t>(max), L'\0');
+    int length = LoadStringW(commonInstance.load(), id, buffer.data(), max);
+    if (length == 0) length = LoadStringW(commonNLInstance.load(), id, buffer.data(), max);
+    buffer.resize(static_cast<std::size_t>(length > 0 ? length : 0));
+    return buffer;
+}
+
 const wchar_t *CAppUtils::GetResString(HINSTANCE instance, unsigned id) {
     static wchar_t result[kPathChars];
     if (instance) {
         LoadStringW(instance, id, result, static_cast<int>(kPathChars));
     } else {
-        wcscpy_s(result, kPathChars, LoadCommonString(id, static_cast<int>(kPathChars)).c_str());
+        wcscpy_s(result, kPathChars,
+                 CAppUtils::LoadString(id, static_cast<int>(kPathChars)).c_str());
     }
     return result;
 }

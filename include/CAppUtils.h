@@ -122,6 +122,8 @@ public:
     static void ProcessMessages();
     // Whether the clipboard holds a list of files (CF_HDROP).
     static bool FilesAvailableOnClipboardToPaste();
+    // Replaces the clipboard's contents with `text` (CF_UNICODETEXT).
+    static bool CopyTextToClipboard(HWND owner, const std::wstring &text);
 
     // A link to a page of the maker's support site; `solution` marks the
     // solution edition rather than the standard one.
@@ -135,6 +137,10 @@ public:
     // String `id` of `instance`; a null instance means the common resource
     // libraries, the localized one first.
     static const wchar_t *GetResString(HINSTANCE instance, unsigned id);
+    // String `id` of the common resource libraries, the localized one first,
+    // cut to max - 1 characters; empty when neither has it. Safe on any
+    // thread: the text is the caller's.
+    static std::wstring LoadString(unsigned id, int max = 256);
     // The two resource libraries (localized, non-localized) that every
     // string load of the library uses.
     static void SetCommonHINST(HINSTANCE localized, HINSTANCE nonLocalized);

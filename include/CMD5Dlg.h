@@ -77,6 +77,7 @@ private:
     void StartDigest(Digest digest);
     void ShowIfComplete(Digest digest);
     void EndWaiting();
+    void AllDone();
     void Copy(Digest digest);
     void Save(Digest digest);
     void Close(WORD result);

@@ -150,6 +150,12 @@ void HeadlessUiHost::WhileShown(std::function<void()> action) {
     whileShown_ = std::move(action);
 }
 
+bool HeadlessUiHost::ShowText(HWND owner, const std::wstring &title, const std::wstring &text) {
+    std::lock_guard lock(mutex_);
+    texts_.push_back(TextRecord{owner, title, text});
+    return false;
+}
+
 std::vector<MessageBoxRecord> HeadlessUiHost::Recorded() const {
     std::lock_guard lock(mutex_);
     return recorded_;
@@ -160,6 +166,11 @@ std::vector<PromptRecord> HeadlessUiHost::Prompts() const {
     return prompts_;
 }
 
+std::vector<TextRecord> HeadlessUiHost::Texts() const {
+    std::lock_guard lock(mutex_);
+    return texts_;
+}
+
 void HeadlessUiHost::Reset() {
     std::lock_guard lock(mutex_);
     answers_.clear();
@@ -167,6 +178,7 @@ void HeadlessUiHost::Reset() {
     whileShown_ = nullptr;
     recorded_.clear();
     prompts_.clear();
+    texts_.clear();
 }
 
 }  // namespace platform

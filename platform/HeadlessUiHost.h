@@ -27,6 +27,13 @@ using PromptRequest =
     std::variant<PasswordPrompt, ConflictPrompt, FolderDeletePrompt, DirectoryPrompt,
                  SaveFilePrompt, ArchiveLocationPrompt, NextDiskPrompt, ArcNameConflictPrompt>;
 
+// One text a dialog handed over to be shown.
+struct TextRecord {
+    HWND owner = nullptr;
+    std::wstring title;
+    std::wstring text;
+};
+
 // One prompt as a host was asked to show it, and what it answered.
 struct PromptRecord {
     PromptRequest request;
@@ -59,6 +66,8 @@ public:
     std::optional<std::wstring> LocateArchive(const ArchiveLocationPrompt &prompt) override;
     std::optional<std::wstring> AskNextDisk(const NextDiskPrompt &prompt) override;
     std::optional<int> AskArcNameConflict(const ArcNameConflictPrompt &prompt) override;
+    // Records the text and leaves the dialog standing (false).
+    bool ShowText(HWND owner, const std::wstring &title, const std::wstring &text) override;
 
     // The answer for the next message box.
     void QueueAnswer(int answer);
@@ -79,6 +88,7 @@ public:
     // Every box, and every prompt, shown so far, oldest first.
     std::vector<MessageBoxRecord> Recorded() const;
     std::vector<PromptRecord> Prompts() const;
+    std::vector<TextRecord> Texts() const;
     // Forgets the records, the queued answers and the WhileShown action.
     void Reset();
 
@@ -98,6 +108,7 @@ private:
     std::function<void()> whileShown_;
     std::vector<MessageBoxRecord> recorded_;
     std::vector<PromptRecord> prompts_;
+    std::vector<TextRecord> texts_;
 };
 
 }  // namespace platform

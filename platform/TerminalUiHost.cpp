@@ -274,6 +274,19 @@ int TerminalUiHost::MessageBox(HWND, const std::wstring &text, const std::wstrin
     return Choose(question, choices, preset).value_or(preset);
 }
 
+bool TerminalUiHost::ShowText(HWND, const std::wstring &title, const std::wstring &text) {
+    std::lock_guard lock(terminalMutex_);
+    LeaveProgressBlock();
+    std::wstring shown;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        bool lineEnd = text[i] == L'\r' && i + 1 < text.size() && text[i + 1] == L'\n';
+        if (!lineEnd) shown += text[i];
+    }
+    if (!shown.empty() && shown.back() != L'\n') shown += L'\n';
+    Write(ToUtf8(title.empty() ? shown : title + L"\n" + shown));
+    return true;
+}
+
 std::optional<std::wstring> TerminalUiHost::AskPasswordOnce(const std::wstring &question) {
     // Echo goes off before the question shows, so that nothing typed as
     // soon as it appears is shown.

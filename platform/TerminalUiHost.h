@@ -65,6 +65,10 @@ public:
     void ProgressChanged(HWND dialog) override;
     void ProgressEnded(HWND dialog) override;
 
+    // Writes the title and the text to the output, terminal or not (a text
+    // asks nothing), and lets the dialog close (true).
+    bool ShowText(HWND owner, const std::wstring &title, const std::wstring &text) override;
+
     // Draws a view as the block of `dialog` (what ProgressChanged does
     // after reading the controls). `last` ends the block.
     void DrawProgress(HWND dialog, const ProgressView &view, bool last);

@@ -40,6 +40,8 @@ void UiHost::ProgressChanged(HWND) {}
 
 void UiHost::ProgressEnded(HWND) {}
 
+bool UiHost::ShowText(HWND, const std::wstring &, const std::wstring &) { return false; }
+
 int UiHost::SystemMetric(int index) {
     switch (index) {
         case SM_CXSCREEN:

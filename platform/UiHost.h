@@ -151,6 +151,12 @@ public:
     virtual void ProgressChanged(HWND dialog);
     virtual void ProgressEnded(HWND dialog);
 
+    // A dialog whose purpose is to show a text (a log, the digests of a
+    // file) hands it over. A host that presents the text itself and needs
+    // no window answers true, and the dialog then closes; the default shows
+    // nothing and answers false, leaving the window to whoever drives it.
+    virtual bool ShowText(HWND owner, const std::wstring &title, const std::wstring &text);
+
     // GetSystemMetrics values of the display the host presents on. The
     // default is the headless display: one virtual monitor of 1024 by 768.
     virtual int SystemMetric(int index);

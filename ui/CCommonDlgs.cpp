@@ -1,10 +1,17 @@
 #include "CCommonDlgs.h"
 
+#include "CAppUtils.h"
 #include "platform/UiHost.h"
-#include "ui/DialogText.h"
 #include "ui/ModalOwner.h"
 
 static_assert(SAVEFILE_OVERWRITEPROMPT == platform::kSaveFileOverwritePrompt);
+
+namespace {
+
+// Filters of the save dialog are long lists.
+constexpr int kPromptTextChars = 1024;
+
+}  // namespace
 
 std::wstring CCommonDlgs::RunChooseDirectory(HWND parent, const wchar_t *text,
                                              const wchar_t *initialFolder) {
@@ -15,14 +22,15 @@ std::wstring CCommonDlgs::RunChooseDirectory(HWND parent, const wchar_t *text,
 }
 
 std::wstring CCommonDlgs::RunChooseDirectory(HWND parent, unsigned textId) {
-    return RunChooseDirectory(parent, DialogText(textId).c_str());
+    return RunChooseDirectory(parent, CAppUtils::LoadString(textId, kPromptTextChars).c_str());
 }
 
 bool CCommonDlgs::RunSaveFile(HWND parent, unsigned titleId, unsigned filterId, DWORD flags,
                               const wchar_t *suggestedName, std::wstring &chosen) {
     ModalOwner modal(parent);
     std::optional<std::wstring> file = platform::CurrentUiHost()->ChooseSaveFile(
-        platform::SaveFilePrompt{parent, DialogText(titleId), DialogText(filterId), flags,
+        platform::SaveFilePrompt{parent, CAppUtils::LoadString(titleId, kPromptTextChars),
+                                 CAppUtils::LoadString(filterId, kPromptTextChars), flags,
                                  suggestedName ? suggestedName : L""});
     if (!file || file->empty()) return false;
     chosen = *file;

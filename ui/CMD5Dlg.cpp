@@ -1,12 +1,12 @@
 #include "CMD5Dlg.h"
 
-#include <cstring>
 #include <mutex>
 
 #include "CAppUtils.h"
 #include "CCommonDlgs.h"
 #include "CCrypto.h"
 #include "CRegistry.h"
+#include "platform/UiHost.h"
 #include "platform/Win32.h"
 
 namespace {
@@ -14,6 +14,7 @@ namespace {
 constexpr const wchar_t *kOptionsKey = L"Software\\Orvane Labs\\Varnick\\CommonDlgs";
 constexpr const wchar_t *kOptionNames[] = {L"ComputeMD5", L"ComputeSHA1"};
 constexpr const wchar_t *kExtensions[] = {L".md5", L".sha1"};
+constexpr const wchar_t *kDigestNames[] = {L"MD5", L"SHA-1"};
 // Save dialog titles and filters.
 constexpr unsigned kSaveTitles[] = {2220, 2222};
 constexpr unsigned kSaveFilters[] = {2221, 2223};
@@ -179,7 +180,7 @@ void CMD5Dlg::OnTimer(UINT_PTR id) {
         bool computed = states_[digest].result != nullptr;
         if (states_[digest].wanted && !computed) StartDigest(digest);
     }
-    if (!states_[MD5].running && !states_[SHA1].running) EndWaiting();
+    if (!states_[MD5].running && !states_[SHA1].running) AllDone();
 }
 
 void CMD5Dlg::StartDigest(Digest digest) {
@@ -218,7 +219,8 @@ void CMD5Dlg::OnStored(Digest digest) { ShowIfComplete(digest); }
 
 void CMD5Dlg::ShowIfComplete(Digest digest) {
     State &state = states_[digest];
-    if (!state.result) return;
+    // The second of the two messages finds the digest shown already.
+    if (!state.result || !state.running) return;
     std::wstring text;
     {
         std::lock_guard lock(state.result->lock);
@@ -229,7 +231,21 @@ void CMD5Dlg::ShowIfComplete(Digest digest) {
     SetDlgItemTextW(window, kControls[digest].text, text.c_str());
     SendDlgItemMessageW(window, kControls[digest].bar, PBM_SETPOS, 100, 0);
     EnableDigest(digest, state.wanted);
-    if (!states_[MD5].running && !states_[SHA1].running) EndWaiting();
+    if (!states_[MD5].running && !states_[SHA1].running) AllDone();
+}
+
+// A host that shows the digests without the window (the terminal) takes
+// them as lines, and the dialog has nothing left to do.
+void CMD5Dlg::AllDone() {
+    EndWaiting();
+    std::wstring lines;
+    for (Digest digest : {MD5, SHA1}) {
+        if (!states_[digest].wanted) continue;
+        wchar_t text[64] = {};
+        GetDlgItemTextW(window, kControls[digest].text, text, 64);
+        lines += FormatW(L"%-6s%s\n", kDigestNames[digest], text);
+    }
+    if (platform::CurrentUiHost()->ShowText(window, path, lines)) Close(IDOK);
 }
 
 void CMD5Dlg::EndWaiting() {
@@ -273,16 +289,7 @@ void CMD5Dlg::OnCommand(WORD id, WORD code) {
 void CMD5Dlg::Copy(Digest digest) {
     wchar_t text[64] = {};
     GetDlgItemTextW(window, kControls[digest].text, text, 64);
-    std::size_t bytes = (std::wcslen(text) + 1) * sizeof(wchar_t);
-    if (!OpenClipboard(window)) return;
-    EmptyClipboard();
-    HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes);
-    if (void *data = block ? GlobalLock(block) : nullptr) {
-        std::memcpy(data, text, bytes);
-        GlobalUnlock(block);
-        if (!SetClipboardData(CF_UNICODETEXT, block)) GlobalFree(block);
-    }
-    CloseClipboard();
+    CAppUtils::CopyTextToClipboard(window, text);
 }
 
 void CMD5Dlg::Save(Digest digest) {

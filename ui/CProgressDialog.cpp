@@ -5,7 +5,6 @@
 #include "platform/WinFormat.h"
 #include "platform/WinTime.h"
 #include "platform/WinUser.h"
-#include "ui/DialogText.h"
 
 namespace {
 
@@ -209,7 +208,7 @@ void CProgressDialog::Cancel() {
     StopTimer();
     PROGRESS_ARCHIVE_LINK link = CurrentLink();
     if (archive && link.cancel) link.cancel(archive);
-    SetDlgString(PROGRESSDLG_DETAIL, DialogText(kCancellingText, kLineChars).c_str());
+    SetDlgString(PROGRESSDLG_DETAIL, CAppUtils::LoadString(kCancellingText, kLineChars).c_str());
 }
 
 void CProgressDialog::StopTimer() {
@@ -256,12 +255,12 @@ void CProgressDialog::UpdateTimeRemaining() {
 const wchar_t *CProgressDialog::ConvertInt64ToString(LONGLONG seconds) {
     static thread_local std::wstring text;
     if (seconds < 60) {
-        text = FormatW(DialogText(kSecondsFormat, kFormatChars).c_str(), seconds);
+        text = FormatW(CAppUtils::LoadString(kSecondsFormat, kFormatChars).c_str(), seconds);
     } else if (seconds < 3600) {
-        text = FormatW(DialogText(kMinutesFormat, kFormatChars).c_str(),
+        text = FormatW(CAppUtils::LoadString(kMinutesFormat, kFormatChars).c_str(),
                        static_cast<int>(seconds / 60), static_cast<int>(seconds % 60));
     } else {
-        text = FormatW(DialogText(kHoursFormat, kFormatChars).c_str(),
+        text = FormatW(CAppUtils::LoadString(kHoursFormat, kFormatChars).c_str(),
                        static_cast<int>(seconds / 3600), static_cast<int>(seconds % 3600 / 60),
                        static_cast<int>(seconds % 60));
     }
@@ -333,7 +332,8 @@ void CProgressDialog::OnProgressEvent(unsigned event, LONG argument) {
                                 static_cast<WPARAM>(customPercent.load()), 0);
             break;
         case PROGRESS_EVENT_CANCELLING:
-            SetDlgString(PROGRESSDLG_OPERATION, DialogText(kCancellingText, kLineChars).c_str());
+            SetDlgString(PROGRESSDLG_OPERATION,
+                         CAppUtils::LoadString(kCancellingText, kLineChars).c_str());
             SetFileName(L"");
             UpdateFileName();
             bytesDone = 0;

@@ -9,6 +9,8 @@
 #include "CFSUtils.h"
 #include "common/RegistryDump.h"
 #include "platform/Registry.h"
+#include "platform/TerminalUiHost.h"
+#include "platform/UiHost.h"
 #include "platform/Win32.h"
 
 namespace {
@@ -195,6 +197,9 @@ bool LoadResources() {
 }  // namespace
 
 int main(int argc, char **argv) {
+    // Message boxes and prompts of the library reach the user's terminal.
+    platform::TerminalUiHost terminal;
+    platform::ScopedUiHost installed(&terminal);
     std::vector<std::wstring> args;
     for (int i = 1; i < argc; ++i) args.push_back(platform::FromUtf8(argv[i]));
     if (args.empty()) return Usage(stderr);

@@ -1,11 +1,21 @@
-// The log viewer's choice of file, its reading and its clearing.
+// The log viewer: its choice of file, its reading and its clearing, and
+// its dialog run modally while a "user" on another thread presses buttons.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
 
 #include "CLogging.h"
 #include "CViewLog.h"
+#include "platform/TerminalUiHost.h"
+#include "platform/UiHost.h"
 #include "platform/Win32.h"
 #include "support/TempHome.h"
 
@@ -19,6 +29,47 @@ protected:
 };
 
 constexpr unsigned kOtherLogTitle = 734;
+
+bool WaitFor(const std::function<bool()> &done) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+void Click(HWND dialog, int id) {
+    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), BN_CLICKED), 0);
+}
+
+std::wstring LogText(HWND dialog) {
+    return platform::ReadControl(dialog, CViewLog::IDC_LOG_TEXT).text;
+}
+
+class ViewLogDialogTest : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        path = (home.Scratch() / "job.log").wstring();
+        ASSERT_TRUE(platform::WriteTextFile(path, L"started\nfinished \u00e9\n", false));
+    }
+
+    // Runs the dialog on this thread while `user` acts on its window from
+    // another one; `user` ends it.
+    INT_PTR RunWith(CViewLog &viewer, const std::function<void(HWND)> &user) {
+        std::thread person([&] {
+            if (WaitFor([&] { return viewer.Window() != nullptr; })) user(viewer.Window());
+        });
+        INT_PTR result = viewer.RunOnExternalLog(path.c_str(), kOtherLogTitle);
+        person.join();
+        return result;
+    }
+
+    static constexpr const wchar_t *kShown = L"started\r\nfinished \u00e9\r\n";
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+    std::wstring path;
+};
 
 }  // namespace
 
@@ -81,4 +132,86 @@ TEST_F(ViewLogTest, ClearEmptiesTheChosenLog) {
     viewer.Clear();
     EXPECT_EQ(viewer.ReadText(), L"");
     EXPECT_EQ(testsupport::ReadBytes(fs::path(viewer.ChooseFile())), "\xFF\xFE");
+}
+
+TEST_F(ViewLogDialogTest, DialogShowsTheLogAndClearEmptiesTheFile) {
+    CViewLog viewer;
+    std::wstring shown;
+    std::wstring afterClear = L"unread";
+    INT_PTR result = RunWith(viewer, [&](HWND window) {
+        WaitFor([&] { return !LogText(window).empty(); });
+        shown = LogText(window);
+        Click(window, CViewLog::IDC_LOG_CLEAR);
+        WaitFor([&] { return LogText(window).empty(); });
+        afterClear = LogText(window);
+        Click(window, IDCANCEL);
+    });
+    EXPECT_EQ(result, IDCANCEL);
+    EXPECT_EQ(shown, kShown);
+    EXPECT_EQ(afterClear, L"");
+    EXPECT_EQ(testsupport::ReadBytes(fs::path(path)), "\xFF\xFE");
+    EXPECT_EQ(viewer.Window(), nullptr);
+
+    std::vector<platform::TextRecord> texts = host.Texts();
+    ASSERT_EQ(texts.size(), 1u) << "the host is offered the text once";
+    EXPECT_EQ(texts[0].text, kShown);
+}
+
+TEST_F(ViewLogDialogTest, CopyPutsTheShownTextOnTheClipboard) {
+    CViewLog viewer;
+    RunWith(viewer, [&](HWND window) {
+        WaitFor([&] { return !LogText(window).empty(); });
+        Click(window, CViewLog::IDC_LOG_COPY);
+        Click(window, IDOK);
+    });
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    HANDLE data = GetClipboardData(CF_UNICODETEXT);
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(std::wstring(static_cast<const wchar_t *>(GlobalLock(data))), kShown);
+    GlobalUnlock(data);
+    CloseClipboard();
+}
+
+TEST_F(ViewLogDialogTest, PrintHandsTheLogFileToThePrintCommand) {
+    // A stand-in print command on PATH notes what it was given.
+    fs::path bin = home.Scratch() / "bin";
+    fs::create_directories(bin);
+    fs::path noted = home.Scratch() / "printed.txt";
+    testsupport::WriteBytes(bin / "lp", "#!/bin/sh\nprintf '%s\\n' \"$PWD\" \"$@\" > '" +
+                                            noted.string() + ".part' && mv '" + noted.string() +
+                                            ".part' '" + noted.string() + "'\n");
+    fs::permissions(bin / "lp", fs::perms::owner_all);
+    std::string oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
+    setenv("PATH", (bin.string() + ":" + oldPath).c_str(), 1);
+
+    CViewLog viewer;
+    RunWith(viewer, [&](HWND window) {
+        Click(window, CViewLog::IDC_LOG_PRINT);
+        WaitFor([&] { return fs::exists(noted); });
+        Click(window, IDOK);
+    });
+    setenv("PATH", oldPath.c_str(), 1);
+    std::string folder = home.Scratch().string();
+    EXPECT_EQ(testsupport::ReadBytes(noted), folder + "\n" + folder + "/job.log\n");
+}
+
+TEST_F(ViewLogDialogTest, TerminalHostPrintsTheLogAndTheDialogClosesAtOnce) {
+    fs::path out = home.Scratch() / "out.txt";
+    int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ASSERT_GE(input, 0);
+    ASSERT_GE(output, 0);
+    INT_PTR result;
+    {
+        platform::TerminalUiHost terminal(input, output);
+        platform::ScopedUiHost onTerminal(&terminal);
+        CViewLog viewer;
+        result = viewer.RunOnExternalLog(path.c_str(), kOtherLogTitle);
+    }
+    close(input);
+    close(output);
+    EXPECT_EQ(result, IDOK);
+    std::string printed = testsupport::ReadBytes(out);
+    EXPECT_NE(printed.find("started\nfinished \xC3\xA9\n"), std::string::npos) << printed;
+    EXPECT_EQ(printed.find('\r'), std::string::npos);
 }

@@ -1,7 +1,9 @@
 // The digest dialog run modally while a "user" on another thread watches
 // its controls and presses its buttons: digests on worker threads, options
 // kept in the registry, copy and save.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <thread>
@@ -11,6 +13,7 @@
 #include "CMD5Dlg.h"
 #include "CRegistry.h"
 #include "UiTestSupport.h"
+#include "platform/TerminalUiHost.h"
 #include "platform/Win32.h"
 #include "support/TempHome.h"
 
@@ -170,4 +173,37 @@ TEST_F(MD5DlgTest, TickingABoxStartsItsDigestAndUntickingDisablesIt) {
     });
     EXPECT_EQ(Option(L"ComputeMD5"), 0u);
     EXPECT_EQ(Option(L"ComputeSHA1"), 0u);
+}
+
+TEST_F(MD5DlgTest, HostIsOfferedTheDigestsOnceTheyAreDone) {
+    SetOptions(1, 1);
+    CMD5Dlg dialog;
+    RunWith(dialog, [&](HWND window) {
+        EXPECT_TRUE(WaitFor([&] { return !host.Texts().empty(); }));
+        Click(window, IDOK);
+    });
+    std::vector<platform::TextRecord> texts = host.Texts();
+    ASSERT_EQ(texts.size(), 1u);
+    EXPECT_EQ(texts[0].title, path);
+    EXPECT_EQ(texts[0].text, L"MD5   " + md5 + L"\nSHA-1 " + sha1 + L"\n");
+}
+
+TEST_F(MD5DlgTest, TerminalHostPrintsTheDigestsAndTheDialogClosesItself) {
+    fs::path out = home.Scratch() / "out.txt";
+    int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ASSERT_GE(input, 0);
+    ASSERT_GE(output, 0);
+    INT_PTR result;
+    {
+        platform::TerminalUiHost terminal(input, output);
+        platform::ScopedUiHost onTerminal(&terminal);
+        CMD5Dlg dialog;
+        result = dialog.Run(path.c_str());
+    }
+    close(input);
+    close(output);
+    EXPECT_EQ(result, IDOK);
+    EXPECT_EQ(testsupport::ReadBytes(out),
+              file.string() + "\nMD5   " + platform::ToUtf8(md5) + "\n");
 }
