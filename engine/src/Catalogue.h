@@ -37,6 +37,8 @@ struct ItemInfo {
     std::uint32_t mode = 0;  // POSIX permission bits when the format keeps them, else 0
     std::optional<std::wstring> comment;
     std::shared_ptr<const StoredData> stored;
+    // A Mac resource fork the format keeps beside the data ("rsrc").
+    std::shared_ptr<const std::vector<std::uint8_t>> resourceFork;
 };
 
 // A node of the tree. Folders that the format does not store as items of

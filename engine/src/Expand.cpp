@@ -6,6 +6,7 @@
 // "createFolderMethod".
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <set>
 
 #include "Changes.h"
+#include "DecodedItems.h"
 #include "FileSystem.h"
 #include "LibArchive.h"
 #include "platform/WideText.h"
@@ -432,10 +434,35 @@ private:
                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600);
         if (fd < 0) return errno == ELOOP ? kEngineUnsafeItemPath : LastErrno();
         Result result = Copy(data, fd);
+        if (result == kEngineOK && node.info.resourceFork)
+            result = PlaceResourceFork(*node.info.resourceFork, fd, folderFd, name);
         if (result == kEngineOK && node.info.modified) SetTime(fd, *node.info.modified);
         if (result == kEngineOK && (mode & 0600) != 0600) fchmod(fd, mode & ~CurrentUmask());
         if (close(fd) != 0 && result == kEngineOK) result = LastErrno();
         if (result != kEngineOK) unlinkat(folderFd, name.c_str(), 0);
+        return result;
+    }
+
+    // A Mac resource fork, as "preserveMacResource" says: 1 an AppleDouble
+    // "._name" file beside the item, 2 an extended attribute of it (where the
+    // file system keeps none, it is left out), 0 not at all.
+    Result PlaceResourceFork(const std::vector<std::uint8_t> &fork, int fd, int folderFd,
+                             const std::string &name) {
+        if (settings_.preserveMacResource == 2) {
+            if (fsetxattr(fd, "user.com.apple.ResourceFork", fork.data(), fork.size(), 0) != 0 &&
+                errno != ENOTSUP)
+                return LastErrno();
+            return kEngineOK;
+        }
+        if (settings_.preserveMacResource != 1) return kEngineOK;
+        std::string sidecar = "._" + name;
+        unlinkat(folderFd, sidecar.c_str(), 0);
+        int out = openat(folderFd, sidecar.c_str(),
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (out < 0) return LastErrno();
+        std::vector<std::uint8_t> bytes = AppleDouble(fork);
+        Result result = WriteAll(out, bytes.data(), bytes.size());
+        if (close(out) != 0 && result == kEngineOK) result = LastErrno();
         return result;
     }
 

@@ -396,7 +396,9 @@ EngineResult GetArchiveObjectFork(ArchiveObject item, const char *forkName,
                                   ArchiveObjectFork *fork) {
     OpaqueArchiveObject *object = Checked(item);
     if (!object || !forkName || !fork) return kEngineInvalidParameter;
-    if (std::strcmp(forkName, kForkData) != 0 || object->node->IsFolder()) return kEngineNoSuchFork;
+    bool data = std::strcmp(forkName, kForkData) == 0 && !object->node->IsFolder();
+    bool resource = std::strcmp(forkName, kForkResource) == 0 && object->node->info.resourceFork;
+    if (!data && !resource) return kEngineNoSuchFork;
     for (const auto &known : object->forks) {
         if (known->name == forkName) {
             *fork = known.get();
@@ -411,7 +413,9 @@ EngineResult GetArchiveObjectFork(ArchiveObject item, const char *forkName,
 EngineResult GetArchiveObjectForkSize(ArchiveObjectFork fork, uint64_t *size) {
     OpaqueArchiveObjectFork *data = Checked(fork);
     if (!data || !size || !IsLive(data->owner, Kind::ArchiveObject)) return kEngineInvalidParameter;
-    *size = data->owner->node->info.size;
+    const ItemInfo &info = data->owner->node->info;
+    *size = data->name == kForkResource ? (info.resourceFork ? info.resourceFork->size() : 0)
+                                        : info.size;
     return kEngineOK;
 }
 
@@ -426,8 +430,15 @@ EngineResult GetArchiveObjectForkData(OpaqueEngineObject *engine, ArchiveObjectF
     OpaqueArchiveObject &owner = *data->owner;
     OpaqueEngineArchive &archive = *owner.archive;
     std::lock_guard lock(archive.mutex);
-    if (owner.node->removed || owner.node->Implicit()) return kEngineNoMoreObjects;
     std::uint64_t capacity = (static_cast<std::uint64_t>(sizeHigh) << 32) | sizeLow;
+    if (data->name == kForkResource) {
+        const auto &resource = owner.node->info.resourceFork;
+        if (!resource) return kEngineNoSuchFork;
+        *count = std::min<std::uint64_t>(capacity, resource->size());
+        std::memcpy(buffer, resource->data(), static_cast<std::size_t>(*count));
+        return kEngineOK;
+    }
+    if (owner.node->removed || owner.node->Implicit()) return kEngineNoMoreObjects;
     Operation operation(*session);
     ItemPasswords passwords(archive, operation, TextOf(password));
     std::vector<bool> wanted(archive.catalogue.Stored().size(), false);

@@ -1,13 +1,16 @@
 // The text encodings of a file: uuencode and its base64 form (decoded
-// through libarchive's uu filter), and btoa, yEnc and MIME (recognised).
+// through libarchive's uu filter), plain base64, btoa, yEnc and MIME
+// (decoded by the engine).
 #include <archive.h>
 
 #include <algorithm>
 #include <cctype>
 
+#include "DecodedItems.h"
 #include "Handles.h"
 #include "LibArchive.h"
 #include "Sniff.h"
+#include "TextDecoders.h"
 
 namespace engine {
 namespace {
@@ -94,18 +97,30 @@ public:
         return std::nullopt;
     }
 
-    bool SingleItem(std::string_view) const override { return true; }
+    bool SingleItem(std::string_view id) const override { return id != "mime"; }
 
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
-        if (request.formatId != "uu" && request.formatId != "b64") return kEngineNotImplemented;
         SniffInput input(request.path);
         bool base64 = false;
         std::size_t line = BeginLine(input.Head(), base64);
-        if (line == std::string_view::npos) return kEngineNotImplemented;
-        std::wstring name = BeginName(input.Head(), line);
-        if (name.empty()) name = L"data";
-        return OpenLibarchiveCursor(request, EnableUu, name, cursor);
+        if ((request.formatId == "uu" || request.formatId == "b64") &&
+            line != std::string_view::npos) {
+            std::wstring name = BeginName(input.Head(), line);
+            if (name.empty()) name = L"data";
+            return OpenLibarchiveCursor(request, EnableUu, name, cursor);
+        }
+        std::vector<std::uint8_t> file;
+        if (Result result = ReadWholeFile(request.path, file)) return result;
+        std::vector<DecodedItem> items;
+        Result result = kEngineWrongFormat;
+        if (request.formatId == "btoa") result = DecodeBtoa(file, request.archiveName, items);
+        if (request.formatId == "yenc") result = DecodeYenc(file, items);
+        if (request.formatId == "mime") result = DecodeMime(file, items);
+        if (request.formatId == "b64") result = DecodePlainBase64(file, request.archiveName, items);
+        if (result != kEngineOK) return result;
+        cursor = MakeDecodedCursor(std::move(items));
+        return kEngineOK;
     }
 };
 

@@ -46,6 +46,12 @@ TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
         {"traditional.zip", "zip -q -r -P secret ../traditional.zip ."},
         {"aes.zip", "7zz a -bd -tzip -psecret -mem=AES256 ../aes.zip . >/dev/null"},
         {"aes128.zip", "7zz a -bd -tzip -psecret -mem=AES128 ../aes128.zip . >/dev/null"},
+        {"bsdtar-aes.zip",
+         "bsdtar --format zip --options zip:encryption=aes256 --passphrase secret -cf "
+         "../bsdtar-aes.zip ."},
+        {"bsdtar-traditional.zip",
+         "bsdtar --format zip --options zip:encryption=zipcrypt --passphrase secret -cf "
+         "../bsdtar-traditional.zip ."},
     };
     for (const auto &[name, command] : kinds) {
         fs::path archive = Made(name, command);

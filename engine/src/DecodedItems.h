@@ -1,0 +1,49 @@
+// Items decoded whole into memory: the text and Mac encodings, whose
+// files are small and whose decoders read them at once. A cursor hands
+// them out like any other.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Driver.h"
+
+namespace engine {
+
+struct DecodedItem {
+    ItemInfo info;
+    std::vector<std::uint8_t> data;
+};
+
+// The largest file a whole-file decoder takes, and the most it may produce.
+inline constexpr std::uint64_t kDecodeLimit = 512ULL << 20;
+
+// Reads the whole file (kEngineArchiveTooLarge above the limit).
+Result ReadWholeFile(const std::string &path, std::vector<std::uint8_t> &bytes);
+
+std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<DecodedItem> items);
+
+// A Mac file: its data fork as the item's data, its resource fork kept as
+// the item's "rsrc" fork.
+void AddMacFile(std::vector<DecodedItem> &items, const std::wstring &name,
+                std::vector<std::uint8_t> data, std::vector<std::uint8_t> resource,
+                std::optional<EngineDateTime> modified);
+
+// An AppleDouble file holding a resource fork, as Mac systems write "._"
+// files.
+std::vector<std::uint8_t> AppleDouble(const std::vector<std::uint8_t> &resource);
+
+// An HFS name as a POSIX one: "/" is a character of it, shown as ":".
+std::wstring MacName(const std::wstring &name);
+
+// The name a decoded file takes when its encoding keeps none: the encoded
+// file's name without its extension.
+std::wstring NameWithoutExtension(const std::wstring &name);
+
+// A name from inside an encoded file, without any folder part.
+std::wstring BareName(const std::wstring &name);
+
+}  // namespace engine
