@@ -180,7 +180,7 @@ public:
     }
     void Update(std::uint8_t *data, std::size_t size) {
         for (std::size_t i = 0; i < size; ++i) {
-            std::uint16_t temp = static_cast<std::uint16_t>(keys_[2] | 2);
+            std::uint32_t temp = (keys_[2] | 2) & 0xFFFF;
             std::uint8_t plain = data[i];
             data[i] = static_cast<std::uint8_t>(plain ^ ((temp * (temp ^ 1)) >> 8));
             Stir(plain);
