@@ -214,11 +214,7 @@ Result CreateArchive(Operation &operation, const std::string &formatId,
     how.postEncoding = postEncoding;
     std::string temporary;
     if (Result result = WritePlan(operation, how, items, temporary)) return result;
-    if (rename(temporary.c_str(), native.c_str()) != 0) {
-        Result result = LastErrno();
-        unlink(temporary.c_str());
-        return result;
-    }
+    if (Result result = PutInPlace(temporary, native)) return result;
     written = target;
     if (operation.settings().deleteAction == 1) DeleteSources(plan.DiskSources());
     return kEngineOK;
@@ -239,11 +235,7 @@ Result CreateEmptyArchive(Operation &operation, const std::string &formatId,
     how.postEncoding = postEncoding;
     std::string temporary;
     if (Result result = WritePlan(operation, how, {}, temporary)) return result;
-    if (rename(temporary.c_str(), path.c_str()) != 0) {
-        Result result = LastErrno();
-        unlink(temporary.c_str());
-        return result;
-    }
+    if (Result result = PutInPlace(temporary, path)) return result;
     return kEngineOK;
 }
 
@@ -368,11 +360,7 @@ Result Transform(Operation &operation, const std::wstring &source, const std::ws
     how.comment = archive->catalogue.comment;
     std::string temporary;
     if (Result result = WritePlan(operation, how, items, temporary)) return result;
-    if (rename(temporary.c_str(), native.c_str()) != 0) {
-        Result result = LastErrno();
-        unlink(temporary.c_str());
-        return result;
-    }
+    if (Result result = PutInPlace(temporary, native)) return result;
     written = target;
     return kEngineOK;
 }

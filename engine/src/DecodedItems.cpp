@@ -29,6 +29,7 @@ public:
         if (current_ >= items_.size()) return kEngineOK;
         const auto &data = items_[current_].data;
         got = std::min(size, data.size() - position_);
+        if (got == 0) return kEngineOK;
         std::memcpy(buffer, data.data() + position_, got);
         position_ += got;
         return kEngineOK;
@@ -91,8 +92,14 @@ std::vector<std::uint8_t> AppleDouble(const std::vector<std::uint8_t> &resource)
     return out;
 }
 
-std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<DecodedItem> items) {
-    return std::make_unique<DecodedCursor>(std::move(items));
+Result OpenDecoded(const std::string &path, const Decoder &decode,
+                   std::unique_ptr<ReadCursor> &cursor) {
+    std::vector<std::uint8_t> file;
+    if (Result result = ReadWholeFile(path, file)) return result;
+    std::vector<DecodedItem> items;
+    if (Result result = decode(file, items)) return result;
+    cursor = std::make_unique<DecodedCursor>(std::move(items));
+    return kEngineOK;
 }
 
 void AddMacFile(std::vector<DecodedItem> &items, const std::wstring &name,

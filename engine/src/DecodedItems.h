@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,7 +25,12 @@ inline constexpr std::uint64_t kDecodeLimit = 512ULL << 20;
 // Reads the whole file (kEngineArchiveTooLarge above the limit).
 Result ReadWholeFile(const std::string &path, std::vector<std::uint8_t> &bytes);
 
-std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<DecodedItem> items);
+using Decoder =
+    std::function<Result(const std::vector<std::uint8_t> &file, std::vector<DecodedItem> &items)>;
+
+// Reads the file whole, decodes it and hands its items out through a cursor.
+Result OpenDecoded(const std::string &path, const Decoder &decode,
+                   std::unique_ptr<ReadCursor> &cursor);
 
 // A Mac file: its data fork as the item's data, its resource fork kept as
 // the item's "rsrc" fork.

@@ -12,6 +12,17 @@
 
 namespace engine {
 
+UniqueFd::~UniqueFd() {
+    if (fd_ >= 0) close(fd_);
+}
+
+Result PutInPlace(const std::string &temporary, const std::string &target) {
+    if (rename(temporary.c_str(), target.c_str()) == 0) return kEngineOK;
+    Result result = LastErrno();
+    unlink(temporary.c_str());
+    return result;
+}
+
 Result MakeFolders(const std::string &path) {
     struct stat info {};
     if (stat(path.c_str(), &info) == 0)

@@ -10,6 +10,20 @@
 
 namespace engine {
 
+// A descriptor closed when it goes.
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd = -1) : fd_(fd) {}
+    ~UniqueFd();
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
 // Makes a folder and the folders above it that are missing.
 Result MakeFolders(const std::string &path);
 Result WriteAll(int fd, const void *data, std::size_t count);
@@ -24,6 +38,8 @@ mode_t CurrentUmask();
 // A new empty file beside `path` for writing its replacement; removed by the
 // caller unless renamed onto `path`.
 Result TemporaryBeside(const std::string &path, std::string &temporary);
+// Renames a finished temporary file onto its target, or removes it.
+Result PutInPlace(const std::string &temporary, const std::string &target);
 std::string ParentOf(const std::string &path);
 std::string NameOf(const std::string &path);
 

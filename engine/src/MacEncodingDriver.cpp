@@ -211,16 +211,14 @@ public:
 
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
-        Bytes file;
-        if (Result result = ReadWholeFile(request.path, file)) return result;
-        std::vector<DecodedItem> items;
-        Result result = request.formatId == "hqx" ? DecodeBinHex(file, items)
-                        : request.formatId == "bin"
-                            ? DecodeMacBinary(file, items)
-                            : DecodeAppleSingle(file, request.archiveName, items);
-        if (result != kEngineOK) return result;
-        cursor = MakeDecodedCursor(std::move(items));
-        return kEngineOK;
+        return OpenDecoded(
+            request.path,
+            [&](const Bytes &file, std::vector<DecodedItem> &items) {
+                if (request.formatId == "hqx") return DecodeBinHex(file, items);
+                if (request.formatId == "bin") return DecodeMacBinary(file, items);
+                return DecodeAppleSingle(file, request.archiveName, items);
+            },
+            cursor);
     }
 };
 

@@ -201,12 +201,9 @@ private:
 }  // namespace
 
 Result RecoverZip(Operation &operation, const std::string &archive, const std::string &folder) {
-    int fd = open(archive.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return LastErrno();
-    struct Closer {
-        int fd;
-        ~Closer() { close(fd); }
-    } closer{fd};
+    UniqueFd file(open(archive.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) return LastErrno();
+    int fd = file.get();
     struct stat info {};
     if (fstat(fd, &info) != 0) return LastErrno();
     auto fileSize = static_cast<std::uint64_t>(info.st_size);
@@ -263,11 +260,11 @@ Result RecoverZip(Operation &operation, const std::string &archive, const std::s
     request.operation = &operation;
     RecoveredFeed feed(std::move(items));
     Result result = WriteZip(request, feed, ZipWriteSettings());
-    if (result == kEngineOK && rename(temporary.c_str(), target.c_str()) != 0) result = LastErrno();
     if (result != kEngineOK) {
         unlink(temporary.c_str());
         return result;
     }
+    if (Result placed = PutInPlace(temporary, target)) return placed;
     return dropped ? kEngineItemDataDamaged : kEngineOK;
 }
 

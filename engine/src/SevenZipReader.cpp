@@ -583,7 +583,8 @@ bool DeriveKey(const Coder &aes, const std::wstring &password, std::uint8_t key[
         std::memset(key, 0, 32);
         std::vector<std::uint8_t> joined(salt.begin(), salt.end());
         joined.insert(joined.end(), text.begin(), text.end());
-        std::memcpy(key, joined.data(), std::min<std::size_t>(32, joined.size()));
+        if (!joined.empty())
+            std::memcpy(key, joined.data(), std::min<std::size_t>(32, joined.size()));
         return true;
     }
     if (power > 30) return false;

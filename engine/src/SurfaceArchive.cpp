@@ -7,19 +7,11 @@
 #include "Archive.h"
 #include "Changes.h"
 #include "Operation.h"
+#include "Surface.h"
 
 using namespace engine;
 
 namespace {
-
-Session *SessionOf(OpaqueEngineObject *engine) {
-    return IsLive(engine, Kind::Session) ? static_cast<Session *>(engine) : nullptr;
-}
-
-std::wstring TextOf(StringRef string) {
-    OpaqueStringRef *text = Checked(string);
-    return text ? text->text : std::wstring();
-}
 
 struct stat StatOf(const OpaqueEngineArchive &archive) {
     struct stat info {};

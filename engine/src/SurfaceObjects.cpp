@@ -1,6 +1,7 @@
 // The C surface: paths, path lists and strings.
 #include "Archive.h"
 #include "Handles.h"
+#include "Surface.h"
 
 using namespace engine;
 

@@ -5,19 +5,11 @@
 #include "Changes.h"
 #include "FileSystem.h"
 #include "Operation.h"
+#include "Surface.h"
 
 using namespace engine;
 
 namespace {
-
-Session *SessionOf(OpaqueEngineObject *engine) {
-    return IsLive(engine, Kind::Session) ? static_cast<Session *>(engine) : nullptr;
-}
-
-std::wstring TextOf(StringRef string) {
-    OpaqueStringRef *text = Checked(string);
-    return text ? text->text : std::wstring();
-}
 
 std::vector<Ref<OpaqueFSObject>> Members(OpaqueFSObjectList &list) {
     std::lock_guard lock(list.mutex);

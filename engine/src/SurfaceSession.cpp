@@ -6,14 +6,11 @@
 #include "Driver.h"
 #include "Handles.h"
 #include "Session.h"
+#include "Surface.h"
 
 using namespace engine;
 
 namespace {
-
-Session *SessionOf(OpaqueEngineObject *engine) {
-    return IsLive(engine, Kind::Session) ? static_cast<Session *>(engine) : nullptr;
-}
 
 bool KnownFormat(const char *formatId) { return formatId && DriverFor(formatId) != nullptr; }
 

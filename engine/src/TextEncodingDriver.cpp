@@ -110,17 +110,17 @@ public:
             if (name.empty()) name = L"data";
             return OpenLibarchiveCursor(request, EnableUu, name, cursor);
         }
-        std::vector<std::uint8_t> file;
-        if (Result result = ReadWholeFile(request.path, file)) return result;
-        std::vector<DecodedItem> items;
-        Result result = kEngineWrongFormat;
-        if (request.formatId == "btoa") result = DecodeBtoa(file, request.archiveName, items);
-        if (request.formatId == "yenc") result = DecodeYenc(file, items);
-        if (request.formatId == "mime") result = DecodeMime(file, items);
-        if (request.formatId == "b64") result = DecodePlainBase64(file, request.archiveName, items);
-        if (result != kEngineOK) return result;
-        cursor = MakeDecodedCursor(std::move(items));
-        return kEngineOK;
+        return OpenDecoded(
+            request.path,
+            [&](const std::vector<std::uint8_t> &file, std::vector<DecodedItem> &items) {
+                if (request.formatId == "btoa") return DecodeBtoa(file, request.archiveName, items);
+                if (request.formatId == "yenc") return DecodeYenc(file, items);
+                if (request.formatId == "mime") return DecodeMime(file, items);
+                if (request.formatId == "b64")
+                    return DecodePlainBase64(file, request.archiveName, items);
+                return Result{kEngineWrongFormat};
+            },
+            cursor);
     }
 };
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "FileSystem.h"
 #include "Handles.h"
 
 namespace engine {
@@ -117,12 +118,9 @@ std::wstring ZipText(const std::uint8_t *bytes, std::size_t count, bool utf8Flag
 }
 
 Result ReadZipDirectory(const std::string &path, ZipDirectory &directory) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return LastErrno();
-    struct FdCloser {
-        int fd;
-        ~FdCloser() { close(fd); }
-    } closer{fd};
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) return LastErrno();
+    int fd = file.get();
     struct stat info {};
     if (fstat(fd, &info) != 0) return LastErrno();
     auto fileSize = static_cast<std::uint64_t>(info.st_size);

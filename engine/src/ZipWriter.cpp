@@ -241,6 +241,18 @@ struct Central {
     std::optional<std::uint32_t> unixTime;
 };
 
+// The extra fields a local header and its central record share: the
+// modification time as an extended timestamp, and the item's own (AES).
+void PutSharedExtra(Bytes &extra, const Central &entry) {
+    if (entry.unixTime) {
+        Put16(extra, 0x5455);
+        Put16(extra, 5);
+        extra.push_back(1);
+        Put32(extra, *entry.unixTime);
+    }
+    PutBytes(extra, entry.extra);
+}
+
 class ZipWriter {
 public:
     ZipWriter(const WriteRequest &request, const ZipWriteSettings &settings)
@@ -567,13 +579,7 @@ private:
             Put64(extra, entry.size);
             Put64(extra, entry.compressedSize);
         }
-        if (entry.unixTime) {
-            Put16(extra, 0x5455);
-            Put16(extra, 5);
-            extra.push_back(1);
-            Put32(extra, *entry.unixTime);
-        }
-        PutBytes(extra, entry.extra);
+        PutSharedExtra(extra, entry);
         Put16(header, static_cast<std::uint32_t>(entry.name.size()));
         Put16(header, static_cast<std::uint32_t>(extra.size()));
         header.insert(header.end(), entry.name.begin(), entry.name.end());
@@ -717,12 +723,9 @@ private:
     // An item of another zip, its data copied as it is stored.
     Result CopyStored(Job &job) {
         const ZipStoredItem &stored = *job.copy;
-        int source = open(job.copyFrom.c_str(), O_RDONLY | O_CLOEXEC);
-        if (source < 0) return LastErrno();
-        struct Closer {
-            int fd;
-            ~Closer() { close(fd); }
-        } closer{source};
+        UniqueFd file(open(job.copyFrom.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file.valid()) return LastErrno();
+        int source = file.get();
         std::uint8_t local[30];
         if (pread(source, local, sizeof local, static_cast<off_t>(stored.localOffset)) !=
                 sizeof local ||
@@ -801,13 +804,7 @@ private:
                 Put16(extra, static_cast<std::uint32_t>(zip64.size()));
                 PutBytes(extra, zip64);
             }
-            if (entry.unixTime) {
-                Put16(extra, 0x5455);
-                Put16(extra, 5);
-                extra.push_back(1);
-                Put32(extra, *entry.unixTime);
-            }
-            PutBytes(extra, entry.extra);
+            PutSharedExtra(extra, entry);
             Bytes record;
             Put32(record, kCentralSignature);
             Put16(record, entry.madeBy);
