@@ -14,6 +14,7 @@
 #include <map>
 #include <set>
 
+#include "BackgroundWriter.h"
 #include "Changes.h"
 #include "DecodedItems.h"
 #include "FileSystem.h"
@@ -466,17 +467,21 @@ private:
         return result;
     }
 
+    // Decodes into one buffer while the last one is written ("useThreads").
     Result Copy(ReadCursor &data, int fd) {
+        Result result = kEngineOK;
         for (;;) {
             std::size_t got = 0;
-            if (Result result = data.Read(buffer_.data(), buffer_.size(), got)) return result;
-            if (got == 0) return kEngineOK;
+            result = data.Read(buffer_.data(), buffer_.size(), got);
+            if (result != kEngineOK || got == 0) break;
             operation_.AddRead(got);
-            if (Result result = WriteAll(fd, buffer_.data(), got)) return result;
+            if ((result = writer_.Write(fd, buffer_, got)) != kEngineOK) break;
             operation_.AddWritten(got);
-            if (Result stop = operation_.Work(got)) return stop;
-            if (Result stop = operation_.Counters()) return stop;
+            if ((result = operation_.Work(got)) != kEngineOK) break;
+            if ((result = operation_.Counters()) != kEngineOK) break;
         }
+        Result written = writer_.Finish();
+        return result != kEngineOK ? result : written;
     }
 
     static void SetTime(int fd, EngineDateTime modified) {
@@ -517,6 +522,7 @@ private:
     std::vector<std::wstring> topLevel_;
     std::vector<const Target *> folderTimes_;
     std::vector<char> buffer_ = std::vector<char>(256 * 1024);
+    BackgroundWriter writer_{operation_.settings().useThreads};
     Result itemFailure_ = kEngineOK;
 };
 

@@ -52,6 +52,11 @@ TEST_F(ExpandTest, ArchivesOfOtherToolsExpandToTheSameBytes) {
         }
         EXPECT_EQ(got, expected) << name;
     }
+    // One thread decodes and writes in turn: the same bytes.
+    ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, false), kEngineOK);
+    fs::path single = Scratch("out-single-thread");
+    ASSERT_EQ(Expand(folder / "c.7z", single), kEngineOK);
+    EXPECT_EQ(Snapshot(single / "src"), expected);
 }
 
 TEST_F(ExpandTest, SingleFileCompressorsDecodeUnderTheFilesName) {
