@@ -277,5 +277,28 @@ TEST_F(ChangeTest, ItemsIteratorsPropertiesAndForkData) {
     EXPECT_EQ(GetArchiveObjectFork(blob.get(), kForkThumbnail, &thumb), kEngineNoSuchFork);
 }
 
+TEST_F(ChangeTest, SegmentsIndexesAndSelfExtractingBelongToTheOwnFormat) {
+    OwnedFSList sources = PathList(engine, {tree});
+    OwnedFS output = Path(folder / "parts.zip");
+    OwnedFS index = Path(folder / "parts.vidx");
+    OwnedFSList segments;
+    EXPECT_EQ(CreateSegmentsWithFormat(engine, sources.get(), output.get(), segments.out(), "zip",
+                                       1 << 20, 0, nullptr),
+              kEngineNotAnArchive);
+    OwnedFS result;
+    EXPECT_EQ(ArchiveFSObjectListCreatingIndex(engine, "zip", sources.get(), output.get(),
+                                               result.out(), nullptr, index.get()),
+              kEngineWrongFormat);
+    EXPECT_FALSE(fs::exists(folder / "parts.zip"));
+    fs::path archive = MadeArchive("zip", "plain.zip");
+    OwnedFS file = Path(archive);
+    EXPECT_EQ(AddSelfExtractingToArchive(engine, file.get(), result.out(), 2),
+              kEngineNotImplemented);
+    OpenedArchive opened(engine, archive);
+    OwnedItem readme = opened.Item(L"src/readme.txt");
+    EXPECT_TRUE(ArchiveObjectHasProperty(readme.get(), kItemPropModificationDate));
+    EXPECT_FALSE(ArchiveObjectHasProperty(readme.get(), kItemPropComments));
+}
+
 }  // namespace
 }  // namespace enginetest
