@@ -17,6 +17,8 @@ PACKAGES=(
   attr xdg-utils
   # interoperability checks and test servers
   python3 python3-pyftpdlib 7zip zip unzip libarchive-tools
+  # the stream compressors the engine's tests check their formats with
+  gzip bzip2 xz-utils zstd lz4
 )
 
 missing=()
