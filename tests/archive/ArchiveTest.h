@@ -11,24 +11,14 @@
 #include "CAppUtils.h"
 #include "CLogging.h"
 #include "platform/Win32.h"
+#include "support/LoadedResources.h"
 #include "support/TempHome.h"
 
 namespace archivetest {
 
 class ArchiveTest : public testsupport::HomeTest {
 protected:
-    void SetUp() override {
-        localized_ = LoadLibraryW(CAppUtils::GetInstResPath());
-        nonLocalized_ = LoadLibraryW(CAppUtils::GetInstResNLPath());
-        ASSERT_NE(localized_, nullptr);
-        ASSERT_NE(nonLocalized_, nullptr);
-        CAppUtils::SetCommonHINST(localized_, nonLocalized_);
-    }
-    void TearDown() override {
-        CAppUtils::SetCommonHINST(nullptr, nullptr);
-        FreeLibrary(localized_);
-        FreeLibrary(nonLocalized_);
-    }
+    void SetUp() override { ASSERT_TRUE(resources_.Loaded()); }
 
     // A text of the resource libraries, the localized one first.
     static std::wstring Text(unsigned id) {
@@ -59,8 +49,7 @@ protected:
     platform::ScopedUiHost installed{&host};
 
 private:
-    HINSTANCE localized_ = nullptr;
-    HINSTANCE nonLocalized_ = nullptr;
+    testsupport::LoadedResources resources_;
 };
 
 }  // namespace archivetest

@@ -12,6 +12,7 @@
 #include "CAppUtils.h"
 #include "CHighTime.h"
 #include "platform/Win32.h"
+#include "support/LoadedResources.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -22,25 +23,13 @@ namespace {
 // that records the boxes.
 class AppUtilsTest : public testsupport::HomeTest {
 protected:
-    void SetUp() override {
-        localized_ = LoadLibraryW(CAppUtils::GetInstResPath());
-        nonLocalized_ = LoadLibraryW(CAppUtils::GetInstResNLPath());
-        ASSERT_NE(localized_, nullptr);
-        ASSERT_NE(nonLocalized_, nullptr);
-        CAppUtils::SetCommonHINST(localized_, nonLocalized_);
-    }
-    void TearDown() override {
-        CAppUtils::SetCommonHINST(nullptr, nullptr);
-        FreeLibrary(localized_);
-        FreeLibrary(nonLocalized_);
-    }
+    void SetUp() override { ASSERT_TRUE(resources_.Loaded()); }
 
     platform::HeadlessUiHost host;
     platform::ScopedUiHost installed{&host};
 
 private:
-    HINSTANCE localized_ = nullptr;
-    HINSTANCE nonLocalized_ = nullptr;
+    testsupport::LoadedResources resources_;
 };
 
 constexpr unsigned kProductName = 230;
@@ -341,8 +330,8 @@ HWND PlainWindow(HWND parent, int x, int y, int width, int height) {
         return RegisterClassW(&windowClass);
     }();
     EXPECT_NE(registered, 0);
-    return CreateWindowExW(0, L"AppUtilsTestWindow", L"", 0, x, y, width, height, parent,
-                           nullptr, nullptr, nullptr);
+    return CreateWindowExW(0, L"AppUtilsTestWindow", L"", 0, x, y, width, height, parent, nullptr,
+                           nullptr, nullptr);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "platform/TerminalUiHost.h"
 #include "platform/UiHost.h"
 #include "platform/Win32.h"
+#include "support/DialogDriving.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -30,18 +31,8 @@ protected:
 
 constexpr unsigned kOtherLogTitle = 734;
 
-bool WaitFor(const std::function<bool()> &done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-void Click(HWND dialog, int id) {
-    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), BN_CLICKED), 0);
-}
+using testsupport::Click;
+using testsupport::WaitFor;
 
 std::wstring LogText(HWND dialog) {
     return platform::ReadControl(dialog, CViewLog::IDC_LOG_TEXT).text;

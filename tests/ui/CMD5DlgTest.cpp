@@ -15,6 +15,7 @@
 #include "UiTestSupport.h"
 #include "platform/TerminalUiHost.h"
 #include "platform/Win32.h"
+#include "support/DialogDriving.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -23,18 +24,8 @@ namespace {
 
 constexpr const wchar_t *kOptionsKey = L"Software\\Orvane Labs\\Varnick\\CommonDlgs";
 
-bool WaitFor(const std::function<bool()> &done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-void Click(HWND dialog, int id) {
-    PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), BN_CLICKED), 0);
-}
+using testsupport::Click;
+using testsupport::WaitFor;
 
 class MD5DlgTest : public testsupport::HomeTest {
 protected:
