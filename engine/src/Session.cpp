@@ -7,13 +7,13 @@ namespace {
 
 enum class ValueKind { Boolean, Integer, Text };
 
-struct EnginePropertySpec {
+struct EnginePropertyRule {
     const char *name;
     ValueKind kind;
     PropertyValue initial;
 };
 
-const EnginePropertySpec kEngineProperties[] = {
+const EnginePropertyRule kEngineProperties[] = {
     {kEnginePropUseThreads, ValueKind::Boolean, true},
     {kEnginePropIgnoreReturnReceipts, ValueKind::Boolean, true},
     {kEnginePropSaveComments, ValueKind::Boolean, true},
@@ -27,12 +27,12 @@ const EnginePropertySpec kEngineProperties[] = {
     {kEnginePropPostEncodingFormat, ValueKind::Text, std::string()},
 };
 
-struct FormatPropertySpec {
+struct FormatPropertyRule {
     const char *name;
     ValueKind kind;
 };
 
-const FormatPropertySpec kFormatProperties[] = {
+const FormatPropertyRule kFormatProperties[] = {
     {kFormatPropCompMethod, ValueKind::Integer},
     {kFormatPropCompressionLevel, ValueKind::Integer},
     {kFormatPropCompExtent, ValueKind::Integer},
@@ -94,14 +94,14 @@ bool BooleanOf(const PropertyMap &map, std::string_view name, bool fallback) {
 }
 
 Session::Session() : OpaqueEngineObject(kKind) {
-    for (const auto &spec : kEngineProperties) engineProperties_[spec.name] = spec.initial;
+    for (const auto &rule : kEngineProperties) engineProperties_[rule.name] = rule.initial;
 }
 
 Result Session::SetEngineProperty(std::string_view name, PropertyValue value) {
-    auto spec = std::find_if(std::begin(kEngineProperties), std::end(kEngineProperties),
-                             [&](const EnginePropertySpec &s) { return name == s.name; });
-    if (spec == std::end(kEngineProperties)) return kEnginePropertyNotApplicable;
-    if (spec->kind != KindOf(value)) return kEngineInvalidParameter;
+    auto rule = std::find_if(std::begin(kEngineProperties), std::end(kEngineProperties),
+                             [&](const EnginePropertyRule &s) { return name == s.name; });
+    if (rule == std::end(kEngineProperties)) return kEnginePropertyNotApplicable;
+    if (rule->kind != KindOf(value)) return kEngineInvalidParameter;
     if (!ValidEngineValue(name, value)) return kEngineInvalidParameter;
     if (name == kEnginePropPostEncodingFormat) {
         const std::string &id = std::get<std::string>(value);
@@ -135,10 +135,10 @@ EngineSettings Session::Settings() const {
 
 Result Session::SetFormatProperty(std::string_view formatId, std::string_view name,
                                   PropertyValue value) {
-    auto spec = std::find_if(std::begin(kFormatProperties), std::end(kFormatProperties),
-                             [&](const FormatPropertySpec &s) { return name == s.name; });
-    if (spec == std::end(kFormatProperties)) return kEnginePropertyNotApplicable;
-    if (spec->kind != KindOf(value)) return kEngineInvalidParameter;
+    auto rule = std::find_if(std::begin(kFormatProperties), std::end(kFormatProperties),
+                             [&](const FormatPropertyRule &s) { return name == s.name; });
+    if (rule == std::end(kFormatProperties)) return kEnginePropertyNotApplicable;
+    if (rule->kind != KindOf(value)) return kEngineInvalidParameter;
     std::lock_guard lock(mutex_);
     auto format = formatProperties_.find(formatId);
     if (format == formatProperties_.end())

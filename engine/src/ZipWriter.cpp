@@ -165,7 +165,7 @@ private:
     std::size_t used_ = 16;
 };
 
-// The traditional PKWARE cipher of the zip specification: three keys
+// The traditional PKWARE cipher of the zip format: three keys
 // stirred by every plaintext byte.
 class TraditionalEncryptor {
 public:
