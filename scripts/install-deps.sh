@@ -7,12 +7,14 @@ set -euo pipefail
 PACKAGES=(
   # toolchain
   g++ cmake ninja-build ccache make pkg-config clang-format
+  # the fuzz targets (libFuzzer comes with clang's runtime)
+  clang libclang-rt-dev
   # tests and benchmark
   libgtest-dev libgmock-dev libbenchmark-dev
   # product libraries
   libarchive-dev zlib1g-dev libbz2-dev liblzma-dev libzstd-dev liblz4-dev
   libbrotli-dev libdeflate-dev libssl-dev libcurl4-openssl-dev libsqlite3-dev
-  libburn-dev libisofs-dev libisal-dev libturbojpeg0-dev
+  libburn-dev libisofs-dev libisal-dev libturbojpeg0-dev libargon2-dev
   # file-system helpers the tests use
   attr xdg-utils
   # interoperability checks and test servers
