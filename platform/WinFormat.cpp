@@ -11,7 +11,7 @@ namespace {
 
 enum class Length { None, Short, Long32, LongLong, Size, Wide, Narrow };
 
-struct Spec {
+struct Conversion {
     std::string flags;
     int width = -1;
     int precision = -1;
@@ -30,77 +30,77 @@ int ReadNumber(const wchar_t *&p) {
 
 // Reads flags, width, precision and length after a '%'. Stars take their
 // value from the arguments, as printf does.
-void ReadSpec(const wchar_t *&p, Spec &spec, va_list &args) {
+void ReadConversion(const wchar_t *&p, Conversion &conversion, va_list &args) {
     while (IsFlag(*p)) {
-        if (*p == L'-') spec.leftAlign = true;
-        spec.flags += static_cast<char>(*p++);
+        if (*p == L'-') conversion.leftAlign = true;
+        conversion.flags += static_cast<char>(*p++);
     }
     if (*p == L'*') {
         ++p;
-        spec.width = va_arg(args, int);
-        if (spec.width < 0) {
-            spec.leftAlign = true;
-            spec.flags += '-';
-            spec.width = -spec.width;
+        conversion.width = va_arg(args, int);
+        if (conversion.width < 0) {
+            conversion.leftAlign = true;
+            conversion.flags += '-';
+            conversion.width = -conversion.width;
         }
     } else if (*p >= L'0' && *p <= L'9') {
-        spec.width = ReadNumber(p);
+        conversion.width = ReadNumber(p);
     }
     if (*p == L'.') {
         ++p;
         if (*p == L'*') {
             ++p;
-            spec.precision = va_arg(args, int);
+            conversion.precision = va_arg(args, int);
         } else {
-            spec.precision = ReadNumber(p);
+            conversion.precision = ReadNumber(p);
         }
     }
     if (p[0] == L'I' && p[1] == L'6' && p[2] == L'4') {
-        spec.length = Length::LongLong, p += 3;
+        conversion.length = Length::LongLong, p += 3;
     } else if (p[0] == L'I' && p[1] == L'3' && p[2] == L'2') {
-        spec.length = Length::Long32, p += 3;
+        conversion.length = Length::Long32, p += 3;
     } else if (p[0] == L'I') {
-        spec.length = Length::Size, ++p;
+        conversion.length = Length::Size, ++p;
     } else if (p[0] == L'l' && p[1] == L'l') {
-        spec.length = Length::LongLong, p += 2;
+        conversion.length = Length::LongLong, p += 2;
     } else if (p[0] == L'h' && p[1] == L'h') {
-        spec.length = Length::Short, p += 2;
+        conversion.length = Length::Short, p += 2;
     } else if (p[0] == L'h') {
-        spec.length = Length::Narrow, ++p;  // "%hs", "%hc" narrow; "%hd" short
+        conversion.length = Length::Narrow, ++p;  // "%hs", "%hc" narrow; "%hd" short
     } else if (p[0] == L'l') {
-        spec.length = Length::Wide, ++p;  // "%ls", "%lc" wide; "%ld" 32-bit
+        conversion.length = Length::Wide, ++p;  // "%ls", "%lc" wide; "%ld" 32-bit
     } else if (p[0] == L'w') {
-        spec.length = Length::Wide, ++p;
+        conversion.length = Length::Wide, ++p;
     } else if (p[0] == L'L' || p[0] == L'q' || p[0] == L'j' || p[0] == L'z' || p[0] == L't') {
-        spec.length = (p[0] == L'L') ? Length::None : Length::LongLong, ++p;
+        conversion.length = (p[0] == L'L') ? Length::None : Length::LongLong, ++p;
     }
-    spec.conversion = *p;
+    conversion.conversion = *p;
     if (*p) ++p;
 }
 
-void Pad(std::wstring &out, std::wstring_view text, const Spec &spec) {
-    std::size_t width = spec.width > 0 ? static_cast<std::size_t>(spec.width) : 0;
+void Pad(std::wstring &out, std::wstring_view text, const Conversion &conversion) {
+    std::size_t width = conversion.width > 0 ? static_cast<std::size_t>(conversion.width) : 0;
     std::size_t fill = width > text.size() ? width - text.size() : 0;
-    if (!spec.leftAlign) out.append(fill, L' ');
+    if (!conversion.leftAlign) out.append(fill, L' ');
     out.append(text);
-    if (spec.leftAlign) out.append(fill, L' ');
+    if (conversion.leftAlign) out.append(fill, L' ');
 }
 
-void AppendString(std::wstring &out, std::wstring_view text, const Spec &spec) {
-    if (spec.precision >= 0 && static_cast<std::size_t>(spec.precision) < text.size()) {
-        text = text.substr(0, static_cast<std::size_t>(spec.precision));
+void AppendString(std::wstring &out, std::wstring_view text, const Conversion &conversion) {
+    if (conversion.precision >= 0 && static_cast<std::size_t>(conversion.precision) < text.size()) {
+        text = text.substr(0, static_cast<std::size_t>(conversion.precision));
     }
-    Pad(out, text, spec);
+    Pad(out, text, conversion);
 }
 
-// Numbers go through snprintf with a narrow spec of the same flags, width
+// Numbers go through snprintf with a narrow conversion of the same flags, width
 // and precision; its output is ASCII.
 template <typename T>
-void AppendNumber(std::wstring &out, const Spec &spec, const char *length, char conversion,
+void AppendNumber(std::wstring &out, const Conversion &conversion, const char *length, char conversion,
                   T value) {
-    std::string format = "%" + spec.flags;
-    if (spec.width >= 0) format += std::to_string(spec.width);
-    if (spec.precision >= 0) format += "." + std::to_string(spec.precision);
+    std::string format = "%" + conversion.flags;
+    if (conversion.width >= 0) format += std::to_string(conversion.width);
+    if (conversion.precision >= 0) format += "." + std::to_string(conversion.precision);
     format += length;
     format += conversion;
     char buffer[512];
@@ -115,82 +115,82 @@ void AppendNumber(std::wstring &out, const Spec &spec, const char *length, char 
     out.append(big.begin(), big.begin() + n);
 }
 
-void AppendInteger(std::wstring &out, const Spec &spec, va_list &args) {
-    char conversion = static_cast<char>(spec.conversion == L'i' ? L'd' : spec.conversion);
+void AppendInteger(std::wstring &out, const Conversion &conversion, va_list &args) {
+    char conversion = static_cast<char>(conversion.conversion == L'i' ? L'd' : conversion.conversion);
     bool isSigned = conversion == 'd';
-    switch (spec.length) {
+    switch (conversion.length) {
         case Length::LongLong:
             if (isSigned) {
-                AppendNumber(out, spec, "ll", conversion,
+                AppendNumber(out, conversion, "ll", conversion,
                              static_cast<long long>(va_arg(args, std::int64_t)));
             } else {
-                AppendNumber(out, spec, "ll", conversion,
+                AppendNumber(out, conversion, "ll", conversion,
                              static_cast<unsigned long long>(va_arg(args, std::uint64_t)));
             }
             break;
         case Length::Size:
             if (isSigned) {
-                AppendNumber(out, spec, "z", conversion, va_arg(args, std::ptrdiff_t));
+                AppendNumber(out, conversion, "z", conversion, va_arg(args, std::ptrdiff_t));
             } else {
-                AppendNumber(out, spec, "z", conversion, va_arg(args, std::size_t));
+                AppendNumber(out, conversion, "z", conversion, va_arg(args, std::size_t));
             }
             break;
         case Length::Narrow:  // "%hd": a short, promoted to int
             if (isSigned) {
-                AppendNumber(out, spec, "h", conversion, va_arg(args, int));
+                AppendNumber(out, conversion, "h", conversion, va_arg(args, int));
             } else {
-                AppendNumber(out, spec, "h", conversion, va_arg(args, unsigned int));
+                AppendNumber(out, conversion, "h", conversion, va_arg(args, unsigned int));
             }
             break;
         case Length::Short:
-            AppendNumber(out, spec, "hh", conversion, va_arg(args, int));
+            AppendNumber(out, conversion, "hh", conversion, va_arg(args, int));
             break;
         default:  // int, and Windows' 32-bit long
             if (isSigned) {
-                AppendNumber(out, spec, "", conversion, va_arg(args, int));
+                AppendNumber(out, conversion, "", conversion, va_arg(args, int));
             } else {
-                AppendNumber(out, spec, "", conversion, va_arg(args, unsigned int));
+                AppendNumber(out, conversion, "", conversion, va_arg(args, unsigned int));
             }
             break;
     }
 }
 
-void AppendFloat(std::wstring &out, const Spec &spec, va_list &args) {
-    AppendNumber(out, spec, "", static_cast<char>(spec.conversion), va_arg(args, double));
+void AppendFloat(std::wstring &out, const Conversion &conversion, va_list &args) {
+    AppendNumber(out, conversion, "", static_cast<char>(conversion.conversion), va_arg(args, double));
 }
 
-void AppendChar(std::wstring &out, const Spec &spec, bool wide, va_list &args) {
+void AppendChar(std::wstring &out, const Conversion &conversion, bool wide, va_list &args) {
     int value = va_arg(args, int);
     wchar_t c = wide ? static_cast<wchar_t>(value)
                      : static_cast<wchar_t>(static_cast<unsigned char>(value));
-    Spec plain = spec;
+    Conversion plain = conversion;
     plain.precision = -1;
     Pad(out, std::wstring_view(&c, 1), plain);
 }
 
-void AppendText(std::wstring &out, const Spec &spec, bool wide, va_list &args) {
+void AppendText(std::wstring &out, const Conversion &conversion, bool wide, va_list &args) {
     if (wide) {
         const wchar_t *text = va_arg(args, const wchar_t *);
-        AppendString(out, text ? std::wstring_view(text) : std::wstring_view(L"(null)"), spec);
+        AppendString(out, text ? std::wstring_view(text) : std::wstring_view(L"(null)"), conversion);
     } else {
         const char *text = va_arg(args, const char *);
-        AppendString(out, text ? platform::FromUtf8(text) : std::wstring(L"(null)"), spec);
+        AppendString(out, text ? platform::FromUtf8(text) : std::wstring(L"(null)"), conversion);
     }
 }
 
-void AppendConversion(std::wstring &out, const Spec &spec, va_list &args) {
+void AppendConversion(std::wstring &out, const Conversion &conversion, va_list &args) {
     // In the wide family, a plain "%s"/"%c" is wide and "%S"/"%C" narrow;
     // "h" forces narrow, "l"/"w" wide.
-    bool upper = spec.conversion == L'S' || spec.conversion == L'C';
-    bool wide = spec.length == Length::Wide || (spec.length != Length::Narrow && !upper);
-    switch (spec.conversion) {
+    bool upper = conversion.conversion == L'S' || conversion.conversion == L'C';
+    bool wide = conversion.length == Length::Wide || (conversion.length != Length::Narrow && !upper);
+    switch (conversion.conversion) {
         case L'd':
         case L'i':
         case L'u':
         case L'o':
         case L'x':
         case L'X':
-            AppendInteger(out, spec, args);
+            AppendInteger(out, conversion, args);
             break;
         case L'e':
         case L'E':
@@ -200,18 +200,18 @@ void AppendConversion(std::wstring &out, const Spec &spec, va_list &args) {
         case L'G':
         case L'a':
         case L'A':
-            AppendFloat(out, spec, args);
+            AppendFloat(out, conversion, args);
             break;
         case L'c':
         case L'C':
-            AppendChar(out, spec, wide, args);
+            AppendChar(out, conversion, wide, args);
             break;
         case L's':
         case L'S':
-            AppendText(out, spec, wide, args);
+            AppendText(out, conversion, wide, args);
             break;
         case L'p':
-            AppendNumber(out, spec, "", 'p', va_arg(args, void *));
+            AppendNumber(out, conversion, "", 'p', va_arg(args, void *));
             break;
         case L'n':
             (void)va_arg(args, void *);
@@ -248,10 +248,10 @@ std::wstring VFormatW(const wchar_t *format, va_list args) {
             out += *p++;
             continue;
         }
-        Spec spec;
-        ReadSpec(p, spec, work);
-        if (spec.conversion == 0) break;
-        AppendConversion(out, spec, work);
+        Conversion conversion;
+        ReadConversion(p, conversion, work);
+        if (conversion.conversion == 0) break;
+        AppendConversion(out, conversion, work);
     }
     va_end(work);
     return out;
