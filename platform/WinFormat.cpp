@@ -11,7 +11,7 @@ namespace {
 
 enum class Length { None, Short, Long32, LongLong, Size, Wide, Narrow };
 
-struct Conversion {
+struct Directive {
     std::string flags;
     int width = -1;
     int precision = -1;
@@ -30,77 +30,77 @@ int ReadNumber(const wchar_t *&p) {
 
 // Reads flags, width, precision and length after a '%'. Stars take their
 // value from the arguments, as printf does.
-void ReadConversion(const wchar_t *&p, Conversion &conversion, va_list &args) {
+void ReadDirective(const wchar_t *&p, Directive &directive, va_list &args) {
     while (IsFlag(*p)) {
-        if (*p == L'-') conversion.leftAlign = true;
-        conversion.flags += static_cast<char>(*p++);
+        if (*p == L'-') directive.leftAlign = true;
+        directive.flags += static_cast<char>(*p++);
     }
     if (*p == L'*') {
         ++p;
-        conversion.width = va_arg(args, int);
-        if (conversion.width < 0) {
-            conversion.leftAlign = true;
-            conversion.flags += '-';
-            conversion.width = -conversion.width;
+        directive.width = va_arg(args, int);
+        if (directive.width < 0) {
+            directive.leftAlign = true;
+            directive.flags += '-';
+            directive.width = -directive.width;
         }
     } else if (*p >= L'0' && *p <= L'9') {
-        conversion.width = ReadNumber(p);
+        directive.width = ReadNumber(p);
     }
     if (*p == L'.') {
         ++p;
         if (*p == L'*') {
             ++p;
-            conversion.precision = va_arg(args, int);
+            directive.precision = va_arg(args, int);
         } else {
-            conversion.precision = ReadNumber(p);
+            directive.precision = ReadNumber(p);
         }
     }
     if (p[0] == L'I' && p[1] == L'6' && p[2] == L'4') {
-        conversion.length = Length::LongLong, p += 3;
+        directive.length = Length::LongLong, p += 3;
     } else if (p[0] == L'I' && p[1] == L'3' && p[2] == L'2') {
-        conversion.length = Length::Long32, p += 3;
+        directive.length = Length::Long32, p += 3;
     } else if (p[0] == L'I') {
-        conversion.length = Length::Size, ++p;
+        directive.length = Length::Size, ++p;
     } else if (p[0] == L'l' && p[1] == L'l') {
-        conversion.length = Length::LongLong, p += 2;
+        directive.length = Length::LongLong, p += 2;
     } else if (p[0] == L'h' && p[1] == L'h') {
-        conversion.length = Length::Short, p += 2;
+        directive.length = Length::Short, p += 2;
     } else if (p[0] == L'h') {
-        conversion.length = Length::Narrow, ++p;  // "%hs", "%hc" narrow; "%hd" short
+        directive.length = Length::Narrow, ++p;  // "%hs", "%hc" narrow; "%hd" short
     } else if (p[0] == L'l') {
-        conversion.length = Length::Wide, ++p;  // "%ls", "%lc" wide; "%ld" 32-bit
+        directive.length = Length::Wide, ++p;  // "%ls", "%lc" wide; "%ld" 32-bit
     } else if (p[0] == L'w') {
-        conversion.length = Length::Wide, ++p;
+        directive.length = Length::Wide, ++p;
     } else if (p[0] == L'L' || p[0] == L'q' || p[0] == L'j' || p[0] == L'z' || p[0] == L't') {
-        conversion.length = (p[0] == L'L') ? Length::None : Length::LongLong, ++p;
+        directive.length = (p[0] == L'L') ? Length::None : Length::LongLong, ++p;
     }
-    conversion.conversion = *p;
+    directive.conversion = *p;
     if (*p) ++p;
 }
 
-void Pad(std::wstring &out, std::wstring_view text, const Conversion &conversion) {
-    std::size_t width = conversion.width > 0 ? static_cast<std::size_t>(conversion.width) : 0;
+void Pad(std::wstring &out, std::wstring_view text, const Directive &directive) {
+    std::size_t width = directive.width > 0 ? static_cast<std::size_t>(directive.width) : 0;
     std::size_t fill = width > text.size() ? width - text.size() : 0;
-    if (!conversion.leftAlign) out.append(fill, L' ');
+    if (!directive.leftAlign) out.append(fill, L' ');
     out.append(text);
-    if (conversion.leftAlign) out.append(fill, L' ');
+    if (directive.leftAlign) out.append(fill, L' ');
 }
 
-void AppendString(std::wstring &out, std::wstring_view text, const Conversion &conversion) {
-    if (conversion.precision >= 0 && static_cast<std::size_t>(conversion.precision) < text.size()) {
-        text = text.substr(0, static_cast<std::size_t>(conversion.precision));
+void AppendString(std::wstring &out, std::wstring_view text, const Directive &directive) {
+    if (directive.precision >= 0 && static_cast<std::size_t>(directive.precision) < text.size()) {
+        text = text.substr(0, static_cast<std::size_t>(directive.precision));
     }
-    Pad(out, text, conversion);
+    Pad(out, text, directive);
 }
 
-// Numbers go through snprintf with a narrow conversion of the same flags, width
+// Numbers go through snprintf with a narrow directive of the same flags, width
 // and precision; its output is ASCII.
 template <typename T>
-void AppendNumber(std::wstring &out, const Conversion &conversion, const char *length, char conversion,
+void AppendNumber(std::wstring &out, const Directive &directive, const char *length, char conversion,
                   T value) {
-    std::string format = "%" + conversion.flags;
-    if (conversion.width >= 0) format += std::to_string(conversion.width);
-    if (conversion.precision >= 0) format += "." + std::to_string(conversion.precision);
+    std::string format = "%" + directive.flags;
+    if (directive.width >= 0) format += std::to_string(directive.width);
+    if (directive.precision >= 0) format += "." + std::to_string(directive.precision);
     format += length;
     format += conversion;
     char buffer[512];
@@ -115,82 +115,82 @@ void AppendNumber(std::wstring &out, const Conversion &conversion, const char *l
     out.append(big.begin(), big.begin() + n);
 }
 
-void AppendInteger(std::wstring &out, const Conversion &conversion, va_list &args) {
-    char conversion = static_cast<char>(conversion.conversion == L'i' ? L'd' : conversion.conversion);
+void AppendInteger(std::wstring &out, const Directive &directive, va_list &args) {
+    char conversion = static_cast<char>(directive.conversion == L'i' ? L'd' : directive.conversion);
     bool isSigned = conversion == 'd';
-    switch (conversion.length) {
+    switch (directive.length) {
         case Length::LongLong:
             if (isSigned) {
-                AppendNumber(out, conversion, "ll", conversion,
+                AppendNumber(out, directive, "ll", conversion,
                              static_cast<long long>(va_arg(args, std::int64_t)));
             } else {
-                AppendNumber(out, conversion, "ll", conversion,
+                AppendNumber(out, directive, "ll", conversion,
                              static_cast<unsigned long long>(va_arg(args, std::uint64_t)));
             }
             break;
         case Length::Size:
             if (isSigned) {
-                AppendNumber(out, conversion, "z", conversion, va_arg(args, std::ptrdiff_t));
+                AppendNumber(out, directive, "z", conversion, va_arg(args, std::ptrdiff_t));
             } else {
-                AppendNumber(out, conversion, "z", conversion, va_arg(args, std::size_t));
+                AppendNumber(out, directive, "z", conversion, va_arg(args, std::size_t));
             }
             break;
         case Length::Narrow:  // "%hd": a short, promoted to int
             if (isSigned) {
-                AppendNumber(out, conversion, "h", conversion, va_arg(args, int));
+                AppendNumber(out, directive, "h", conversion, va_arg(args, int));
             } else {
-                AppendNumber(out, conversion, "h", conversion, va_arg(args, unsigned int));
+                AppendNumber(out, directive, "h", conversion, va_arg(args, unsigned int));
             }
             break;
         case Length::Short:
-            AppendNumber(out, conversion, "hh", conversion, va_arg(args, int));
+            AppendNumber(out, directive, "hh", conversion, va_arg(args, int));
             break;
         default:  // int, and Windows' 32-bit long
             if (isSigned) {
-                AppendNumber(out, conversion, "", conversion, va_arg(args, int));
+                AppendNumber(out, directive, "", conversion, va_arg(args, int));
             } else {
-                AppendNumber(out, conversion, "", conversion, va_arg(args, unsigned int));
+                AppendNumber(out, directive, "", conversion, va_arg(args, unsigned int));
             }
             break;
     }
 }
 
-void AppendFloat(std::wstring &out, const Conversion &conversion, va_list &args) {
-    AppendNumber(out, conversion, "", static_cast<char>(conversion.conversion), va_arg(args, double));
+void AppendFloat(std::wstring &out, const Directive &directive, va_list &args) {
+    AppendNumber(out, directive, "", static_cast<char>(directive.conversion), va_arg(args, double));
 }
 
-void AppendChar(std::wstring &out, const Conversion &conversion, bool wide, va_list &args) {
+void AppendChar(std::wstring &out, const Directive &directive, bool wide, va_list &args) {
     int value = va_arg(args, int);
     wchar_t c = wide ? static_cast<wchar_t>(value)
                      : static_cast<wchar_t>(static_cast<unsigned char>(value));
-    Conversion plain = conversion;
+    Directive plain = directive;
     plain.precision = -1;
     Pad(out, std::wstring_view(&c, 1), plain);
 }
 
-void AppendText(std::wstring &out, const Conversion &conversion, bool wide, va_list &args) {
+void AppendText(std::wstring &out, const Directive &directive, bool wide, va_list &args) {
     if (wide) {
         const wchar_t *text = va_arg(args, const wchar_t *);
-        AppendString(out, text ? std::wstring_view(text) : std::wstring_view(L"(null)"), conversion);
+        AppendString(out, text ? std::wstring_view(text) : std::wstring_view(L"(null)"), directive);
     } else {
         const char *text = va_arg(args, const char *);
-        AppendString(out, text ? platform::FromUtf8(text) : std::wstring(L"(null)"), conversion);
+        AppendString(out, text ? platform::FromUtf8(text) : std::wstring(L"(null)"), directive);
     }
 }
 
-void AppendConversion(std::wstring &out, const Conversion &conversion, va_list &args) {
+void AppendConversion(std::wstring &out, const Directive &directive, va_list &args) {
     // In the wide family, a plain "%s"/"%c" is wide and "%S"/"%C" narrow;
     // "h" forces narrow, "l"/"w" wide.
-    bool upper = conversion.conversion == L'S' || conversion.conversion == L'C';
-    bool wide = conversion.length == Length::Wide || (conversion.length != Length::Narrow && !upper);
-    switch (conversion.conversion) {
+    bool upper = directive.conversion == L'S' || directive.conversion == L'C';
+    bool wide = directive.length == Length::Wide || (directive.length != Length::Narrow && !upper);
+    switch (directive.conversion) {
         case L'd':
         case L'i':
         case L'u':
         case L'o':
         case L'x':
         case L'X':
-            AppendInteger(out, conversion, args);
+            AppendInteger(out, directive, args);
             break;
         case L'e':
         case L'E':
@@ -200,18 +200,18 @@ void AppendConversion(std::wstring &out, const Conversion &conversion, va_list &
         case L'G':
         case L'a':
         case L'A':
-            AppendFloat(out, conversion, args);
+            AppendFloat(out, directive, args);
             break;
         case L'c':
         case L'C':
-            AppendChar(out, conversion, wide, args);
+            AppendChar(out, directive, wide, args);
             break;
         case L's':
         case L'S':
-            AppendText(out, conversion, wide, args);
+            AppendText(out, directive, wide, args);
             break;
         case L'p':
-            AppendNumber(out, conversion, "", 'p', va_arg(args, void *));
+            AppendNumber(out, directive, "", 'p', va_arg(args, void *));
             break;
         case L'n':
             (void)va_arg(args, void *);
@@ -248,10 +248,10 @@ std::wstring VFormatW(const wchar_t *format, va_list args) {
             out += *p++;
             continue;
         }
-        Conversion conversion;
-        ReadConversion(p, conversion, work);
-        if (conversion.conversion == 0) break;
-        AppendConversion(out, conversion, work);
+        Directive directive;
+        ReadDirective(p, directive, work);
+        if (directive.conversion == 0) break;
+        AppendConversion(out, directive, work);
     }
     va_end(work);
     return out;
