@@ -272,6 +272,7 @@ constexpr VarnickStringEntry kStrings[] = {
     {2203, L"This archive is not encrypted, so the password was not used."},
     {2204, L"Some items are encrypted with another password; the archive is verified without it."},
     {2205, L"The archive could not be converted: a file could not be opened."},
+    {2206, L"Please choose the folder to write the recovered archive to."},
     {2220, L"Save the MD5 Digest"},
     {2221, L"MD5 Files (*.md5)|*.md5|All Files (*.*)|*.*||"},
     {2222, L"Save the SHA-1 Digest"},
