@@ -1,0 +1,172 @@
+// The association dialog run modally while a "user" on another thread reads
+// its rows and presses its buttons.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+#include "AssociationTestSupport.h"
+#include "CAppOptionsRepository.h"
+#include "CAppUtils.h"
+#include "CChangeFileAssociations.h"
+#include "CRegistry.h"
+#include "FileAssociations.h"
+#include "platform/Win32.h"
+#include "support/DialogDriving.h"
+#include "support/LoadedResources.h"
+#include "support/TempHome.h"
+
+using shelltest::ClassesText;
+using shelltest::SetClassesText;
+using testsupport::Click;
+using testsupport::WaitFor;
+using platform::ListRow;
+
+namespace {
+
+constexpr std::size_t kZipRow = 3;
+constexpr std::size_t kRarRow = 14;
+
+class ChangeFileAssociationsTest : public testsupport::HomeTest {
+protected:
+    // Runs the dialog on this thread while `user` acts on it from another
+    // one; `user` ends it.
+    bool RunWith(CChangeFileAssociations &dialog, const std::function<void(HWND)> &user) {
+        std::thread person([&] {
+            if (WaitFor([&] { return dialog.window.load() != nullptr; })) user(dialog.window);
+        });
+        const bool ok = dialog.Run();
+        person.join();
+        return ok;
+    }
+
+    static std::vector<ListRow> Rows(HWND dialog) {
+        return platform::ReadControl(dialog, CChangeFileAssociations::IDC_ASSOCIATION_LIST)
+            .state.rows;
+    }
+    static std::vector<bool> Checks(HWND dialog) {
+        std::vector<bool> checks;
+        for (const ListRow &row : Rows(dialog)) {
+            checks.push_back((row.state & LVIS_STATEIMAGEMASK) ==
+                             CChangeFileAssociations::kCheckedState);
+        }
+        return checks;
+    }
+    static std::vector<bool> OnlyChecked(std::initializer_list<std::size_t> rows) {
+        std::vector<bool> checks(kFileAssociationCount, false);
+        for (std::size_t row : rows) checks[row] = true;
+        return checks;
+    }
+    static void RequestInversion(DWORD row) {
+        HKEY key = nullptr;
+        ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, CChangeFileAssociations::kRequestKey, 0,
+                                  nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+                  ERROR_SUCCESS);
+        RegCloseKey(key);
+        CRegistry request;
+        request.SetAppKey(CChangeFileAssociations::kRequestKey);
+        request.WriteRegSetting(CChangeFileAssociations::kRequestValue, &row);
+    }
+    static bool RequestKeyExists() {
+        HKEY key = nullptr;
+        if (RegOpenKeyExW(HKEY_CURRENT_USER, CChangeFileAssociations::kRequestKey, 0, KEY_READ,
+                          &key) != ERROR_SUCCESS) {
+            return false;
+        }
+        RegCloseKey(key);
+        return true;
+    }
+
+    testsupport::LoadedResources resources;
+    platform::HeadlessUiHost host;
+    platform::ScopedUiHost installed{&host};
+};
+
+}  // namespace
+
+TEST_F(ChangeFileAssociationsTest, RowsShowEveryKindCheckedAsItIsAssociated) {
+    SetClassesText(L".rar", nullptr, L"Varnick.Archive.Open.Rar");
+    CChangeFileAssociations dialog(nullptr);
+    std::vector<ListRow> rows;
+    std::vector<bool> checks;
+    DWORD style = 0;
+    const bool ok = RunWith(dialog, [&](HWND window) {
+        rows = Rows(window);
+        checks = Checks(window);
+        style = platform::ReadControl(window, CChangeFileAssociations::IDC_ASSOCIATION_LIST)
+                    .state.listViewStyle;
+        Click(window, IDCANCEL);
+    });
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(style & LVS_EX_CHECKBOXES, LVS_EX_CHECKBOXES);
+    ASSERT_EQ(rows.size(), kFileAssociationCount);
+    EXPECT_EQ(checks, OnlyChecked({kRarRow}));
+    ASSERT_EQ(rows[kZipRow].texts.size(), 3u);
+    EXPECT_EQ(rows[kZipRow].texts[0], CAppUtils::LoadString(364));
+    EXPECT_EQ(rows[kZipRow].texts[1], CAppUtils::LoadString(365));
+    EXPECT_EQ(rows[kZipRow].texts[2], CAppUtils::LoadString(366));
+    EXPECT_EQ(rows[1].texts[1], CAppUtils::LoadString(1184));
+    EXPECT_EQ(rows[38].texts[1], CAppUtils::LoadString(1137));
+    for (const ListRow &row : rows) {
+        for (const std::wstring &text : row.texts) EXPECT_FALSE(text.empty());
+    }
+}
+
+TEST_F(ChangeFileAssociationsTest, RequestedRowIsOfferedInvertedOnceAndCancelChangesNothing) {
+    SetClassesText(L".rar", nullptr, L"Varnick.Archive.Open.Rar");
+    RequestInversion(kRarRow);
+    {
+        CChangeFileAssociations dialog(nullptr);
+        std::vector<bool> checks;
+        EXPECT_FALSE(RunWith(dialog, [&](HWND window) {
+            checks = Checks(window);
+            Click(window, IDCANCEL);
+        }));
+        EXPECT_EQ(checks, OnlyChecked({}));
+    }
+    EXPECT_FALSE(RequestKeyExists()) << "the request is used once";
+    EXPECT_TRUE(IsAssociatedWithVarnick(format::rar)) << "cancel keeps the registry";
+
+    RequestInversion(kZipRow);
+    CChangeFileAssociations dialog(nullptr);
+    std::vector<bool> checks;
+    RunWith(dialog, [&](HWND window) {
+        checks = Checks(window);
+        Click(window, IDCANCEL);
+    });
+    EXPECT_EQ(checks, OnlyChecked({kZipRow, kRarRow}));
+
+    RequestInversion(kFileAssociationCount);  // names no row
+    CChangeFileAssociations outOfRange(nullptr);
+    RunWith(outOfRange, [&](HWND window) {
+        checks = Checks(window);
+        Click(window, IDCANCEL);
+    });
+    EXPECT_EQ(checks, OnlyChecked({kRarRow}));
+}
+
+TEST_F(ChangeFileAssociationsTest, OkAppliesTheChecksToTheRegistryAndTheOptionsTable) {
+    SetClassesText(L".rar", nullptr, L"Varnick.Archive.Open.Rar");
+    CChangeFileAssociations dialog(nullptr);
+    std::vector<bool> allChecked;
+    const bool ok = RunWith(dialog, [&](HWND window) {
+        Click(window, CChangeFileAssociations::IDC_CHECK_ALL);
+        WaitFor([&] { return Checks(window) == std::vector<bool>(kFileAssociationCount, true); });
+        allChecked = Checks(window);
+        Click(window, CChangeFileAssociations::IDC_UNCHECK_ALL);
+        WaitFor([&] { return Checks(window) == OnlyChecked({}); });
+        ListView_SetCheckState(GetDlgItem(window, CChangeFileAssociations::IDC_ASSOCIATION_LIST),
+                               static_cast<int>(kZipRow), TRUE);
+        Click(window, IDOK);
+    });
+    ASSERT_TRUE(ok);
+    EXPECT_EQ(allChecked, std::vector<bool>(kFileAssociationCount, true));
+    EXPECT_TRUE(IsAssociatedWithVarnick(format::zip));
+    EXPECT_FALSE(IsAssociatedWithVarnick(format::rar));
+    EXPECT_EQ(ClassesText(L".zip"), L"Varnick.Archive.Open.Zip");
+    for (std::size_t row = 0; row < kFileAssociationCount; ++row) {
+        const FILEASSOCIATION &entry = dialog.options->FileAssociations.entries[row];
+        EXPECT_EQ(entry.type, kFileAssociationTypes[row]);
+        EXPECT_EQ(entry.associated, row == kZipRow ? TRUE : FALSE) << "row " << row;
+    }
+}
