@@ -1,0 +1,138 @@
+// The engine's developer program end to end, as the benchmark runs it.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/ProgramRun.h"
+#include "support/TempHome.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testsupport::ReadBytes;
+using testsupport::WriteBytes;
+
+testsupport::ProgramRun Engine(const std::string &arguments) {
+    return testsupport::RunProgram("varnick-engine", arguments);
+}
+
+std::string Quoted(const fs::path &path) { return "'" + path.string() + "'"; }
+
+class VarnickEngineCli : public testsupport::HomeTest {
+protected:
+    // A small tree with text, bytes of every value, an empty file and a
+    // nested folder.
+    fs::path MakeSources() {
+        fs::path sources = home.Scratch("sources") / "tree";
+        fs::create_directories(sources / "sub" / "deeper");
+        std::string text;
+        for (int i = 0; i < 2000; ++i) text += "line " + std::to_string(i) + " of some text\n";
+        std::string bytes;
+        for (int i = 0; i < 70000; ++i) bytes += static_cast<char>((i * 7919) & 0xFF);
+        WriteBytes(sources / "text.txt", text);
+        WriteBytes(sources / "sub" / "bytes.bin", bytes);
+        WriteBytes(sources / "sub" / "deeper" / "empty", "");
+        return sources;
+    }
+
+    static void ExpectSameTree(const fs::path &expected, const fs::path &actual) {
+        for (const auto &entry : fs::recursive_directory_iterator(expected)) {
+            fs::path relative = fs::relative(entry.path(), expected);
+            fs::path copy = actual / relative;
+            ASSERT_TRUE(fs::exists(copy)) << relative;
+            EXPECT_EQ(entry.is_directory(), fs::is_directory(copy)) << relative;
+            if (entry.is_regular_file()) {
+                EXPECT_EQ(ReadBytes(entry.path()), ReadBytes(copy)) << relative;
+            }
+        }
+    }
+};
+
+TEST_F(VarnickEngineCli, ZipRoundTripRestoresEveryFileAndListsAndTestsTheArchive) {
+    fs::path sources = MakeSources();
+    fs::path archive = home.Scratch("out") / "tree.zip";
+
+    auto created = Engine("a --level 6 " + Quoted(archive) + " " + Quoted(sources));
+    ASSERT_EQ(created.exitCode, 0) << created.output;
+    EXPECT_EQ(ReadBytes(archive).substr(0, 2), "PK");
+
+    auto listed = Engine("l " + Quoted(archive));
+    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    EXPECT_NE(listed.output.find("tree/sub/bytes.bin"), std::string::npos) << listed.output;
+    EXPECT_NE(listed.output.find("tree/sub/deeper/"), std::string::npos) << listed.output;
+    EXPECT_NE(listed.output.find("3 files"), std::string::npos) << listed.output;
+
+    auto tested = Engine("t " + Quoted(archive));
+    EXPECT_EQ(tested.exitCode, 0) << tested.output;
+
+    fs::path destination = home.Scratch("expanded");
+    auto expanded = Engine("x " + Quoted(archive) + " " + Quoted(destination));
+    ASSERT_EQ(expanded.exitCode, 0) << expanded.output;
+    ExpectSameTree(sources, destination / "tree");
+
+    // A second expansion into the same folder replaces rather than stops.
+    EXPECT_EQ(Engine("x " + Quoted(archive) + " " + Quoted(destination)).exitCode, 0);
+}
+
+TEST_F(VarnickEngineCli, FormatFollowsTheExtensionUnlessOneIsGiven) {
+    fs::path sources = MakeSources();
+    fs::path out = home.Scratch("out");
+
+    auto tgz = Engine("a --no-threads " + Quoted(out / "tree.tgz") + " " + Quoted(sources));
+    ASSERT_EQ(tgz.exitCode, 0) << tgz.output;
+    EXPECT_EQ(ReadBytes(out / "tree.tgz").substr(0, 2), "\x1f\x8b");
+    fs::path destination = home.Scratch("from-tgz");
+    ASSERT_EQ(Engine("x " + Quoted(out / "tree.tgz") + " " + Quoted(destination)).exitCode, 0);
+    ExpectSameTree(sources, destination / "tree");
+
+    auto given = Engine("a --format zip " + Quoted(out / "tree.data") + " " + Quoted(sources));
+    ASSERT_EQ(given.exitCode, 0) << given.output;
+    EXPECT_EQ(ReadBytes(out / "tree.data").substr(0, 2), "PK");
+
+    auto unknown = Engine("a " + Quoted(out / "tree.what") + " " + Quoted(sources));
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_NE(unknown.output.find("--format"), std::string::npos) << unknown.output;
+}
+
+TEST_F(VarnickEngineCli, PasswordReachesTheEngineBothWays) {
+    fs::path sources = MakeSources();
+    fs::path archive = home.Scratch("out") / "secret.zip";
+    ASSERT_EQ(
+        Engine("a --password 'pass word' " + Quoted(archive) + " " + Quoted(sources)).exitCode, 0);
+
+    auto without = Engine("x " + Quoted(archive) + " " + Quoted(home.Scratch("none")));
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_NE(without.output.find("17507 (a password is needed"), std::string::npos)
+        << without.output;
+
+    fs::path destination = home.Scratch("with");
+    auto with = Engine("x --password 'pass word' " + Quoted(archive) + " " + Quoted(destination));
+    ASSERT_EQ(with.exitCode, 0) << with.output;
+    ExpectSameTree(sources, destination / "tree");
+}
+
+TEST_F(VarnickEngineCli, FailuresExitWithTheEngineResultAndItsMeaning) {
+    fs::path junk = home.Scratch("in") / "junk.zip";
+    WriteBytes(junk, std::string(100, 'j'));
+    auto notArchive = Engine("l " + Quoted(junk));
+    EXPECT_EQ(notArchive.exitCode, 1);
+    EXPECT_NE(notArchive.output.find("17510 (the file is of no kind the engine knows)"),
+              std::string::npos)
+        << notArchive.output;
+
+    auto missing = Engine("t " + Quoted(home.Path() / "nowhere.zip"));
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.output.find("2 (the system cannot find the file specified)"),
+              std::string::npos)
+        << missing.output;
+
+    EXPECT_EQ(Engine("").exitCode, 2);
+    EXPECT_EQ(Engine("q archive.zip").exitCode, 2);
+    EXPECT_EQ(Engine("x only-one.zip").exitCode, 2);
+    auto badNumber = Engine("a --level six out.zip in");
+    EXPECT_EQ(badNumber.exitCode, 2);
+    EXPECT_NE(badNumber.output.find("needs a number"), std::string::npos) << badNumber.output;
+}
+
+}  // namespace
