@@ -1,0 +1,40 @@
+// Shared steps of the option records: the product's registry root, and the
+// typed reads and writes of one value that both stores make again and again.
+// Internal to settings/.
+#pragma once
+
+#include <string>
+
+#include "CRegistry.h"
+#include "platform/WinTypes.h"
+
+namespace optionstore {
+
+inline constexpr const wchar_t *kProductRoot = L"Software\\Orvane Labs\\Varnick";
+
+// A key of HKEY_CURRENT_USER: the product root with `subKey` appended (the
+// root itself for an empty one), or a full path of its own.
+class OptionKey {
+public:
+    explicit OptionKey(const wchar_t *subKey, bool create = false);
+    OptionKey(const std::wstring &fullPath, bool create);
+
+    // A missing or unreadable value leaves the field.
+    void Read(const wchar_t *name, DWORD &field);
+    // True only for exactly 1.
+    void Read(const wchar_t *name, bool &field);
+    // Text of at most 511 characters (a buffer of 1,024 bytes).
+    void Read(const wchar_t *name, std::wstring &field);
+
+    void Write(const wchar_t *name, DWORD value);
+    // A DWORD of 1 or 0.
+    void Write(const wchar_t *name, bool value);
+    void Write(const wchar_t *name, const std::wstring &value);
+
+    CRegistry &Registry() { return registry_; }
+
+private:
+    CRegistry registry_;
+};
+
+}  // namespace optionstore

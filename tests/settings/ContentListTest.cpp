@@ -1,0 +1,222 @@
+// CNewArchiveContentList and CFilterObject: the job-file form with its
+// dropped paths and filter state, the values a job file assumes for missing
+// filter keys, and the date comparisons.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "CIniFile.h"
+#include "CNewArchiveContentList.h"
+#include "platform/WinTime.h"
+#include "support/TempHome.h"
+
+namespace {
+
+using Strings = std::vector<std::wstring>;
+
+FILETIME Ticks(ULONGLONG ticks) {
+    return FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+ULONGLONG TicksOf(const FILETIME &time) {
+    return (ULONGLONG{time.dwHighDateTime} << 32) | time.dwLowDateTime;
+}
+constexpr ULONGLONG kTicksPerSecond = 10000000;
+constexpr ULONGLONG kTicksPerDay = 86400 * kTicksPerSecond;
+
+FILETIME LocalNow() {
+    FILETIME utc{};
+    FILETIME local{};
+    GetSystemTimeAsFileTime(&utc);
+    FileTimeToLocalFileTime(&utc, &local);
+    return local;
+}
+
+class ContentListTest : public testsupport::HomeTest {
+protected:
+    std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
+    void WriteJobFile(const std::string &text) {
+        testsupport::WriteBytes(home.Scratch() / "job.ini", "\xEF\xBB\xBF" + text);
+    }
+    // A file or folder that exists, below the scratch folder.
+    std::wstring Existing(const std::string &name, bool folder = false) {
+        std::filesystem::path path = home.Scratch() / name;
+        if (folder)
+            std::filesystem::create_directories(path);
+        else
+            testsupport::WriteBytes(path, "x");
+        return path.wstring();
+    }
+    std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
+};
+
+TEST_F(ContentListTest, DefaultsOfTheListAndTheFilter) {
+    CNewArchiveContentList list;
+    EXPECT_TRUE(list.Files.empty());
+    EXPECT_EQ(list.Filter, nullptr);
+    EXPECT_EQ(list.SegmentSize, 0);
+    EXPECT_FALSE(list.OneArchivePerItem || list.Timestamp || list.MakeIndex);
+
+    const ULONGLONG before = TicksOf(LocalNow());
+    list.GetNewFilterObject();
+    const ULONGLONG after = TicksOf(LocalNow());
+    const CFilterObject &filter = *list.Filter;
+    EXPECT_TRUE(filter.Mask.empty());
+    EXPECT_FALSE(filter.ByDate || filter.AddArchived || filter.ResetArchived);
+    EXPECT_EQ(filter.DateType, 0u);
+    EXPECT_EQ(filter.Since, 0u);
+    EXPECT_TRUE(filter.SystemAndHidden);
+    EXPECT_GE(TicksOf(filter.DateStart), before);
+    EXPECT_LE(TicksOf(filter.DateStart), after);
+    EXPECT_EQ(TicksOf(filter.DateEnd), TicksOf(filter.DateStart));
+
+    list.DisposeOfFilterObject();
+    EXPECT_EQ(list.Filter, nullptr);
+}
+
+TEST_F(ContentListTest, JobFileRoundTripWithAFilter) {
+    CNewArchiveContentList list;
+    list.Files = {Existing("a.txt"), Existing("b.txt")};
+    list.Folders = {Existing("docs", true)};
+    list.OneArchivePerItem = true;
+    list.MakeIndex = true;
+    list.SegmentSize = 5'000'000'000;
+    list.IndexPath = L"/not/stored";
+    list.GetNewFilterObject();
+    list.Filter->Mask = L"*.txt;*.doc";
+    list.Filter->ByDate = true;
+    list.Filter->DateType = 3;
+    list.Filter->DateStart = Ticks(0x01D9'0000'8000'0001ull);
+    list.Filter->DateEnd = Ticks(0x01DA'0000'FFFF'FFFFull);
+    list.Filter->Since = 30;
+    list.Filter->AddArchived = true;
+    list.Filter->SystemAndHidden = false;
+    EXPECT_TRUE(list.SaveToIni(JobFile().c_str()));
+
+    CNewArchiveContentList read;
+    EXPECT_TRUE(read.ReadFromIni(JobFile().c_str()));
+    EXPECT_EQ(read.Files, list.Files);
+    EXPECT_EQ(read.Folders, list.Folders);
+    EXPECT_TRUE(read.OneArchivePerItem);
+    EXPECT_FALSE(read.Timestamp);
+    EXPECT_TRUE(read.MakeIndex);
+    EXPECT_EQ(read.SegmentSize, 5'000'000'000);
+    EXPECT_TRUE(read.IndexPath.empty());
+    ASSERT_NE(read.Filter, nullptr);
+    EXPECT_EQ(read.Filter->Mask, L"*.txt;*.doc");
+    EXPECT_TRUE(read.Filter->ByDate);
+    EXPECT_EQ(read.Filter->DateType, 3u);
+    // Halves with the top bit set go out as negative numbers and come back.
+    EXPECT_EQ(TicksOf(read.Filter->DateStart), TicksOf(list.Filter->DateStart));
+    EXPECT_EQ(TicksOf(read.Filter->DateEnd), TicksOf(list.Filter->DateEnd));
+    EXPECT_EQ(read.Filter->Since, 30u);
+    EXPECT_TRUE(read.Filter->AddArchived);
+    EXPECT_FALSE(read.Filter->ResetArchived);
+    EXPECT_FALSE(read.Filter->SystemAndHidden);
+
+    // A second read appends to the lists.
+    read.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(read.Files.size(), 4u);
+}
+
+TEST_F(ContentListTest, PathsThatHaveGoneAreDroppedAndTheOthersKeepTheirOrder) {
+    const std::wstring first = Existing("1.txt");
+    const std::wstring third = Existing("3.txt");
+    WriteJobFile("[FilesToInclude]\r\n7=" + Narrow(third) + "\r\n0=/gone/2.txt\r\n1=" +
+                 Narrow(first) + "\r\n[FolderFilter]\r\nFolderFilterState=0\r\n");
+    CNewArchiveContentList list;
+    list.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(list.Files, (Strings{third, first}));
+    EXPECT_EQ(list.Filter, nullptr);
+}
+
+TEST_F(ContentListTest, FilterStateZeroLeavesTheFilterAsItWas) {
+    WriteJobFile("[FolderFilter]\r\nFolderFilterState=0\r\nMask=*.jpg\r\nByDate=1\r\nSince=3\r\n");
+    CNewArchiveContentList list;
+    list.GetNewFilterObject();
+    list.Filter->Mask = L"*.keep";
+    list.ReadFromIni(JobFile().c_str());
+    ASSERT_NE(list.Filter, nullptr);
+    EXPECT_EQ(list.Filter->Mask, L"*.keep");
+    EXPECT_FALSE(list.Filter->ByDate);
+
+    CNewArchiveContentList none;
+    none.SaveToIni(JobFile().c_str());
+    CIniFile ini(JobFile().c_str());
+    wchar_t state[8] = {};
+    ASSERT_TRUE(ini.GetString(L"FolderFilter", L"FolderFilterState", state, 8));
+    EXPECT_STREQ(state, L"0");
+}
+
+TEST_F(ContentListTest, AnEmptyMaskIsSavedAsStarDotStar) {
+    CFilterObject filter;
+    filter.SaveToIni(L"FolderFilter", JobFile().c_str());
+    EXPECT_EQ(filter.Mask, L"*.*");
+    CFilterObject read;
+    read.ReadFromIni(L"FolderFilter", JobFile().c_str());
+    EXPECT_EQ(read.Mask, L"*.*");
+}
+
+TEST_F(ContentListTest, MissingFilterKeysTakeTheJobFilesAssumptions) {
+    WriteJobFile("[FolderFilter]\r\nFolderFilterState=1\r\n");
+    CFilterObject filter;
+    filter.Mask = L"*.kept";
+    filter.DateType = 2;
+    filter.ByDate = true;
+    filter.AddArchived = true;
+    filter.ReadFromIni(L"FolderFilter", JobFile().c_str());
+    EXPECT_EQ(filter.Mask, L"*.kept");
+    EXPECT_EQ(filter.DateType, 2u);
+    EXPECT_FALSE(filter.ByDate);
+    EXPECT_FALSE(filter.AddArchived);
+    // Not the constructor's 0 and true.
+    EXPECT_EQ(filter.Since, 10u);
+    EXPECT_FALSE(filter.SystemAndHidden);
+    EXPECT_EQ(TicksOf(filter.DateStart), 0u);
+    EXPECT_EQ(TicksOf(filter.DateEnd), 0u);
+}
+
+TEST_F(ContentListTest, AnUnreadableJobFileGivesNothingAndStillTrue) {
+    CNewArchiveContentList list;
+    EXPECT_TRUE(list.ReadFromIni((home.Scratch() / "missing.ini").wstring().c_str()));
+    EXPECT_TRUE(list.Files.empty());
+    EXPECT_TRUE(list.Folders.empty());
+    EXPECT_EQ(list.Filter, nullptr);
+}
+
+TEST_F(ContentListTest, DateTypesCompareTheLastWriteTimeWithExclusiveBounds) {
+    CFilterObject filter;
+    filter.DateStart = Ticks(1000);
+    filter.DateEnd = Ticks(2000);
+    const FILETIME since = Ticks(1500);
+    auto passes = [&](DWORD type, ULONGLONG time) {
+        filter.DateType = type;
+        return filter.DatePasses(Ticks(time), since);
+    };
+    EXPECT_TRUE(passes(0, 0));
+    EXPECT_TRUE(passes(1, 999));
+    EXPECT_FALSE(passes(1, 1000));
+    EXPECT_TRUE(passes(2, 1001));
+    EXPECT_FALSE(passes(2, 1000));
+    EXPECT_TRUE(passes(3, 1500));
+    EXPECT_FALSE(passes(3, 1000));
+    EXPECT_FALSE(passes(3, 2000));
+    EXPECT_TRUE(passes(4, 1501));
+    EXPECT_FALSE(passes(4, 1500));
+    EXPECT_FALSE(passes(5, 1500));
+    EXPECT_FALSE(passes(99, 1500));
+}
+
+TEST_F(ContentListTest, SinceLimitIsThatManyDaysBeforeNow) {
+    CFilterObject filter;
+    filter.Since = 40;  // across a month boundary whatever today is
+    const ULONGLONG now = TicksOf(LocalNow());
+    const ULONGLONG limit = TicksOf(filter.SinceLimit());
+    // A day may be an hour short or long across a change of summer time.
+    const LONGLONG difference =
+        static_cast<LONGLONG>(now - limit) - static_cast<LONGLONG>(40 * kTicksPerDay);
+    EXPECT_LE(std::llabs(difference), static_cast<LONGLONG>(3601 * kTicksPerSecond));
+}
+
+}  // namespace

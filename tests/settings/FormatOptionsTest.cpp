@@ -1,0 +1,304 @@
+// CFormatOptionsRepository: defaults, the level and extent table from the
+// engine's vnkx ranges with its copying quirks, the simple preset, the
+// registry in both modes, and the job file with its two quirks.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "CEngine.h"
+#include "CFormatOptionsRepository.h"
+#include "CIniFile.h"
+#include "platform/Registry.h"
+#include "settings/OptionStore.h"
+#include "support/TempHome.h"
+
+namespace {
+
+using optionstore::OptionKey;
+
+// One range value of a vnkx method, asked of the engine directly; -1 when
+// the engine has none.
+LONG EngineRange(CEngine &engine, int method, const char *name) {
+    SetFormatIntegerProperty(engine.GetEngine(), "vnkx", kFormatPropCompMethod, method);
+    int32_t value = -1;
+    if (GetFormatIntegerProperty(engine.GetEngine(), "vnkx", name, &value) != 0) return -1;
+    return value;
+}
+
+std::vector<std::wstring> ValueNames(const wchar_t *subKey) {
+    OptionKey key(subKey);
+    std::vector<std::wstring> names;
+    wchar_t name[256] = {};
+    for (int found = key.Registry().FindFirst(name, 256); found;
+         found = key.Registry().FindNext(name, 256))
+        names.push_back(name);
+    return names;
+}
+
+class FormatOptionsTest : public testsupport::HomeTest {
+protected:
+    void TearDown() override { platform::CloseRegistryConnections(); }
+
+    std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
+    void WriteJobFile(const std::string &text) {
+        testsupport::WriteBytes(home.Scratch() / "job.ini", "\xEF\xBB\xBF" + text);
+    }
+};
+
+TEST_F(FormatOptionsTest, DefaultsAreSetAndNothingIsReadAtConstruction) {
+    OptionKey(L"\\ZipFormatOptions", true).Write(L"CompressionLevel", DWORD{9});
+    CFormatOptionsRepository options;
+    EXPECT_EQ(options.Engine, nullptr);
+    EXPECT_EQ(options.VnkCompressionMethod, 1u);
+    EXPECT_EQ(options.ZipCompressionMethod, 1u);
+    EXPECT_EQ(options.ZipCompressionLevel, 6u);
+    EXPECT_EQ(options.BZipCompressionLevel, 5u);
+    EXPECT_EQ(options.GZipCompressionLevel, 6u);
+    EXPECT_EQ(options.VnkxCompressionMethod, 5u);
+    EXPECT_EQ(options.VnkxCompressionLevel, 1u);
+    EXPECT_EQ(options.CompressionMemory, 22u);
+    EXPECT_EQ(options.VnkxEncryptionMethod, 1u);
+    EXPECT_EQ(options.ZipEncryptionMethod, 1u);
+    EXPECT_TRUE(options.UseBlockMode);
+    EXPECT_EQ(options.RedundancyLevel, 0u);
+    EXPECT_EQ(options.TextEncoding, 0u);
+    EXPECT_TRUE(options.EmbedJPGThumbnails);
+    EXPECT_TRUE(options.ZipRecompression);
+    EXPECT_EQ(options.RecompressionMask, 12703u);
+    EXPECT_FALSE(options.VnkxBackwardCompatible);
+    EXPECT_TRUE(options.VnkxDuplicateFolding);
+    EXPECT_TRUE(options.VnkxUseSimple);
+    EXPECT_EQ(options.SimpleVnkxMethod, 3u);
+    EXPECT_TRUE(options.VnkxOptimize);
+    EXPECT_EQ(options.RecompressionLevel, 0u);
+}
+
+TEST_F(FormatOptionsTest, CopyTakesTheStoredFieldsButNeitherEngineNorTable) {
+    CEngine engine;
+    CFormatOptionsRepository source;
+    source.Engine = &engine;
+    source.LevelAndExtentTable[2][kLevelDefault] = 42;
+    source.ZipCompressionLevel = 9;
+    source.CompressionMemory = 27;
+    source.VnkxUseSimple = false;
+
+    CFormatOptionsRepository copy(&source);
+    EXPECT_EQ(copy.Engine, nullptr);
+    EXPECT_EQ(copy.LevelAndExtentTable[2][kLevelDefault], -1);
+    EXPECT_EQ(copy.ZipCompressionLevel, 9u);
+    EXPECT_EQ(copy.CompressionMemory, 27u);
+    EXPECT_FALSE(copy.VnkxUseSimple);
+}
+
+TEST_F(FormatOptionsTest, LevelAndExtentTableFollowsTheEngineWithItsThreeCopyingExceptions) {
+    CEngine engine;
+    ASSERT_NE(engine.GetEngine(), nullptr);
+    CFormatOptionsRepository options;
+    options.Engine = &engine;
+    options.SetLevelAndExtentTable();
+    const auto &table = options.LevelAndExtentTable;
+
+    for (int row = 1; row <= 9; ++row) {
+        SCOPED_TRACE(row);
+        const bool levels = row != 6 && row != 7;
+        EXPECT_EQ(table[row][kLevelLeast],
+                  levels ? EngineRange(engine, row, kFormatPropCompressionLeast) : -1);
+        EXPECT_EQ(table[row][kLevelMost],
+                  levels ? EngineRange(engine, row, kFormatPropCompressionMost) : -1);
+        EXPECT_EQ(table[row][kLevelDefault],
+                  levels ? EngineRange(engine, row, kFormatPropCompressionDefault) : -1);
+        EXPECT_EQ(table[row][kExtentLeast], EngineRange(engine, row, kFormatPropCompExtentLeast));
+        EXPECT_EQ(table[row][kExtentMost], EngineRange(engine, row, kFormatPropCompExtentMost));
+        EXPECT_EQ(table[row][kExtentDefault],
+                  EngineRange(engine, row, kFormatPropCompExtentDefault));
+    }
+    for (int row : {1, 2, 3, 6, 7}) {
+        EXPECT_EQ(table[row][kLevelCurrent], table[row][kLevelDefault]) << row;
+        EXPECT_EQ(table[row][kExtentCurrent], table[row][kExtentDefault]) << row;
+    }
+    // Row 5's level default lands in row 4; its own level column stays unset.
+    EXPECT_EQ(table[4][kLevelCurrent], table[5][kLevelDefault]);
+    EXPECT_EQ(table[4][kExtentCurrent], table[4][kExtentDefault]);
+    EXPECT_EQ(table[5][kLevelCurrent], -1);
+    EXPECT_EQ(table[5][kExtentCurrent], table[5][kExtentDefault]);
+    // Row 9 hands both defaults to row 8.
+    EXPECT_EQ(table[8][kLevelCurrent], table[9][kLevelDefault]);
+    EXPECT_EQ(table[8][kExtentCurrent], table[9][kExtentDefault]);
+    EXPECT_EQ(table[9][kLevelCurrent], -1);
+    EXPECT_EQ(table[9][kExtentCurrent], -1);
+    // Row 0 is never filled.
+    for (LONG cell : table[0]) EXPECT_EQ(cell, -1);
+
+    // The engine stays on the last method.
+    int32_t method = 0;
+    ASSERT_EQ(GetFormatIntegerProperty(engine.GetEngine(), "vnkx", kFormatPropCompMethod, &method),
+              0);
+    EXPECT_EQ(method, 9);
+}
+
+TEST_F(FormatOptionsTest, RowOneClearsLevelMostTwiceAndLeavesExtentMost) {
+    CEngine engine;
+    engine.Close();  // every engine call now fails and leaves its cell
+    CFormatOptionsRepository options;
+    options.Engine = &engine;
+    for (LONG &cell : options.LevelAndExtentTable[1]) cell = 42;
+    options.LevelAndExtentTable[2][kLevelLeast] = 42;
+    options.SetLevelAndExtentTable();
+    const auto &row = options.LevelAndExtentTable[1];
+    EXPECT_EQ(row[kLevelMost], -1);
+    EXPECT_EQ(row[kExtentLeast], -1);
+    EXPECT_EQ(row[kExtentMost], 42);
+    EXPECT_EQ(options.LevelAndExtentTable[2][kLevelLeast], 42);
+}
+
+TEST_F(FormatOptionsTest, SetupSimpleAppliesThePresetOnlyForMethodSix) {
+    CFormatOptionsRepository options;
+    options.VnkxCompressionLevel = 7;
+    options.EmbedJPGThumbnails = true;
+    options.SetupSimple();  // method 3
+    EXPECT_EQ(options.VnkxCompressionLevel, 7u);
+    EXPECT_TRUE(options.EmbedJPGThumbnails);
+    EXPECT_FALSE(options.VnkxBackwardCompatible);
+
+    // Without an engine the defaults of rows 1 and 5 come from one of its own.
+    CEngine engine;
+    EXPECT_EQ(options.LevelAndExtentTable[1][kLevelDefault],
+              EngineRange(engine, 1, kFormatPropCompressionDefault));
+    EXPECT_EQ(options.LevelAndExtentTable[1][kExtentDefault],
+              EngineRange(engine, 1, kFormatPropCompExtentDefault));
+
+    options.SimpleVnkxMethod = 6;
+    options.VnkxCompressionMethod = 2;
+    options.RecompressionMask = 5;
+    options.SetupSimple();
+    EXPECT_EQ(options.VnkxCompressionMethod, 5u);
+    EXPECT_EQ(options.VnkxCompressionLevel,
+              static_cast<DWORD>(EngineRange(engine, 5, kFormatPropCompressionDefault)));
+    EXPECT_EQ(options.CompressionMemory,
+              static_cast<DWORD>(EngineRange(engine, 5, kFormatPropCompExtentDefault)));
+    EXPECT_FALSE(options.EmbedJPGThumbnails);
+    EXPECT_FALSE(options.ZipRecompression);
+    EXPECT_FALSE(options.VnkxDuplicateFolding);
+    EXPECT_FALSE(options.VnkxOptimize);
+    EXPECT_EQ(options.RecompressionMask, 0u);
+    EXPECT_TRUE(options.VnkxBackwardCompatible);
+    EXPECT_TRUE(options.UseBlockMode);
+}
+
+TEST_F(FormatOptionsTest, ReadInSimpleModeSkipsTheDetailsAndReadWithoutItTakesThem) {
+    OptionKey vnkx(L"\\VarnickXFormatOptions", true);
+    vnkx.Write(L"VnkxUseSimple", DWORD{1});
+    vnkx.Write(L"SimpleVnkxMethod", DWORD{6});
+    vnkx.Write(L"CompressionLevel", DWORD{9});
+    vnkx.Write(L"RecompressionMask", DWORD{77});
+    vnkx.Write(L"UseBlockMode", DWORD{2});
+    OptionKey(L"\\GZipFormatOptions", true).Write(L"CompressionLevel", DWORD{3});
+
+    CFormatOptionsRepository simple;
+    simple.Read(true);
+    EXPECT_TRUE(simple.VnkxUseSimple);
+    EXPECT_EQ(simple.Engine, nullptr);
+    EXPECT_EQ(simple.GZipCompressionLevel, 3u);
+    EXPECT_EQ(simple.RecompressionMask, 0u);  // the preset, not the stored 77
+    EXPECT_NE(simple.VnkxCompressionLevel, 9u);
+    EXPECT_NE(simple.LevelAndExtentTable[9][kExtentDefault], -1);
+
+    CFormatOptionsRepository detailed;
+    detailed.Read(false);
+    EXPECT_FALSE(detailed.VnkxUseSimple);
+    EXPECT_EQ(detailed.SimpleVnkxMethod, 6u);
+    EXPECT_EQ(detailed.VnkxCompressionLevel, 9u);
+    EXPECT_EQ(detailed.RecompressionMask, 77u);
+    // True only for exactly 1.
+    EXPECT_FALSE(detailed.UseBlockMode);
+    EXPECT_EQ(detailed.LevelAndExtentTable[9][kExtentDefault], -1);
+}
+
+TEST_F(FormatOptionsTest, SaveInSimpleModeWritesTheDetailsOnlyWhenAskedForAll) {
+    CFormatOptionsRepository options;
+    options.Save(false);
+    EXPECT_EQ(ValueNames(L"\\VarnickXFormatOptions"),
+              (std::vector<std::wstring>{L"VnkxUseSimple", L"SimpleVnkxMethod"}));
+    EXPECT_EQ(ValueNames(L"\\ZipFormatOptions").size(), 3u);
+    EXPECT_EQ(ValueNames(L"\\VarnickFormatOptions").size(), 1u);
+
+    options.Save(true);
+    EXPECT_EQ(ValueNames(L"\\VarnickXFormatOptions").size(), 16u);
+}
+
+TEST_F(FormatOptionsTest, RegistryRoundTripWithoutSimpleMode) {
+    CFormatOptionsRepository options;
+    options.VnkxUseSimple = false;
+    options.VnkCompressionMethod = 2;
+    options.ZipCompressionMethod = 8;
+    options.ZipEncryptionMethod = 3;
+    options.BZipCompressionLevel = 9;
+    options.VnkxCompressionMethod = 3;
+    options.CompressionMemory = 28;
+    options.RedundancyLevel = 4;
+    options.ZipRecompression = false;
+    options.Save(false);
+
+    CFormatOptionsRepository read;
+    read.Read(true);
+    EXPECT_FALSE(read.VnkxUseSimple);
+    EXPECT_EQ(read.VnkCompressionMethod, 2u);
+    EXPECT_EQ(read.ZipCompressionMethod, 8u);
+    EXPECT_EQ(read.ZipEncryptionMethod, 3u);
+    EXPECT_EQ(read.BZipCompressionLevel, 9u);
+    EXPECT_EQ(read.VnkxCompressionMethod, 3u);
+    EXPECT_EQ(read.CompressionMemory, 28u);
+    EXPECT_EQ(read.RedundancyLevel, 4u);
+    EXPECT_FALSE(read.ZipRecompression);
+}
+
+TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethod) {
+    CFormatOptionsRepository options;
+    options.VnkCompressionMethod = 1;
+    options.VnkxCompressionMethod = 5;
+    options.ZipCompressionLevel = 2;
+    options.ZipEncryptionMethod = 4;
+    options.VnkxUseSimple = false;
+    options.EmbedJPGThumbnails = false;
+    options.SaveToIni(JobFile().c_str());
+
+    CFormatOptionsRepository read;
+    read.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(read.VnkCompressionMethod, 5u);
+    EXPECT_EQ(read.VnkxCompressionMethod, 5u);
+    EXPECT_EQ(read.ZipCompressionLevel, 2u);
+    EXPECT_EQ(read.ZipEncryptionMethod, 4u);
+    EXPECT_FALSE(read.VnkxUseSimple);
+    EXPECT_FALSE(read.EmbedJPGThumbnails);
+}
+
+TEST_F(FormatOptionsTest, JobFileReadsTheMemoryIntoTheLevel) {
+    CFormatOptionsRepository options;  // level 1, memory 22
+    options.SaveToIni(JobFile().c_str());
+    CIniFile ini(JobFile().c_str());
+    unsigned memory = 0;
+    ASSERT_TRUE(ini.GetInt(L"VarnickXFormatOptions", L"CompressionMemory", &memory));
+    EXPECT_EQ(memory, 22u);
+
+    CFormatOptionsRepository read;
+    read.CompressionMemory = 30;
+    read.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(read.VnkxCompressionLevel, 22u);
+    EXPECT_EQ(read.CompressionMemory, 30u);
+}
+
+TEST_F(FormatOptionsTest, JobFileLeavesMissingKeysAndReadsAnyNonZeroAsTrue) {
+    WriteJobFile("[VarnickXFormatOptions]\r\nUseBlockMode=2\r\nVnkxOptimize=0\r\n");
+    CFormatOptionsRepository options;
+    options.UseBlockMode = false;
+    options.ZipCompressionLevel = 4;
+    options.ReadFromIni(JobFile().c_str());
+    EXPECT_TRUE(options.UseBlockMode);
+    EXPECT_FALSE(options.VnkxOptimize);
+    EXPECT_EQ(options.ZipCompressionLevel, 4u);
+    EXPECT_EQ(options.VnkCompressionMethod, 1u);
+    EXPECT_EQ(options.LevelAndExtentTable[5][kLevelDefault], -1);
+}
+
+}  // namespace
