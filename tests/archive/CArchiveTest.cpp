@@ -1,0 +1,261 @@
+// The facade: its defaults, the small operations, the job-file section, and
+// threaded runs end to end through a worker, the notifications and the
+// progress window.
+#include <gtest/gtest.h>
+
+#include "CArchiveInfo.h"
+#include "CIniFile.h"
+#include "CNewArchiveContentList.h"
+#include "CRegistry.h"
+#include "archive/FacadeTest.h"
+
+namespace {
+
+using archivetest::EndLog;
+using archivetest::FacadeTest;
+
+TEST_F(FacadeTest, ConstructorsSetTheDefaultsTheTempFolderAndTheStoredFormat) {
+    CArchive bare;
+    EXPECT_FALSE(bare.hasWindow);
+    EXPECT_EQ(bare.engine, nullptr);
+    EXPECT_EQ(bare.appOptions, nullptr);
+    std::filesystem::path temp = bare.tempFolder;
+    EXPECT_EQ(temp.filename(), "Temp");
+    EXPECT_EQ(temp.parent_path().filename(), "Orvane Labs");
+    EXPECT_TRUE(std::filesystem::is_directory(temp));
+    EXPECT_NE(Wide(temp).find(Wide(home.Path())), std::wstring::npos);
+    EXPECT_EQ(bare.formatType, format::zip) << "nothing stored";
+    EXPECT_EQ(bare.accessMode, 255u);
+    EXPECT_EQ(bare.folderCount, 1u);
+    EXPECT_EQ(bare.operationKind, ARCHIVE_OPERATION_OTHER);
+    EXPECT_TRUE(bare.showProgress);
+    EXPECT_TRUE(bare.refreshAfterChange);
+
+    CRegistry registry;
+    registry.CreateAppKey(L"Software\\Orvane Labs\\Varnick\\StartActivity");
+    DWORD stored = format::sevenz;
+    ASSERT_TRUE(registry.WriteRegSetting(L"FormatType", &stored));
+    appOptions->TempFolder = L"/somewhere/temp";
+    auto full = MakeArchive(work / "a.zip");
+    EXPECT_TRUE(full->hasWindow);
+    EXPECT_EQ(full->tempFolder, L"/somewhere/temp");
+    EXPECT_EQ(full->formatType, format::sevenz);
+    EXPECT_EQ(full->parentWindow, parent);
+}
+
+TEST_F(FacadeTest, SmallOperationsWithoutAnArchiveObjectDoNothing) {
+    auto archive = MakeArchive(work / "a.zip");
+    EXPECT_FALSE(archive->Busy());
+    archive->Cancel();
+    EXPECT_FALSE(archive->IsProgressUp());
+    EXPECT_EQ(archive->GetProgressDlgHwnd(), nullptr);
+    EnableWindow(parent, FALSE);
+    archive->DisposeOfProgress();
+    EXPECT_TRUE(IsWindowEnabled(parent)) << "the parent is enabled all the same";
+    EXPECT_EQ(archive->archiveObject, nullptr);
+
+    std::vector<std::wstring> none;
+    EXPECT_FALSE(archive->RemoveFrom(&none));
+    EXPECT_FALSE(archive->IsProgressUp()) << "an empty removal starts nothing";
+    EXPECT_FALSE(archive->changed);
+
+    CNewArchiveContentList *list = archive->GetNewArchiveContentList();
+    ASSERT_NE(list, nullptr);
+    archive->FreeNewArchiveContentList(list);
+    archive->FreeNewArchiveContentList(nullptr);
+    archive->RunSilent(stderr);
+    EXPECT_TRUE(archive->silent);
+    EXPECT_EQ(archive->silentLog, stderr);
+}
+
+// Copies share one archive object; only one of them may delete it.
+TEST_F(FacadeTest, CopiesShareTheArchiveObjectQuirk) {
+    auto archive = MakeArchive(work / "a.zip");
+    ASSERT_TRUE(archive->OpenArchiveObject());
+    CArchive copy(*archive);
+    EXPECT_EQ(copy.archiveObject, archive->archiveObject);
+    EXPECT_EQ(copy.name, archive->name);
+    copy.archiveObject = nullptr;  // the other copy deletes it
+}
+
+TEST_F(FacadeTest, JobFileSectionRoundTripsAndKeepsWhatIsMissing) {
+    const std::wstring job = Wide(work / "job.ini");
+    auto archive = MakeArchive(work / "a.zip");
+    archive->password = L"not saved";
+    archive->formatType = format::tar;
+    EXPECT_TRUE(archive->SaveToIni(job.c_str()));
+    {
+        CIniFile ini(job.c_str());
+        wchar_t text[64] = {L'x'};
+        ASSERT_TRUE(ini.GetString(L"ArchiveInfo", L"Password", text, 64));
+        EXPECT_STREQ(text, L"") << "an unencrypted archive saves an empty password";
+    }
+    archive->encrypted = true;
+    archive->password = L"s\u00e9cret";
+    archive->SaveToIni(job.c_str());
+
+    CArchive read;
+    read.encrypted = true;
+    EXPECT_TRUE(read.ReadFromIni(job.c_str()));
+    EXPECT_EQ(read.name, archive->name);
+    EXPECT_TRUE(read.encrypted);
+    EXPECT_EQ(read.password, L"s\u00e9cret");
+    EXPECT_EQ(read.formatType, format::tar);
+
+    const std::wstring sparse = Wide(work / "sparse.ini");
+    {
+        CIniFile ini(sparse.c_str());
+        ini.SetInt(L"ArchiveInfo", L"Format", format::vnkx);
+        ini.Save();
+    }
+    read.name = L"kept";
+    read.ReadFromIni(sparse.c_str());
+    EXPECT_EQ(read.name, L"kept");
+    EXPECT_FALSE(read.encrypted) << "the flag is cleared before reading";
+    EXPECT_EQ(read.formatType, format::vnkx);
+}
+
+TEST_F(FacadeTest, IndexNamesUseThePrefixAndTheIndexFolder) {
+    appOptions->ArchiveIndexFolder = Wide(work / "indexes");
+    auto archive = MakeArchive(work / "photos.vnkx");
+    CNewArchiveContentList list;
+    list.MakeIndex = true;
+    EXPECT_TRUE(archive->CreateFromList(&list));
+    std::filesystem::path index = list.IndexPath;
+    EXPECT_EQ(index.parent_path(), work / "indexes");
+    EXPECT_EQ(index.filename().wstring().rfind(Text(763), 0), 0u) << index;
+    EXPECT_TRUE(platform::EndsWithNoCase(index.filename().wstring(), L"_photos.vidx")) << index;
+    EXPECT_TRUE(PumpUntil([&] { return !archive->Busy(); }));
+    archive->DisposeOfProgress();
+
+    // The run of an index from a vnkx archive keeps show progress off.
+    EXPECT_TRUE(archive->MakeIndexFromVnkx());
+    EXPECT_TRUE(PumpUntil([&] { return !archive->Busy(); }));
+    EXPECT_FALSE(archive->showProgress);
+    std::wstring made = archive->archiveObject->indexPath;
+    EXPECT_NE(made.find(Wide(work / "indexes")), std::wstring::npos);
+    EXPECT_TRUE(platform::EndsWithNoCase(made, Text(763) + L"photos.vidx")) << made;
+    EXPECT_EQ(archive->lastResult, kEngineNotImplemented);
+    archive->DisposeOfProgress();
+}
+
+// Verify is a whole run: window, worker, notifications, engine, end message.
+TEST_F(FacadeTest, VerifyEndsThroughTheWindowOnTheCallersThread) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    std::wstring textAtEnd;
+    log.atEnd = [&] {
+        textAtEnd = archive->archiveObject->progressDialog->DlgString(PROGRESSDLG_OPERATION);
+    };
+    ASSERT_TRUE(archive->Verify());
+    EXPECT_TRUE(archive->IsProgressUp());
+    EXPECT_FALSE(IsWindowEnabled(parent)) << "the parent is disabled while the window stands";
+    EXPECT_EQ(archive->archiveObject->progressDialog->DlgString(PROGRESSDLG_TITLE), Text(508));
+    EXPECT_EQ(archive->archiveObject->progressDialog->DlgString(PROGRESSDLG_DETAIL), archive->name);
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    EXPECT_EQ(log.thread, std::this_thread::get_id());
+    EXPECT_FALSE(log.cancelled);
+    EXPECT_EQ(textAtEnd, Text(689));
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_FALSE(archive->cancelled);
+    archive->DisposeOfProgress();
+    EXPECT_TRUE(IsWindowEnabled(parent));
+    EXPECT_FALSE(archive->IsProgressUp());
+
+    // A damaged archive ends the same way, with its result and no cancel.
+    std::string text;
+    std::uint32_t seed = 7;
+    for (int i = 0; i < 20000; ++i) {
+        seed = seed * 1664525u + 1013904223u;
+        text += "abcdefgh "[(seed >> 24) % 9];
+    }
+    Put("bad/data.txt", text);
+    std::filesystem::path bad = Make("bad.zip", "cd bad && zip -q ../bad.zip data.txt");
+    std::string bytes = testsupport::ReadBytes(bad);
+    bytes[30 + 8 + 500] ^= 0x55;  // inside the deflated data
+    testsupport::WriteBytes(bad, bytes);
+    archive->SetArchiveName(Wide(bad).c_str());
+    ASSERT_TRUE(archive->Verify());
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 2 && !archive->Busy(); }));
+    EXPECT_EQ(archive->lastResult, kEngineItemDataDamaged);
+    EXPECT_FALSE(log.cancelled);
+    archive->DisposeOfProgress();
+}
+
+TEST_F(FacadeTest, ThreadedInfoRunsHiddenAndTurnsShowProgressBackOn) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    bool showingAtEnd = true;
+    log.atEnd = [&] { showingAtEnd = archive->showProgress; };
+    ASSERT_TRUE(archive->GetArchiveInfo(true));
+    EXPECT_TRUE(IsWindowEnabled(parent)) << "a hidden run leaves the parent enabled";
+    EXPECT_FALSE(IsWindowVisible(archive->GetProgressHwnd()));
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    EXPECT_EQ(log.thread, std::this_thread::get_id());
+    EXPECT_TRUE(archive->showProgress);
+    (void)showingAtEnd;
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(archive->fileCount, 3u);
+    archive->DisposeOfProgress();
+}
+
+TEST_F(FacadeTest, ExtractWithoutProgressEndsThroughTheCallbackOnTheWorker) {
+    auto archive = MakeArchive(SampleZip());
+    archive->showProgress = false;
+    EndLog log;
+    log.Attach(*archive);
+    std::vector<std::wstring> items{L"a.txt"};
+    ASSERT_TRUE(archive->Extract(&items, Wide(work / "out").c_str()));
+    EXPECT_FALSE(archive->IsProgressUp()) << "no window at all";
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    EXPECT_NE(log.thread, std::this_thread::get_id());
+    EXPECT_FALSE(log.cancelled);
+    EXPECT_EQ(archive->operationKind, ARCHIVE_OPERATION_EXPANDING);
+    EXPECT_EQ(archive->lastResult, kEngineNotImplemented);
+}
+
+TEST_F(FacadeTest, CancelFromTheOwnerEndsTheRunWithTheCancellingMessageFirst) {
+    // Enough data that the run is still going when the cancel comes.
+    std::string noise(48 << 20, '\0');
+    std::uint32_t seed = 12345;
+    for (char &byte : noise) {
+        seed = seed * 1664525u + 1013904223u;
+        byte = static_cast<char>(seed >> 24);
+    }
+    Put("big/noise.bin", noise);
+    auto archive = MakeArchive(Make("big.zip", "cd big && zip -q -0 ../big.zip noise.bin"));
+    EndLog log;
+    log.Attach(*archive);
+    std::wstring lineAtEnd;
+    log.atEnd = [&] {
+        lineAtEnd = archive->archiveObject->progressDialog->DlgString(PROGRESSDLG_OPERATION);
+    };
+    ASSERT_TRUE(archive->Verify());
+    ASSERT_TRUE(PumpUntil(
+        [&] { return archive->Busy() && archive->archiveObject->progressDialog->bytesTotal > 0; }));
+    archive->Cancel();
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    EXPECT_TRUE(log.cancelled);
+    EXPECT_TRUE(archive->cancelled);
+    EXPECT_EQ(archive->lastResult, kEngineCancelled);
+    EXPECT_EQ(lineAtEnd, Text(1217)) << "message 11 came before the end";
+    archive->DisposeOfProgress();
+}
+
+TEST_F(FacadeTest, BlockingInfoInstallsThePasswordPairForTheCallOnly) {
+    Put("enc/one.txt", std::string(100, '1'));
+    Put("enc/two.txt", std::string(100, '2'));
+    auto archive =
+        MakeArchive(Make("enc.zip", "cd enc && zip -q -P right ../enc.zip one.txt two.txt"));
+    host.QueuePassword(std::nullopt);
+    EXPECT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_TRUE(archive->encrypted);
+    EXPECT_EQ(host.Prompts().size(), 1u) << "a refused prompt is not shown again";
+    EXPECT_TRUE(archive->archiveObject->passwordPromptCancelled);
+    EXPECT_TRUE(archive->archiveObject->lastPasswordItem.empty());
+    EXPECT_FALSE(archive->passwordRefused);
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+// The fixture of the facade tests: an engine session, both option records,
+// a parent window on the test's thread, archives made with the command-line
+// tools, and a pump for the runs that end through the window.
+#pragma once
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "CAppOptionsRepository.h"
+#include "CArchive.h"
+#include "CArchiveObject.h"
+#include "CEngine.h"
+#include "CFormatOptionsRepository.h"
+#include "archive/ArchiveTest.h"
+
+namespace archivetest {
+
+class FacadeTest : public ArchiveTest {
+protected:
+    void SetUp() override {
+        ArchiveTest::SetUp();
+        appOptions = std::make_unique<CAppOptionsRepository>();
+        formatOptions = std::make_unique<CFormatOptionsRepository>();
+        parent = CreateDialogParamW(
+            nullptr, MAKEINTRESOURCEW(1), nullptr,
+            [](HWND, UINT, WPARAM, LPARAM) -> INT_PTR { return FALSE; }, 0);
+        ASSERT_NE(parent, nullptr);
+        work = home.Scratch("work");
+    }
+    void TearDown() override {
+        if (parent) DestroyWindow(parent);
+    }
+
+    std::unique_ptr<CArchive> MakeArchive(const std::filesystem::path &path) {
+        auto archive =
+            std::make_unique<CArchive>(parent, &engine, appOptions.get(), formatOptions.get());
+        archive->SetArchiveName(Wide(path).c_str());
+        return archive;
+    }
+
+    // A file of `bytes` under the work folder.
+    std::filesystem::path Put(const std::string &relative, const std::string &bytes) {
+        std::filesystem::path file = work / relative;
+        std::filesystem::create_directories(file.parent_path());
+        testsupport::WriteBytes(file, bytes);
+        return file;
+    }
+
+    // Runs `command` in the work folder and gives the path of `made` there.
+    std::filesystem::path Make(const std::string &made, const std::string &command) {
+        EXPECT_TRUE(RunIn(work, command)) << command;
+        return work / made;
+    }
+
+    // The three-file zip most tests list: a.txt, docs/b.txt, docs/sub/c.txt.
+    std::filesystem::path SampleZip(const std::string &name = "sample.zip") {
+        Put("src/a.txt", std::string(1000, 'a'));
+        Put("src/docs/b.txt", std::string(2000, 'b'));
+        Put("src/docs/sub/c.txt", "c");
+        return Make(name, "cd src && zip -qr ../" + name + " a.txt docs");
+    }
+
+    // Pumps this thread's messages until `done` holds (ten seconds at most).
+    static bool PumpUntil(const std::function<bool()> &done) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!done()) {
+            MSG message;
+            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+            if (std::chrono::steady_clock::now() >= deadline) return done();
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return true;
+    }
+
+    CEngine engine;
+    std::unique_ptr<CAppOptionsRepository> appOptions;
+    std::unique_ptr<CFormatOptionsRepository> formatOptions;
+    HWND parent = nullptr;
+    std::filesystem::path work;
+};
+
+// What an end callback saw.
+struct EndLog {
+    std::atomic<int> ends{0};
+    std::atomic<bool> cancelled{false};
+    std::thread::id thread;
+    std::function<void()> atEnd;
+
+    static void Callback(void *context, bool cancelled) {
+        auto *log = static_cast<EndLog *>(context);
+        log->thread = std::this_thread::get_id();
+        log->cancelled = cancelled;
+        if (log->atEnd) log->atEnd();
+        log->ends++;
+    }
+    void Attach(CArchive &archive) {
+        archive.endCallback = Callback;
+        archive.endContext = this;
+    }
+};
+
+}  // namespace archivetest
