@@ -1,9 +1,14 @@
-// The project's own formats (vnkx, the classic vnk5, and the private-file
-// envelope pf). Their readers and writers arrive with the format itself; the
-// property ranges of vnkx are here already, since the options of the library
-// read them.
+// The project's own archive format vnkx and its classic form vnk5 ("vnk"):
+// told by the trailer at the end of the file (so also behind a
+// self-extracting stub), read and written by the Vnkx* files.
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
 #include "Driver.h"
 #include "FormatProfile.h"
+#include "VnkxArchive.h"
 
 namespace engine {
 namespace {
@@ -26,11 +31,126 @@ const FormatProfile kVnkxProfile = {
     {0, 256, 256},
 };
 
+// "compressionDegree" 1 (fastest) to 5 (smallest): method, level, extent.
+const vnkx::MethodChoice kDegrees[] = {
+    {vnkx::kMethodLz4, -1, 16},  {vnkx::kMethodZstd, 1, 22},       {vnkx::kMethodZstd, 8, 24},
+    {vnkx::kMethodLzma2, 7, 24}, {vnkx::kMethodLzma2Large, 9, 26},
+};
+
+bool IsVnk5(std::string_view id) { return id == "vnk5" || id == "vnk"; }
+
+// Memory a write may take: half of what the machine has.
+std::uint64_t MemoryAllowed() {
+    long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0) return 1ULL << 31;
+    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / 2;
+}
+
+// The methods the first version of the format knows; the others fall back
+// to the nearest one it has.
+std::uint8_t FirstVersionMethod(std::uint8_t method) {
+    switch (method) {
+        case vnkx::kMethodPpmd:
+        case vnkx::kMethodLzma2Large:
+            return vnkx::kMethodLzma2;
+        case vnkx::kMethodLz4:
+        case vnkx::kMethodBrotli:
+            return vnkx::kMethodZstd;
+        default:
+            return method;
+    }
+}
+
+Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) {
+    const PropertyMap &format = request.format;
+    vnkx::MethodChoice &choice = settings.choice;
+    std::int32_t degree = IntegerOf(format, kFormatPropCompressionDegree, 0);
+    if (degree >= 1 && degree <= 5) {
+        choice = kDegrees[degree - 1];
+    } else {
+        std::int32_t method = IntegerOf(format, kFormatPropCompMethod, kVnkxProfile.defaultMethod);
+        const MethodProfile *profile = CurrentMethod(kVnkxProfile, format);
+        if (!profile) return kEngineMethodUnsupported;
+        choice.method = static_cast<std::uint8_t>(method);
+        choice.level = IntegerOf(format, kFormatPropCompressionLevel, profile->levelDefault);
+        choice.extent = IntegerOf(format, kFormatPropCompExtent, profile->extentDefault);
+        if (profile->levelLeast >= 0)
+            choice.level = std::clamp(choice.level, profile->levelLeast, profile->levelMost);
+        if (profile->extentLeast >= 0 && choice.extent < profile->extentLeast)
+            choice.extent = profile->extentLeast;
+        if (profile->extentMost >= 0 && choice.extent > profile->extentMost)
+            return kEngineExtentTooHigh;
+    }
+    settings.version = IntegerOf(format, kFormatPropMaxVersion, vnkx::kNewestVersion) == 0
+                           ? 0
+                           : vnkx::kNewestVersion;
+    settings.solid = BooleanOf(format, kFormatPropBlockMode, true);
+    settings.fold = BooleanOf(format, kFormatPropFoldDuplicates, true);
+    settings.filters = BooleanOf(format, kFormatPropFilters, true);
+    settings.legacyNames = IntegerOf(format, kFormatPropEncodeLevel, 0) == 1;
+    std::int32_t encryption = IntegerOf(format, kFormatPropEncryptMethod, 1);
+    if (!request.password.empty()) {
+        if (encryption == 0) encryption = 1;
+        if (encryption != 1 && encryption != 2) return kEngineEncryptionUnsupported;
+    }
+    settings.cipher = static_cast<std::uint8_t>(encryption == 2 ? 2 : 1);
+    settings.encryptCatalogue = BooleanOf(format, kFormatPropEncryptArchive, false);
+    if (settings.version == 0) {
+        choice.method = FirstVersionMethod(choice.method);
+        settings.cipher = vnkx::kCipherAesGcm;
+        settings.encryptCatalogue = false;
+        settings.filters = false;
+    }
+    unsigned workers = request.threads ? std::max(1u, std::thread::hardware_concurrency()) : 1;
+    if (vnkx::WorkerMemory(choice) * (workers + 1) > MemoryAllowed()) return kEngineExtentTooHigh;
+    return kEngineOK;
+}
+
 class OwnFormats final : public Driver {
 public:
-    std::vector<std::string> Ids() const override { return {"vnkx", "vnk5", "vnk", "pf"}; }
+    std::vector<std::string> Ids() const override { return {"vnkx", "vnk5", "vnk"}; }
 
-    std::optional<std::string> Sniff(SniffInput &) const override { return std::nullopt; }
+    std::optional<std::string> Sniff(SniffInput &input) const override {
+        std::optional<vnkx::Flavour> flavour =
+            vnkx::SniffArchive(input.path(), input.Tail(), input.size());
+        if (!flavour) return std::nullopt;
+        return *flavour == vnkx::Flavour::Vnk5 ? "vnk5" : "vnkx";
+    }
+
+    std::uint16_t MaximumAccessMode(std::string_view) const override { return kEngineAccessChange; }
+
+    Result OpenReader(const ReadRequest &request,
+                      std::unique_ptr<ReadCursor> &cursor) const override {
+        auto file = std::make_shared<vnkx::ArchiveFile>();
+        if (Result result = vnkx::OpenArchiveFile(request.path, request.passwords, *file))
+            return result;
+        cursor = vnkx::MakeCursor(std::move(file), request);
+        return kEngineOK;
+    }
+
+    bool CanWrite(std::string_view) const override { return true; }
+    bool KeepsStoredForm(std::string_view) const override { return true; }
+    bool KeepsComments(std::string_view id) const override { return !IsVnk5(id); }
+
+    Result Write(const WriteRequest &request, ItemFeed &feed) const override {
+        vnkx::WriteSettings settings;
+        if (IsVnk5(request.formatId)) {
+            // The classic form: one method, AES-256 of the data only.
+            settings.flavour = vnkx::Flavour::Vnk5;
+            settings.choice = {vnkx::kMethodDeflate, 6, 15};
+            settings.version = 0;
+            settings.fold = false;
+            settings.filters = false;
+            settings.cipher = vnkx::kCipherAesGcm;
+        } else if (Result result = VnkxSettings(request, settings)) {
+            return result;
+        }
+        return vnkx::WriteArchive(request, feed, settings);
+    }
+
+    std::wstring Extension(std::string_view id, std::string_view) const override {
+        return IsVnk5(id) ? L".vnk" : L".vnkx";
+    }
 
     Result FormatValue(std::string_view id, const PropertyMap &properties, std::string_view name,
                        std::int32_t &value) const override {

@@ -1,0 +1,64 @@
+// A vnkx or vnk5 archive as found in a file: where it starts, its trailer,
+// key table and catalogue, and the reader and writer built on them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "Driver.h"
+#include "PasswordCipher.h"
+#include "VnkxLayout.h"
+#include "VnkxMethods.h"
+
+namespace engine::vnkx {
+
+struct ArchiveFile {
+    std::string path;
+    Flavour flavour = Flavour::Vnkx;
+    std::uint64_t start = 0;  // of the signature in the file
+    Trailer trailer;
+    std::vector<KeyRecord> keys;
+    std::uint8_t catalogueCipher = kCipherNone;
+    std::uint32_t catalogueKeySlot = kNoKey;
+    CatalogueBody body;
+    // The key that opened an enciphered catalogue, so that a change can
+    // encipher the new one the same way without asking again.
+    std::optional<cipher::DerivedKey> catalogueKey;
+};
+
+// What a vnkx item keeps of its stored form: a writer of the same format
+// copies its blocks as they are, with their key records.
+struct StoredItem final : StoredData {
+    std::shared_ptr<const ArchiveFile> archive;
+    ItemEntry entry;
+};
+
+// Reads the trailer, the key table and the (plain) catalogue region of the
+// archive that ends the file; asks `passwords` for an enciphered catalogue.
+Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file);
+// The flavour of the archive that ends the file, for the content test.
+std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<std::uint8_t> &tail,
+                                    std::uint64_t fileSize);
+
+std::unique_ptr<ReadCursor> MakeCursor(std::shared_ptr<const ArchiveFile> file,
+                                       const ReadRequest &request);
+
+struct WriteSettings {
+    Flavour flavour = Flavour::Vnkx;
+    MethodChoice choice;
+    std::uint16_t version = kNewestVersion;
+    bool solid = true;
+    bool fold = true;
+    bool filters = true;
+    bool legacyNames = false;
+    std::uint8_t cipher = kCipherAesGcm;  // with a password
+    bool encryptCatalogue = false;
+};
+
+Result WriteArchive(const WriteRequest &request, ItemFeed &feed, const WriteSettings &settings);
+
+// Derives the key of a record from a password; false when it does not fit.
+bool KeyFits(const KeyRecord &record, const std::string &password, cipher::DerivedKey &key);
+
+}  // namespace engine::vnkx

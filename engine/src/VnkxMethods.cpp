@@ -1,0 +1,316 @@
+#include "VnkxMethods.h"
+
+#include <brotli/decode.h>
+#include <brotli/encode.h>
+#include <bzlib.h>
+#include <libdeflate.h>
+#include <lz4.h>
+#include <lzma.h>
+#define ZSTD_STATIC_LINKING_ONLY
+#include <zstd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace engine::vnkx {
+namespace {
+
+constexpr std::uint64_t kMiB = 1ULL << 20;
+
+// The engine's zstd levels start where zstd begins to beat LZMA-class
+// ratios with long matching: level 1 is zstd 9, and the rest follows up to
+// zstd's ultra levels.
+int ZstdLevel(int level) { return std::clamp(level + 8, 1, ZSTD_maxCLevel()); }
+
+bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
+    if (lzma_lzma_preset(&options, static_cast<std::uint32_t>(std::clamp(choice.level, 0, 9))))
+        return false;
+    options.dict_size = 1u << std::clamp(choice.extent, 16, 30);
+    return true;
+}
+
+bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
+    auto *context = static_cast<ZSTD_CCtx *>(state);
+    if (!context) state = context = ZSTD_createCCtx();
+    if (!context) return false;
+    ZSTD_CCtx_reset(context, ZSTD_reset_session_and_parameters);
+    int level = ZstdLevel(choice.level);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, level);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_windowLog, std::clamp(choice.extent, 10, 27));
+    ZSTD_CCtx_setParameter(context, ZSTD_c_enableLongDistanceMatching, 1);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
+    out.resize(ZSTD_compressBound(in.size()));
+    std::size_t made = ZSTD_compress2(context, out.data(), out.size(), in.data(), in.size());
+    if (ZSTD_isError(made)) return false;
+    out.resize(made);
+    return true;
+}
+
+bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
+    lzma_options_lzma options;
+    if (!LzmaOptions(choice, options)) return false;
+    lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
+    out.resize(lzma_stream_buffer_bound(in.size()));
+    std::size_t made = 0;
+    if (lzma_stream_buffer_encode(filters, LZMA_CHECK_NONE, nullptr, in.data(), in.size(),
+                                  out.data(), &made, out.size()) != LZMA_OK)
+        return false;
+    out.resize(made);
+    return true;
+}
+
+bool CompressOther(const MethodChoice &choice, const Bytes &in, Bytes &out) {
+    switch (choice.method) {
+        case kMethodDeflate: {
+            libdeflate_compressor *coder =
+                libdeflate_alloc_compressor(std::clamp(choice.level, 1, 12));
+            if (!coder) return false;
+            out.resize(libdeflate_deflate_compress_bound(coder, in.size()));
+            std::size_t made =
+                libdeflate_deflate_compress(coder, in.data(), in.size(), out.data(), out.size());
+            libdeflate_free_compressor(coder);
+            out.resize(made);
+            return made > 0;
+        }
+        case kMethodBzip2: {
+            if (in.size() > std::numeric_limits<unsigned>::max() / 2) return false;
+            unsigned made = static_cast<unsigned>(in.size() + in.size() / 100 + 600);
+            out.resize(made);
+            if (BZ2_bzBuffToBuffCompress(
+                    reinterpret_cast<char *>(out.data()), &made,
+                    const_cast<char *>(reinterpret_cast<const char *>(in.data())),
+                    static_cast<unsigned>(in.size()), std::clamp(choice.level, 1, 9), 0,
+                    0) != BZ_OK)
+                return false;
+            out.resize(made);
+            return true;
+        }
+        case kMethodLz4: {
+            if (in.size() > LZ4_MAX_INPUT_SIZE) return false;
+            out.resize(static_cast<std::size_t>(LZ4_compressBound(static_cast<int>(in.size()))));
+            int made = LZ4_compress_default(
+                reinterpret_cast<const char *>(in.data()), reinterpret_cast<char *>(out.data()),
+                static_cast<int>(in.size()), static_cast<int>(out.size()));
+            out.resize(static_cast<std::size_t>(std::max(made, 0)));
+            return made > 0;
+        }
+        case kMethodBrotli: {
+            std::size_t made = BrotliEncoderMaxCompressedSize(in.size());
+            if (made == 0) return false;
+            out.resize(made);
+            if (!BrotliEncoderCompress(std::clamp(choice.level, 0, 11),
+                                       std::clamp(choice.extent, 10, 24), BROTLI_MODE_GENERIC,
+                                       in.size(), in.data(), &made, out.data()))
+                return false;
+            out.resize(made);
+            return true;
+        }
+        default:
+            return false;
+    }
+}
+
+// The short branch targets of x86 calls and jumps (E8, E9) made absolute,
+// so that calls of one function look alike. Only operands whose top byte is
+// 00 or FF are changed, and the changed ones keep that property, so the
+// inverse finds the same places.
+void X86(Bytes &data, bool encode) {
+    if (data.size() < 5) return;
+    for (std::size_t i = 0; i + 5 <= data.size();) {
+        std::uint8_t opcode = data[i];
+        std::uint8_t top = data[i + 4];
+        if ((opcode != 0xE8 && opcode != 0xE9) || (top != 0x00 && top != 0xFF)) {
+            ++i;
+            continue;
+        }
+        std::uint32_t value =
+            data[i + 1] | (data[i + 2] << 8) | (data[i + 3] << 16) | (top == 0xFF ? 1u << 24 : 0u);
+        std::uint32_t position = static_cast<std::uint32_t>(i + 5);
+        value = (encode ? value + position : value - position) & 0x1FFFFFF;
+        data[i + 1] = static_cast<std::uint8_t>(value);
+        data[i + 2] = static_cast<std::uint8_t>(value >> 8);
+        data[i + 3] = static_cast<std::uint8_t>(value >> 16);
+        data[i + 4] = (value >> 24) ? 0xFF : 0x00;
+        i += 5;
+    }
+}
+
+void Delta4(Bytes &data, bool encode) {
+    if (encode) {
+        for (std::size_t i = data.size(); i-- > 4;) data[i] -= data[i - 4];
+    } else {
+        for (std::size_t i = 4; i < data.size(); ++i) data[i] += data[i - 4];
+    }
+}
+
+}  // namespace
+
+std::uint8_t CodedMethod(std::uint8_t requested) {
+    return requested == kMethodPpmd ? static_cast<std::uint8_t>(kMethodLzma2) : requested;
+}
+
+std::uint64_t BlockSizeFor(const MethodChoice &choice) {
+    switch (choice.method) {
+        case kMethodLzma2:
+        case kMethodPpmd:
+        case kMethodLzma2Large:
+            return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 16, 30), 16 * kMiB,
+                                             256 * kMiB);
+        case kMethodZstd:
+        case kMethodBrotli:
+            return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 10, 27), 16 * kMiB,
+                                             256 * kMiB);
+        default:
+            return 8 * kMiB;
+    }
+}
+
+std::uint64_t WorkerMemory(const MethodChoice &choice) {
+    std::uint64_t block = BlockSizeFor(choice);
+    std::uint64_t coder = 0;
+    switch (choice.method) {
+        case kMethodLzma2:
+        case kMethodPpmd:
+        case kMethodLzma2Large: {
+            lzma_options_lzma options;
+            if (LzmaOptions(choice, options)) {
+                lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &options},
+                                         {LZMA_VLI_UNKNOWN, nullptr}};
+                coder = lzma_raw_encoder_memusage(filters);
+            }
+            break;
+        }
+        case kMethodZstd: {
+            ZSTD_compressionParameters parameters =
+                ZSTD_getCParams(ZstdLevel(choice.level), block, 0);
+            parameters.windowLog = static_cast<unsigned>(std::clamp(choice.extent, 10, 27));
+            coder = ZSTD_estimateCCtxSize_usingCParams(parameters) + (block >> 3);
+            break;
+        }
+        case kMethodBrotli:
+            coder = 10ULL << std::clamp(choice.extent, 10, 24);
+            break;
+        default:
+            coder = 16 * kMiB;
+    }
+    return coder + 2 * block;
+}
+
+bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&coderState) {
+    switch (choice.method) {
+        case kMethodStore:
+            return false;
+        case kMethodZstd:
+            return CompressZstd(choice, in, out, coderState);
+        case kMethodLzma2:
+        case kMethodPpmd:
+        case kMethodLzma2Large:
+            return CompressLzma2(choice, in, out);
+        default:
+            return CompressOther(choice, in, out);
+    }
+}
+
+void FreeCoderState(std::uint8_t method, void *coderState) {
+    if (method == kMethodZstd && coderState) ZSTD_freeCCtx(static_cast<ZSTD_CCtx *>(coderState));
+}
+
+Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
+                  std::uint64_t unpackedSize, Bytes &out) {
+    if (unpackedSize > std::numeric_limits<std::size_t>::max() / 2) return kEngineItemDataDamaged;
+    out.resize(static_cast<std::size_t>(unpackedSize));
+    bool fits = false;
+    switch (method) {
+        case kMethodStore:
+            fits = size == unpackedSize;
+            if (fits && size) std::memcpy(out.data(), in, size);
+            break;
+        case kMethodDeflate: {
+            libdeflate_decompressor *coder = libdeflate_alloc_decompressor();
+            if (!coder) return kEngineOutOfMemory;
+            fits = libdeflate_deflate_decompress(coder, in, size, out.data(), out.size(),
+                                                 nullptr) == LIBDEFLATE_SUCCESS;
+            libdeflate_free_decompressor(coder);
+            break;
+        }
+        case kMethodBzip2: {
+            unsigned made = static_cast<unsigned>(out.size());
+            fits =
+                size <= std::numeric_limits<unsigned>::max() &&
+                out.size() <= std::numeric_limits<unsigned>::max() &&
+                BZ2_bzBuffToBuffDecompress(reinterpret_cast<char *>(out.data()), &made,
+                                           const_cast<char *>(reinterpret_cast<const char *>(in)),
+                                           static_cast<unsigned>(size), 0, 0) == BZ_OK &&
+                made == out.size();
+            break;
+        }
+        case kMethodLzma2:
+        case kMethodLzma2Large: {
+            std::uint64_t memoryLimit = 1ULL << 31;
+            std::size_t inAt = 0, outAt = 0;
+            fits = lzma_stream_buffer_decode(&memoryLimit, 0, nullptr, in, &inAt, size, out.data(),
+                                             &outAt, out.size()) == LZMA_OK &&
+                   outAt == out.size() && inAt == size;
+            break;
+        }
+        case kMethodZstd: {
+            std::size_t made = ZSTD_decompress(out.data(), out.size(), in, size);
+            fits = !ZSTD_isError(made) && made == out.size();
+            break;
+        }
+        case kMethodLz4: {
+            int made =
+                size <= static_cast<std::size_t>(std::numeric_limits<int>::max()) &&
+                        out.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max())
+                    ? LZ4_decompress_safe(reinterpret_cast<const char *>(in),
+                                          reinterpret_cast<char *>(out.data()),
+                                          static_cast<int>(size), static_cast<int>(out.size()))
+                    : -1;
+            fits = made >= 0 && static_cast<std::size_t>(made) == out.size();
+            break;
+        }
+        case kMethodBrotli: {
+            std::size_t made = out.size();
+            fits = BrotliDecoderDecompress(size, in, &made, out.data()) ==
+                       BROTLI_DECODER_RESULT_SUCCESS &&
+                   made == out.size();
+            break;
+        }
+        default:
+            return kEngineMethodUnsupported;
+    }
+    return fits ? kEngineOK : kEngineItemDataDamaged;
+}
+
+std::uint8_t ChooseFilter(const Bytes &data) {
+    // Executable code shows as many near calls and jumps whose operand's top
+    // byte is 00 or FF; text and media rarely do.
+    std::size_t branches = 0;
+    for (std::size_t i = 0; i + 5 <= data.size(); ++i)
+        if ((data[i] == 0xE8 || data[i] == 0xE9) && (data[i + 4] == 0x00 || data[i + 4] == 0xFF))
+            ++branches;
+    return data.size() >= 4096 && branches > data.size() / 256 ? kFilterX86 : kFilterNone;
+}
+
+void ApplyFilter(std::uint8_t filter, Bytes &data) {
+    if (filter == kFilterX86) X86(data, true);
+    if (filter == kFilterDelta4) Delta4(data, true);
+}
+
+bool RemoveFilter(std::uint8_t filter, Bytes &data) {
+    switch (filter) {
+        case kFilterNone:
+            return true;
+        case kFilterX86:
+            X86(data, false);
+            return true;
+        case kFilterDelta4:
+            Delta4(data, false);
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace engine::vnkx

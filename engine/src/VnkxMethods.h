@@ -1,0 +1,44 @@
+// The compression methods and content filters of vnkx blocks: each block is
+// coded whole in memory, so every method here works buffer to buffer.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Result.h"
+#include "VnkxLayout.h"
+
+namespace engine::vnkx {
+
+struct MethodChoice {
+    std::uint8_t method = kMethodZstd;  // as stored in a block (PPMd is coded as LZMA2)
+    int level = 1;                      // the engine's level of the method
+    int extent = 22;                    // log2 of window or dictionary
+};
+
+// The method a requested one is coded with: PPMd has no coder here and
+// becomes LZMA2 at the same level and dictionary.
+std::uint8_t CodedMethod(std::uint8_t requested);
+// The unpacked size of the blocks of a method: the window and some more,
+// so that blocks compress well yet several fit in memory at once.
+std::uint64_t BlockSizeFor(const MethodChoice &choice);
+// What one worker needs to code a block of the method (coder state and
+// both buffers), in bytes.
+std::uint64_t WorkerMemory(const MethodChoice &choice);
+
+// Compresses `in`; false when the method failed (the caller then stores).
+bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&coderState);
+void FreeCoderState(std::uint8_t method, void *coderState);
+// Decompresses exactly `unpackedSize` bytes; kEngineItemDataDamaged when the
+// data does not decode to that.
+Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
+                  std::uint64_t unpackedSize, Bytes &out);
+
+// The filter that helps a block's content (executable code, 32-bit
+// samples), or none.
+std::uint8_t ChooseFilter(const Bytes &data);
+void ApplyFilter(std::uint8_t filter, Bytes &data);
+// False for a filter this reader does not know.
+bool RemoveFilter(std::uint8_t filter, Bytes &data);
+
+}  // namespace engine::vnkx

@@ -1,0 +1,355 @@
+// Reading vnkx and vnk5: the archive is found from the trailer at the end of
+// its file, the catalogue read whole, and blocks decoded one at a time as
+// the items' data is read. Every size and offset the file claims is checked
+// before it is used.
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "FileSystem.h"
+#include "Handles.h"
+#include "Operation.h"
+#include "VnkxArchive.h"
+
+namespace engine::vnkx {
+namespace {
+
+constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
+// A catalogue or block larger than this is taken as damage, not allocated.
+constexpr std::uint64_t kMostCatalogue = 1ULL << 30;
+constexpr std::uint64_t kMostBlock = 1ULL << 30;
+
+Result ReadAt(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
+    auto *bytes = static_cast<std::uint8_t *>(buffer);
+    std::size_t done = 0;
+    while (done < size) {
+        ssize_t got = pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
+        if (got < 0) return LastErrno();
+        if (got == 0) return kEngineArchiveTruncated;
+        done += static_cast<std::size_t>(got);
+    }
+    return kEngineOK;
+}
+
+Bytes Associated(const BlockEntry &block) {
+    Writer out;
+    out.U8(block.method);
+    out.U8(block.filter);
+    out.U8(block.cipher);
+    out.U64(block.unpackedSize);
+    return out.bytes;
+}
+
+Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, std::uint16_t version,
+                           CatalogueBody &body) {
+    if (plainSize > kMostCatalogue) return kEngineCatalogueDamaged;
+    Bytes plain;
+    if (Decompress(kMethodZstd, packed.data(), packed.size(), plainSize, plain) != kEngineOK)
+        return kEngineCatalogueDamaged;
+    return DecodeCatalogue(plain, version, body);
+}
+
+// Asks for passwords until one fits the record; kEnginePasswordNeeded or
+// kEngineCancelled when none comes.
+Result KeyFor(const KeyRecord &record, PasswordSource *passwords, std::size_t item,
+              cipher::DerivedKey &key) {
+    if (!passwords) return kEnginePasswordNeeded;
+    for (;;) {
+        std::string candidate;
+        if (Result result = passwords->Next(item, candidate)) return result;
+        if (KeyFits(record, candidate, key)) {
+            passwords->Accepted();
+            return kEngineOK;
+        }
+    }
+}
+
+class Cursor final : public ReadCursor {
+public:
+    Cursor(std::shared_ptr<const ArchiveFile> file, const ReadRequest &request)
+        : file_(std::move(file)), passwords_(request.passwords), operation_(request.operation) {
+        fd_ = open(file_->path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    ~Cursor() override {
+        if (fd_ >= 0) close(fd_);
+    }
+
+    Result Next(ItemInfo &info) override {
+        if (fd_ < 0) return LastErrno();
+        FinishItem();
+        std::size_t next = current_ == kNoIndex ? 0 : current_ + 1;
+        if (next >= file_->body.items.size()) return kEngineNoMoreObjects;
+        current_ = next;
+        const ItemEntry &entry = file_->body.items[current_];
+        info = ItemInfo();
+        info.rawPath = entry.path;
+        info.path = CleanItemPath(Wide(entry.path));
+        info.folder = entry.kind == kItemFolder;
+        info.symlink = entry.kind == kItemLink;
+        info.linkTarget = Wide(entry.linkTarget);
+        info.encrypted = entry.encrypted;
+        info.size = entry.size;
+        if (entry.modified) info.modified = entry.modified;
+        info.mode = entry.mode;
+        if (entry.comment) info.comment = Wide(*entry.comment);
+        info.compressedSize = CompressedShare(entry);
+        auto stored = std::make_shared<StoredItem>();
+        stored->archive = file_;
+        stored->entry = entry;
+        info.stored = stored;
+        for (const ForkEntry &fork : entry.forks) {
+            if (fork.kind != kForkOfResource) continue;
+            auto bytes = std::make_shared<std::vector<std::uint8_t>>();
+            if (Result result = ReadFork(fork, *bytes)) return result;
+            info.resourceFork = bytes;
+        }
+        data_ = nullptr;
+        for (const ForkEntry &fork : entry.forks)
+            if (fork.kind == kForkOfData) data_ = &fork;
+        StartFork();
+        return kEngineOK;
+    }
+
+    Result Read(void *buffer, std::size_t size, std::size_t &got) override {
+        got = 0;
+        if (!data_ || current_ == kNoIndex) return kEngineOK;
+        auto *out = static_cast<std::uint8_t *>(buffer);
+        while (got < size && extent_ < data_->extents.size()) {
+            const Extent &extent = data_->extents[extent_];
+            if (inExtent_ == extent.length) {
+                ++extent_;
+                inExtent_ = 0;
+                continue;
+            }
+            if (Result result = LoadBlock(extent.block, current_)) return result;
+            std::size_t take = static_cast<std::size_t>(
+                std::min<std::uint64_t>(size - got, extent.length - inExtent_));
+            std::memcpy(out + got, block_.data() + extent.offset + inExtent_, take);
+            EVP_DigestUpdate(hash_.get(), out + got, take);
+            got += take;
+            inExtent_ += take;
+        }
+        if (got == 0 && !checked_) {
+            checked_ = true;
+            std::array<std::uint8_t, kHashSize> hash{};
+            unsigned length = 0;
+            EVP_DigestFinal_ex(hash_.get(), hash.data(), &length);
+            if (hash != data_->hash) return kEngineItemDataDamaged;
+        }
+        if (operation_ && got) {
+            if (Result stop = operation_->Work(got)) return stop;
+        }
+        return kEngineOK;
+    }
+
+    std::optional<std::wstring> Comment() const override {
+        if (!file_->body.comment) return std::nullopt;
+        return Wide(*file_->body.comment);
+    }
+
+private:
+    struct DigestFree {
+        void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
+    };
+
+    void StartFork() {
+        extent_ = 0;
+        inExtent_ = 0;
+        checked_ = false;
+        hash_.reset(EVP_MD_CTX_new());
+        if (hash_) EVP_DigestInit_ex(hash_.get(), EVP_sha256(), nullptr);
+    }
+    void FinishItem() { data_ = nullptr; }
+
+    std::uint64_t CompressedShare(const ItemEntry &entry) const {
+        long double share = 0;
+        for (const ForkEntry &fork : entry.forks)
+            for (const Extent &extent : fork.extents) {
+                const BlockEntry &block = file_->body.blocks[extent.block];
+                if (block.unpackedSize)
+                    share += static_cast<long double>(extent.length) * block.storedSize /
+                             block.unpackedSize;
+            }
+        return static_cast<std::uint64_t>(share);
+    }
+
+    Result ReadFork(const ForkEntry &fork, std::vector<std::uint8_t> &bytes) {
+        bytes.clear();
+        for (const Extent &extent : fork.extents) {
+            if (Result result = LoadBlock(extent.block, current_)) return result;
+            bytes.insert(
+                bytes.end(), block_.begin() + static_cast<std::ptrdiff_t>(extent.offset),
+                block_.begin() + static_cast<std::ptrdiff_t>(extent.offset + extent.length));
+        }
+        if (Sha256(bytes.data(), bytes.size()) != fork.hash) return kEngineItemDataDamaged;
+        return kEngineOK;
+    }
+
+    Result LoadBlock(std::uint32_t index, std::size_t item) {
+        if (blockIndex_ == index) return kEngineOK;
+        blockIndex_ = kNoIndex;
+        const BlockEntry &block = file_->body.blocks[index];
+        if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock)
+            return kEngineItemDataDamaged;
+        std::uint64_t end = file_->trailer.catalogueOffset;
+        if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset)
+            return kEngineItemDataDamaged;
+        Bytes stored(kBlockHeaderSize + block.storedSize);
+        if (Result result = ReadAt(fd_, file_->start + block.offset, stored.data(), stored.size()))
+            return result == kEngineArchiveTruncated ? kEngineItemDataDamaged : result;
+        BlockHeader header;
+        if (!DecodeBlockHeader(stored.data(), kBlockHeaderSize, header) ||
+            header.storedSize != block.storedSize || header.unpackedSize != block.unpackedSize ||
+            header.method != block.method || header.crc != block.crc)
+            return kEngineItemDataDamaged;
+        const std::uint8_t *payload = stored.data() + kBlockHeaderSize;
+        if (Crc32(payload, block.storedSize) != block.crc) return kEngineItemDataDamaged;
+        Bytes opened;
+        if (block.cipher != kCipherNone) {
+            const cipher::DerivedKey *key = nullptr;
+            if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
+            cipher::BlockCipher sealer(static_cast<cipher::AeadKind>(block.cipher), *key);
+            Bytes associated = Associated(block);
+            if (!sealer.Open(block.sealNumber, {payload, block.storedSize}, associated, opened))
+                return kEngineItemDataDamaged;
+            payload = opened.data();
+        }
+        std::size_t payloadSize = block.cipher != kCipherNone ? opened.size() : block.storedSize;
+        if (Result result =
+                Decompress(block.method, payload, payloadSize, block.unpackedSize, block_))
+            return result;
+        if (!RemoveFilter(block.filter, block_)) return kEngineMethodUnsupported;
+        blockIndex_ = index;
+        return kEngineOK;
+    }
+
+    Result KeyOfSlot(std::uint32_t slot, std::size_t item, const cipher::DerivedKey *&key) {
+        if (slot >= file_->keys.size()) return kEngineItemDataDamaged;
+        auto found = keys_.find(slot);
+        if (found == keys_.end()) {
+            cipher::DerivedKey derived;
+            if (file_->catalogueKey && slot == file_->catalogueKeySlot) {
+                derived = *file_->catalogueKey;
+            } else if (Result result = KeyFor(file_->keys[slot], passwords_, item, derived)) {
+                return result;
+            }
+            found = keys_.emplace(slot, derived).first;
+        }
+        key = &found->second;
+        return kEngineOK;
+    }
+
+    std::shared_ptr<const ArchiveFile> file_;
+    PasswordSource *passwords_;
+    Operation *operation_;
+    int fd_ = -1;
+    std::size_t current_ = kNoIndex;
+    const ForkEntry *data_ = nullptr;
+    std::size_t extent_ = 0;
+    std::uint64_t inExtent_ = 0;
+    bool checked_ = false;
+    std::unique_ptr<EVP_MD_CTX, DigestFree> hash_;
+    std::size_t blockIndex_ = kNoIndex;
+    Bytes block_;
+    std::map<std::uint32_t, cipher::DerivedKey> keys_;
+};
+
+}  // namespace
+
+bool KeyFits(const KeyRecord &record, const std::string &password, cipher::DerivedKey &key) {
+    cipher::KeyParameters parameters;
+    if (!cipher::KeyParameters::Parse(record.parameters, parameters)) return false;
+    return cipher::DeriveKey(password, parameters, key) && key.Matches(record.check);
+}
+
+std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<std::uint8_t> &tail,
+                                    std::uint64_t fileSize) {
+    Trailer trailer;
+    if (tail.size() < kTrailerSize ||
+        !DecodeTrailer(tail.data() + tail.size() - kTrailerSize, kTrailerSize, trailer) ||
+        trailer.archiveLength > fileSize || trailer.archiveLength < kHeaderSize + kTrailerSize)
+        return std::nullopt;
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::uint8_t header[kHeaderSize];
+    if (!fd.valid() ||
+        ReadAt(fd.get(), fileSize - trailer.archiveLength, header, sizeof header) != kEngineOK)
+        return std::nullopt;
+    return HeaderFlavour(header, sizeof header);
+}
+
+Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file) {
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) return LastErrno();
+    struct stat status {};
+    if (fstat(fd.get(), &status) != 0) return LastErrno();
+    auto size = static_cast<std::uint64_t>(status.st_size);
+    file.path = path;
+    std::uint8_t end[kTrailerSize];
+    if (size < kHeaderSize + kTrailerSize) return kEngineArchiveTruncated;
+    if (Result result = ReadAt(fd.get(), size - kTrailerSize, end, kTrailerSize)) return result;
+    if (!DecodeTrailer(end, kTrailerSize, file.trailer)) return kEngineArchiveTruncated;
+    const Trailer &trailer = file.trailer;
+    if (trailer.archiveLength > size || trailer.archiveLength < kHeaderSize + kTrailerSize)
+        return kEngineArchiveTruncated;
+    if (trailer.version > kNewestVersion) return kEngineArchiveTooNew;
+    file.start = size - trailer.archiveLength;
+    std::uint8_t header[kHeaderSize];
+    if (Result result = ReadAt(fd.get(), file.start, header, kHeaderSize)) return result;
+    std::optional<Flavour> flavour = HeaderFlavour(header, kHeaderSize);
+    if (!flavour) return kEngineArchiveTruncated;
+    file.flavour = *flavour;
+    std::uint64_t catalogueEnd = trailer.archiveLength - kTrailerSize;
+    if (trailer.catalogueOffset < kHeaderSize || trailer.catalogueOffset > catalogueEnd ||
+        trailer.catalogueSize > catalogueEnd - trailer.catalogueOffset ||
+        trailer.catalogueSize > kMostCatalogue)
+        return kEngineCatalogueDamaged;
+    Bytes region(static_cast<std::size_t>(trailer.catalogueSize));
+    if (Result result =
+            ReadAt(fd.get(), file.start + trailer.catalogueOffset, region.data(), region.size()))
+        return result;
+    if (Sha256(region.data(), region.size()) != trailer.catalogueHash)
+        return kEngineCatalogueDamaged;
+
+    Reader in(region.data(), region.size());
+    std::uint8_t magic[4];
+    std::uint32_t keyCount = 0;
+    if (!in.Raw(magic, 4) || std::memcmp(magic, kCatalogueMagic, 4) != 0 || !in.U32(keyCount) ||
+        keyCount > in.left() / (1 + kKeyParametersSize + kCheckSize))
+        return kEngineCatalogueDamaged;
+    file.keys.resize(keyCount);
+    for (KeyRecord &key : file.keys)
+        if (!DecodeKeyRecord(in, key)) return kEngineCatalogueDamaged;
+    std::uint64_t plainSize = 0, packedSize = 0;
+    if (!in.U8(file.catalogueCipher) || !in.U32(file.catalogueKeySlot) || !in.U64(plainSize) ||
+        !in.U64(packedSize) || packedSize != in.left())
+        return kEngineCatalogueDamaged;
+    Bytes packed(static_cast<std::size_t>(packedSize));
+    in.Raw(packed.data(), packed.size());
+    if (file.catalogueCipher != kCipherNone) {
+        if (file.catalogueKeySlot >= file.keys.size()) return kEngineCatalogueDamaged;
+        cipher::DerivedKey key;
+        if (Result result = KeyFor(file.keys[file.catalogueKeySlot], passwords, kNoIndex, key))
+            return result;
+        cipher::BlockCipher sealer(static_cast<cipher::AeadKind>(file.catalogueCipher), key);
+        Bytes opened;
+        if (!sealer.Open(kCatalogueSealNumber, packed, {}, opened)) return kEngineCatalogueDamaged;
+        packed = std::move(opened);
+        file.catalogueKey = key;
+    }
+    if (Result result = DecompressCatalogue(packed, plainSize, trailer.version, file.body))
+        return result;
+    for (const BlockEntry &block : file.body.blocks)
+        if (block.cipher != kCipherNone && block.keySlot >= file.keys.size())
+            return kEngineCatalogueDamaged;
+    return kEngineOK;
+}
+
+std::unique_ptr<ReadCursor> MakeCursor(std::shared_ptr<const ArchiveFile> file,
+                                       const ReadRequest &request) {
+    return std::make_unique<Cursor>(std::move(file), request);
+}
+
+}  // namespace engine::vnkx

@@ -1,0 +1,623 @@
+// Writing vnkx and vnk5: item data is gathered into blocks (solid across
+// files, or one run of blocks per file), the blocks are filtered, compressed
+// and enciphered on worker threads and written in order, identical contents
+// are stored once, and the catalogue and trailer close the archive. Items of
+// another archive of the format bring their blocks along as they are stored.
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "FileSystem.h"
+#include "Handles.h"
+#include "Operation.h"
+#include "VnkxArchive.h"
+
+namespace engine::vnkx {
+namespace {
+
+constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
+// Items up to this size are read whole before they are placed, so that a
+// duplicate is found before any of it is written.
+constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
+constexpr std::size_t kChunk = 1 << 20;
+
+struct DigestFree {
+    void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
+};
+using Digest = std::unique_ptr<EVP_MD_CTX, DigestFree>;
+
+Digest NewDigest() {
+    Digest digest(EVP_MD_CTX_new());
+    if (digest) EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
+    return digest;
+}
+
+std::array<std::uint8_t, kHashSize> FinishDigest(Digest &digest) {
+    std::array<std::uint8_t, kHashSize> hash{};
+    unsigned length = 0;
+    EVP_DigestFinal_ex(digest.get(), hash.data(), &length);
+    return hash;
+}
+
+Bytes Associated(const BlockEntry &block) {
+    Writer out;
+    out.U8(block.method);
+    out.U8(block.filter);
+    out.U8(block.cipher);
+    out.U64(block.unpackedSize);
+    return out.bytes;
+}
+
+// One block on its way into the archive.
+struct Job {
+    Bytes data;  // unpacked; then what is stored
+    BlockEntry entry;
+    Result result = kEngineOK;
+    bool done = false;
+};
+
+// The contents of a fork placed before, by size and hash.
+struct Placed {
+    std::uint64_t size;
+    std::array<std::uint8_t, kHashSize> hash;
+    bool operator<(const Placed &other) const {
+        return size != other.size ? size < other.size : hash < other.hash;
+    }
+};
+
+class ArchiveWriter {
+public:
+    ArchiveWriter(const WriteRequest &request, const WriteSettings &settings)
+        : request_(request), settings_(settings), operation_(request.operation) {
+        blockSize_ = BlockSizeFor(settings_.choice);
+    }
+    ~ArchiveWriter() {
+        StopWorkers();
+        FreeCoderState(CodedMethod(settings_.choice.method), ownState_);
+        if (fd_ >= 0) close(fd_);
+    }
+
+    Result Run(ItemFeed &feed) {
+        fd_ = open(request_.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        if (fd_ < 0) return LastErrno();
+        if (Result result = StartKey()) return result;
+        std::uint16_t flags = settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0;
+        Bytes header = EncodeHeader(settings_.flavour, settings_.version, flags);
+        if (Result result = Write(header.data(), header.size())) return result;
+        StartWorkers();
+        for (;;) {
+            if (operation_ && operation_->Cancelled()) return kEngineCancelled;
+            WriteItem item;
+            Result next = feed.Next(item);
+            if (next == kEngineNoMoreObjects) break;
+            if (next != kEngineOK) return next;
+            if (Result result = Take(item)) return result;
+        }
+        Seal();
+        if (Result result = Drain()) return result;
+        StopWorkers();
+        if (operation_) {
+            if (Result stop = operation_->WritingCatalogue()) return stop;
+        }
+        if (Result result = WriteCatalogue(flags)) return result;
+        if (close(fd_) != 0) {
+            fd_ = -1;
+            return LastErrno();
+        }
+        fd_ = -1;
+        return kEngineOK;
+    }
+
+private:
+    Result StartKey() {
+        if (request_.password.empty()) return kEngineOK;
+        cipher::KeyParameters parameters = cipher::KeyParameters::Fresh();
+        key_.emplace();
+        if (!cipher::DeriveKey(request_.password, parameters, *key_)) return kEngineEncryptFailed;
+        KeyRecord record;
+        record.cipher = settings_.cipher;
+        record.parameters = parameters.Serialise();
+        std::copy(key_->check.begin(), key_->check.end(), record.check.begin());
+        keys_.push_back(record);
+        keySlot_ = 0;
+        sealer_.emplace(static_cast<cipher::AeadKind>(settings_.cipher), *key_);
+        return kEngineOK;
+    }
+
+    // -- items --------------------------------------------------------------
+
+    Result Take(WriteItem &item) {
+        ItemEntry entry;
+        entry.path = Utf8(item.info.path);
+        entry.kind = item.info.folder ? kItemFolder : item.info.symlink ? kItemLink : kItemFile;
+        entry.linkTarget = Utf8(item.info.linkTarget);
+        entry.modified = item.info.modified.value_or(0);
+        entry.mode = item.info.mode;
+        if (item.info.comment && settings_.flavour == Flavour::Vnkx)
+            entry.comment = Utf8(*item.info.comment);
+        if (settings_.legacyNames) entry.legacyName = Legacy(item.info.path);
+        if (const auto *stored = dynamic_cast<const StoredItem *>(item.copy)) {
+            if (Result result = CopyStored(*stored, entry)) return result;
+            entry.size = stored->entry.size;
+            body_.items.push_back(std::move(entry));
+            return Progress(0, stored->entry.size);
+        }
+        if (entry.kind == kItemFile) {
+            ForkEntry fork;
+            fork.kind = kForkOfData;
+            if (item.data) {
+                if (Result result = PlaceData(*item.data, item.info.size, item.storeOnly, fork))
+                    return result;
+            } else {
+                fork.hash = Sha256(nullptr, 0);
+            }
+            entry.size = fork.size;
+            entry.encrypted = key_.has_value() && fork.size > 0;
+            entry.forks.push_back(std::move(fork));
+            if (item.info.resourceFork && settings_.version > 0) {
+                ForkEntry resource;
+                resource.kind = kForkOfResource;
+                Bytes bytes(item.info.resourceFork->begin(), item.info.resourceFork->end());
+                if (Result result = PlaceWhole(std::move(bytes), item.storeOnly, resource))
+                    return result;
+                entry.forks.push_back(std::move(resource));
+            }
+            if (!settings_.solid) {
+                Seal();
+                if (Result result = Throttle()) return result;
+            }
+        }
+        body_.items.push_back(std::move(entry));
+        return kEngineOK;
+    }
+
+    // The legacy 8-bit form of a name: ASCII kept, anything else "_".
+    static std::string Legacy(const std::wstring &path) {
+        std::string legacy;
+        for (wchar_t c : path) legacy.push_back(c < 0x80 ? static_cast<char>(c) : '_');
+        return legacy;
+    }
+
+    Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, ForkEntry &fork) {
+        if (expected <= kWholeItemLimit) {
+            Bytes whole;
+            if (Result result = ReadWhole(data, expected, whole)) return result;
+            return PlaceWhole(std::move(whole), storeOnly, fork);
+        }
+        if (settings_.fold && largeSizes_.count(expected))
+            return PlaceSpooled(data, storeOnly, fork);
+        largeSizes_.insert(expected);
+        return PlaceStream(data, storeOnly, fork);
+    }
+
+    Result ReadWhole(DataSource &data, std::uint64_t expected, Bytes &out) {
+        out.resize(static_cast<std::size_t>(expected) + 1);
+        std::size_t filled = 0;
+        for (;;) {
+            if (out.size() == filled) out.resize(filled + kChunk);
+            std::size_t got = 0;
+            if (Result result = data.Read(out.data() + filled, out.size() - filled, got))
+                return result;
+            if (got == 0) break;
+            filled += got;
+            if (Result stop = Progress(got, 0)) return stop;
+        }
+        out.resize(filled);
+        return kEngineOK;
+    }
+
+    Result PlaceWhole(Bytes bytes, bool storeOnly, ForkEntry &fork) {
+        fork.size = bytes.size();
+        fork.hash = Sha256(bytes.data(), bytes.size());
+        if (settings_.fold && Fold(fork)) return Progress(0, fork.size);
+        Result result = Append(bytes.data(), bytes.size(), storeOnly, fork);
+        Remember(fork);
+        return result == kEngineOK ? Progress(0, fork.size) : result;
+    }
+
+    // A large item streamed into blocks as it is read.
+    Result PlaceStream(DataSource &data, bool storeOnly, ForkEntry &fork) {
+        Digest digest = NewDigest();
+        Bytes chunk(kChunk);
+        for (;;) {
+            std::size_t got = 0;
+            if (Result result = data.Read(chunk.data(), chunk.size(), got)) return result;
+            if (got == 0) break;
+            EVP_DigestUpdate(digest.get(), chunk.data(), got);
+            fork.size += got;
+            if (Result result = Append(chunk.data(), got, storeOnly, fork)) return result;
+            if (Result stop = Progress(got, got)) return stop;
+        }
+        fork.hash = FinishDigest(digest);
+        Remember(fork);
+        return kEngineOK;
+    }
+
+    // A large item of a size seen before goes to a scratch file first, so
+    // that it is stored only when it is not a duplicate.
+    Result PlaceSpooled(DataSource &data, bool storeOnly, ForkEntry &fork) {
+        std::unique_ptr<FILE, int (*)(FILE *)> spool(tmpfile(), fclose);
+        if (!spool) return LastErrno();
+        Digest digest = NewDigest();
+        Bytes chunk(kChunk);
+        for (;;) {
+            std::size_t got = 0;
+            if (Result result = data.Read(chunk.data(), chunk.size(), got)) return result;
+            if (got == 0) break;
+            EVP_DigestUpdate(digest.get(), chunk.data(), got);
+            fork.size += got;
+            if (fwrite(chunk.data(), 1, got, spool.get()) != got) return kEngineDiskFull;
+            if (Result stop = Progress(got, 0)) return stop;
+        }
+        fork.hash = FinishDigest(digest);
+        if (Fold(fork)) return Progress(0, fork.size);
+        rewind(spool.get());
+        for (;;) {
+            std::size_t got = fread(chunk.data(), 1, chunk.size(), spool.get());
+            if (got == 0) break;
+            if (Result result = Append(chunk.data(), got, storeOnly, fork)) return result;
+            if (Result stop = Progress(0, got)) return stop;
+        }
+        Remember(fork);
+        return kEngineOK;
+    }
+
+    bool Fold(ForkEntry &fork) {
+        auto found = placed_.find(Placed{fork.size, fork.hash});
+        if (found == placed_.end()) return false;
+        fork.extents = found->second;
+        return true;
+    }
+    void Remember(const ForkEntry &fork) {
+        if (settings_.fold && fork.size > 0)
+            placed_.emplace(Placed{fork.size, fork.hash}, fork.extents);
+    }
+
+    // Appends bytes to the open block, sealing full ones. Data that is
+    // stored as it is (already compressed) goes into blocks of its own.
+    Result Append(const std::uint8_t *data, std::size_t size, bool storeOnly, ForkEntry &fork) {
+        if (storeOnly != openStoreOnly_ && !open_.empty()) Seal();
+        openStoreOnly_ = storeOnly;
+        while (size > 0) {
+            if (open_.size() >= blockSize_) {
+                Seal();
+                openStoreOnly_ = storeOnly;
+                if (Result result = Throttle()) return result;
+            }
+            std::size_t take =
+                static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize_ - open_.size()));
+            std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
+            if (!fork.extents.empty() && fork.extents.back().block == block &&
+                fork.extents.back().offset + fork.extents.back().length == open_.size()) {
+                fork.extents.back().length += take;
+            } else {
+                fork.extents.push_back(Extent{block, open_.size(), take});
+            }
+            open_.insert(open_.end(), data, data + take);
+            data += take;
+            size -= take;
+        }
+        return kEngineOK;
+    }
+
+    Result CopyStored(const StoredItem &stored, ItemEntry &entry) {
+        entry.encrypted = stored.entry.encrypted;
+        for (const ForkEntry &source : stored.entry.forks) {
+            if (settings_.version == 0 && source.kind != kForkOfData) continue;
+            ForkEntry fork = source;
+            for (Extent &extent : fork.extents) {
+                std::uint32_t block = 0;
+                if (Result result = CopyBlock(stored, extent.block, block)) return result;
+                extent.block = block;
+            }
+            entry.forks.push_back(std::move(fork));
+        }
+        return kEngineOK;
+    }
+
+    // A block of another archive, written as it is stored (once, however
+    // many items lie in it), with the key record it was sealed under.
+    Result CopyBlock(const StoredItem &stored, std::uint32_t sourceIndex, std::uint32_t &index) {
+        const ArchiveFile &source = *stored.archive;
+        auto copied = copied_.find({&source, sourceIndex});
+        if (copied != copied_.end()) {
+            index = copied->second;
+            return kEngineOK;
+        }
+        if (sourceIndex >= source.body.blocks.size()) return kEngineCatalogueDamaged;
+        Seal();
+        if (Result result = Drain()) return result;
+        BlockEntry entry = source.body.blocks[sourceIndex];
+        if (entry.cipher != kCipherNone) {
+            if (entry.keySlot >= source.keys.size()) return kEngineCatalogueDamaged;
+            entry.keySlot = SlotOf(source.keys[entry.keySlot]);
+            if (!catalogueKey_ && source.catalogueKey &&
+                source.catalogueKeySlot < source.keys.size()) {
+                catalogueKey_ = source.catalogueKey;
+                catalogueRecord_ = SlotOf(source.keys[source.catalogueKeySlot]);
+            }
+        }
+        UniqueFd file(open(source.path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file.valid()) return LastErrno();
+        std::uint64_t from = source.start + entry.offset;
+        entry.offset = offset_;
+        std::uint64_t remaining = kBlockHeaderSize + entry.storedSize;
+        Bytes buffer(kChunk);
+        while (remaining > 0) {
+            std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk));
+            ssize_t got = pread(file.get(), buffer.data(), want, static_cast<off_t>(from));
+            if (got < 0) return LastErrno();
+            if (got == 0) return kEngineArchiveTruncated;
+            if (Result result = Write(buffer.data(), static_cast<std::size_t>(got))) return result;
+            from += static_cast<std::uint64_t>(got);
+            remaining -= static_cast<std::uint64_t>(got);
+            if (Result stop = Progress(0, 0, static_cast<std::uint64_t>(got))) return stop;
+        }
+        // The copied header keeps its key slot of the old archive; the
+        // catalogue's entry is the one a reader follows.
+        index = static_cast<std::uint32_t>(nextBlock_++);
+        body_.blocks.push_back(entry);
+        copied_.emplace(std::make_pair(&source, sourceIndex), index);
+        return kEngineOK;
+    }
+
+    std::uint32_t SlotOf(const KeyRecord &record) {
+        for (std::size_t i = 0; i < keys_.size(); ++i)
+            if (keys_[i] == record) return static_cast<std::uint32_t>(i);
+        keys_.push_back(record);
+        return static_cast<std::uint32_t>(keys_.size() - 1);
+    }
+
+    // -- blocks -------------------------------------------------------------
+
+    void Seal() {
+        if (open_.empty()) return;
+        auto job = std::make_shared<Job>();
+        job->data = std::move(open_);
+        open_.clear();
+        job->entry.unpackedSize = job->data.size();
+        job->entry.method =
+            openStoreOnly_ ? std::uint8_t{kMethodStore} : CodedMethod(settings_.choice.method);
+        job->entry.sealNumber = nextBlock_;
+        ++nextBlock_;
+        pending_.push_back(job);
+        Submit(job);
+    }
+
+    // Keeps the blocks in flight within the memory the settings allow.
+    Result Throttle() {
+        while (pending_.size() > MaxPending())
+            if (Result result = WriteFront()) return result;
+        return kEngineOK;
+    }
+    std::size_t MaxPending() const { return workers_.empty() ? 0 : workers_.size() + 1; }
+
+    Result Drain() {
+        while (!pending_.empty())
+            if (Result result = WriteFront()) return result;
+        return kEngineOK;
+    }
+
+    Result WriteFront() {
+        std::shared_ptr<Job> job = pending_.front();
+        {
+            std::unique_lock lock(mutex_);
+            finished_.wait(lock, [&] { return job->done; });
+        }
+        pending_.pop_front();
+        if (job->result != kEngineOK) return job->result;
+        job->entry.offset = offset_;
+        BlockHeader header;
+        header.method = job->entry.method;
+        header.filter = job->entry.filter;
+        header.cipher = job->entry.cipher;
+        header.keySlot = job->entry.keySlot;
+        header.sealNumber = job->entry.sealNumber;
+        header.unpackedSize = job->entry.unpackedSize;
+        header.storedSize = job->entry.storedSize;
+        header.crc = job->entry.crc;
+        Bytes bytes = EncodeBlockHeader(header);
+        if (Result result = Write(bytes.data(), bytes.size())) return result;
+        if (Result result = Write(job->data.data(), job->data.size())) return result;
+        body_.blocks.push_back(job->entry);
+        return Progress(0, 0, job->data.size());
+    }
+
+    void Code(Job &job, void *&state) {
+        BlockEntry &entry = job.entry;
+        if (entry.method != kMethodStore) {
+            if (settings_.filters && settings_.version > 0) entry.filter = ChooseFilter(job.data);
+            ApplyFilter(entry.filter, job.data);
+            Bytes packed;
+            MethodChoice choice = settings_.choice;
+            choice.method = entry.method;
+            if (Compress(choice, job.data, packed, state) && packed.size() < job.data.size()) {
+                job.data = std::move(packed);
+            } else {
+                entry.method = kMethodStore;
+            }
+        }
+        if (sealer_) {
+            entry.cipher = settings_.cipher;
+            entry.keySlot = keySlot_;
+            Bytes sealed;
+            if (!sealer_->Seal(entry.sealNumber, job.data, Associated(entry), sealed)) {
+                job.result = kEngineEncryptFailed;
+                return;
+            }
+            job.data = std::move(sealed);
+        }
+        entry.storedSize = job.data.size();
+        entry.crc = Crc32(job.data.data(), job.data.size());
+    }
+
+    void StartWorkers() {
+        if (!request_.threads) return;
+        unsigned count = std::max(1u, std::thread::hardware_concurrency());
+        for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { Work(); });
+    }
+
+    void StopWorkers() {
+        {
+            std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        wake_.notify_all();
+        for (auto &worker : workers_) worker.join();
+        workers_.clear();
+        std::lock_guard lock(mutex_);
+        stopping_ = false;
+        queue_.clear();
+    }
+
+    void Submit(const std::shared_ptr<Job> &job) {
+        if (workers_.empty()) {
+            Code(*job, ownState_);
+            job->done = true;
+            return;
+        }
+        {
+            std::lock_guard lock(mutex_);
+            queue_.push_back(job);
+        }
+        wake_.notify_one();
+    }
+
+    void Work() {
+        void *state = nullptr;
+        for (;;) {
+            std::shared_ptr<Job> job;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+                if (queue_.empty()) break;
+                job = queue_.front();
+                queue_.pop_front();
+            }
+            Code(*job, state);
+            {
+                std::lock_guard lock(mutex_);
+                job->done = true;
+            }
+            finished_.notify_all();
+        }
+        FreeCoderState(CodedMethod(settings_.choice.method), state);
+    }
+
+    // -- the end ------------------------------------------------------------
+
+    Result WriteCatalogue(std::uint16_t flags) {
+        if (request_.comment && settings_.flavour == Flavour::Vnkx)
+            body_.comment = Utf8(*request_.comment);
+        Bytes plain = EncodeCatalogue(body_, settings_.version);
+        Bytes packed;
+        void *state = nullptr;
+        MethodChoice choice{kMethodZstd, 1, 22};
+        bool packedOk = Compress(choice, plain, packed, state);
+        FreeCoderState(kMethodZstd, state);
+        if (!packedOk) return kEngineWriteFailed;
+        std::uint8_t catalogueCipher = kCipherNone;
+        std::uint32_t catalogueSlot = kNoKey;
+        if (settings_.encryptCatalogue) {
+            const cipher::DerivedKey *key = key_            ? &*key_
+                                            : catalogueKey_ ? &*catalogueKey_
+                                                            : nullptr;
+            if (key) {
+                catalogueSlot = key_ ? keySlot_ : catalogueRecord_;
+                catalogueCipher = keys_[catalogueSlot].cipher;
+                cipher::BlockCipher sealer(static_cast<cipher::AeadKind>(catalogueCipher), *key);
+                Bytes sealed;
+                if (!sealer.Seal(kCatalogueSealNumber, packed, {}, sealed))
+                    return kEngineEncryptFailed;
+                packed = std::move(sealed);
+            }
+        }
+        if (catalogueCipher == kCipherNone && (flags & kFlagCatalogueEnciphered)) {
+            Bytes header = EncodeHeader(settings_.flavour, settings_.version, 0);
+            if (pwrite(fd_, header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()))
+                return LastErrno();
+            flags = 0;
+        }
+        Writer region;
+        region.Raw(kCatalogueMagic, 4);
+        region.U32(static_cast<std::uint32_t>(keys_.size()));
+        for (const KeyRecord &key : keys_) EncodeKeyRecord(region, key);
+        region.U8(catalogueCipher);
+        region.U32(catalogueSlot);
+        region.U64(plain.size());
+        region.U64(packed.size());
+        region.Raw(packed.data(), packed.size());
+
+        Trailer trailer;
+        trailer.version = settings_.version;
+        trailer.flags = catalogueCipher != kCipherNone ? kFlagCatalogueEnciphered : 0;
+        trailer.catalogueOffset = offset_;
+        trailer.catalogueSize = region.bytes.size();
+        trailer.archiveLength = offset_ + region.bytes.size() + kTrailerSize;
+        trailer.catalogueHash = Sha256(region.bytes.data(), region.bytes.size());
+        if (Result result = Write(region.bytes.data(), region.bytes.size())) return result;
+        Bytes end = EncodeTrailer(trailer);
+        return Write(end.data(), end.size());
+    }
+
+    Result Write(const void *data, std::size_t size) {
+        if (Result result = WriteAll(fd_, data, size)) return result;
+        offset_ += size;
+        return kEngineOK;
+    }
+
+    // Counters: bytes read from sources, bytes of items done, bytes of
+    // archive written (as work).
+    Result Progress(std::uint64_t read, std::uint64_t done, std::uint64_t written = 0) {
+        if (!operation_) return kEngineOK;
+        (void)read;
+        if (done) operation_->AddWritten(done);
+        if (Result stop = operation_->Work(read + written)) return stop;
+        return operation_->Counters();
+    }
+
+    const WriteRequest &request_;
+    WriteSettings settings_;
+    Operation *operation_;
+    int fd_ = -1;
+    std::uint64_t offset_ = 0;
+    std::uint64_t blockSize_;
+    std::uint64_t nextBlock_ = 0;
+    Bytes open_;
+    bool openStoreOnly_ = false;
+    CatalogueBody body_;
+    std::vector<KeyRecord> keys_;
+    std::optional<cipher::DerivedKey> key_;
+    std::uint32_t keySlot_ = kNoKey;
+    std::optional<cipher::BlockCipher> sealer_;
+    std::optional<cipher::DerivedKey> catalogueKey_;
+    std::uint32_t catalogueRecord_ = kNoKey;
+    std::map<Placed, std::vector<Extent>> placed_;
+    std::set<std::uint64_t> largeSizes_;
+    std::map<std::pair<const ArchiveFile *, std::uint32_t>, std::uint32_t> copied_;
+    std::deque<std::shared_ptr<Job>> pending_;
+    std::vector<std::thread> workers_;
+    void *ownState_ = nullptr;
+    std::mutex mutex_;
+    std::condition_variable wake_, finished_;
+    std::deque<std::shared_ptr<Job>> queue_;
+    bool stopping_ = false;
+};
+
+}  // namespace
+
+Result WriteArchive(const WriteRequest &request, ItemFeed &feed, const WriteSettings &settings) {
+    ArchiveWriter writer(request, settings);
+    return writer.Run(feed);
+}
+
+}  // namespace engine::vnkx

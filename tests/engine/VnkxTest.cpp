@@ -1,0 +1,322 @@
+// The own format vnkx and its classic form vnk5: every method round trip,
+// changes that copy blocks as stored, both ciphers with and without hidden
+// names, damage found and survived, duplicates folded, transforms, the first
+// version, and the trailer and signature bytes as the format's description
+// lays them out.
+#include <algorithm>
+#include <cstring>
+
+#include "EngineFixture.h"
+
+namespace enginetest {
+namespace {
+
+class VnkxTest : public EngineTest {
+protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        tree = MakeSampleTree("src");
+        folder = Scratch("vnkx");
+    }
+    void SetBool(const char *name, bool value) {
+        ASSERT_EQ(SetFormatBooleanProperty(engine, "vnkx", name, value), kEngineOK);
+    }
+    void SetVnkx(const char *name, int32_t value) {
+        ASSERT_EQ(SetFormatIntegerProperty(engine, "vnkx", name, value), kEngineOK);
+    }
+    fs::path Made(const std::string &name, const char *format = "vnkx",
+                  const std::wstring &password = L"") {
+        fs::path archive = folder / name;
+        OwnedString secret = password.empty() ? OwnedString() : Text(password);
+        EXPECT_EQ(Create(format, {tree}, archive, nullptr, secret.get()), kEngineOK) << name;
+        return archive;
+    }
+    EngineResult Verify(const fs::path &archive, const std::wstring &password = L"") {
+        OwnedFS file = Path(archive);
+        OwnedString secret = password.empty() ? OwnedString() : Text(password);
+        return VerifyArchive(engine, file.get(), secret.get());
+    }
+    // Expands and compares with the sample tree.
+    void ExpectRoundTrip(const fs::path &archive, const std::string &label,
+                         const std::wstring &password = L"") {
+        fs::path out = Scratch("out-" + label);
+        OwnedString secret = password.empty() ? OwnedString() : Text(password);
+        ASSERT_EQ(Expand(archive, out, nullptr, secret.get()), kEngineOK) << label;
+        EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree)) << label;
+    }
+    fs::path tree, folder;
+};
+
+TEST_F(VnkxTest, EveryMethodRoundTripsAndVerifies) {
+    for (int32_t method = 1; method <= 9; ++method) {
+        SetVnkx(kFormatPropCompMethod, method);
+        std::string name = "method" + std::to_string(method) + ".vnkx";
+        fs::path archive = Made(name);
+        EXPECT_EQ(FormatOf(archive), "vnkx") << name;
+        EXPECT_EQ(Verify(archive), kEngineOK) << name;
+        ExpectRoundTrip(archive, name);
+    }
+    // Presets, one block per file, no filters, and a single thread.
+    for (int32_t degree = 1; degree <= 5; ++degree) {
+        SetVnkx(kFormatPropCompressionDegree, degree);
+        SetBool(kFormatPropBlockMode, degree % 2 == 0);
+        SetBool(kFormatPropFilters, degree != 3);
+        ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, degree != 4), kEngineOK);
+        std::string name = "degree" + std::to_string(degree) + ".vnkx";
+        ExpectRoundTrip(Made(name), name);
+    }
+}
+
+TEST_F(VnkxTest, ExtentBeyondMemoryIsRefused) {
+    SetVnkx(kFormatPropCompMethod, 9);
+    SetVnkx(kFormatPropCompExtent, 30);
+    EXPECT_EQ(Create("vnkx", {tree}, folder / "huge.vnkx"), kEngineExtentTooHigh);
+    SetVnkx(kFormatPropCompMethod, 5);
+    SetVnkx(kFormatPropCompExtent, 31);
+    EXPECT_EQ(Create("vnkx", {tree}, folder / "beyond.vnkx"), kEngineExtentTooHigh);
+}
+
+TEST_F(VnkxTest, TheClassicFormAndTheFirstVersionAreReadable) {
+    fs::path classic = Made("classic.vnk", "vnk5", L"pw");
+    EXPECT_EQ(FormatOf(classic), "vnk5");
+    ExpectRoundTrip(classic, "classic", L"pw");
+    SetVnkx(kFormatPropMaxVersion, 0);
+    SetVnkx(kFormatPropCompMethod, 8);  // not in the first version: falls back
+    fs::path first = Made("first.vnkx");
+    std::string bytes = ReadFile(first);
+    ASSERT_GE(bytes.size(), 16u);
+    EXPECT_EQ(bytes[8], 0);  // version 0 in the header
+    ExpectRoundTrip(first, "first");
+}
+
+// The signature at the start, and a trailer at the end that gives the
+// archive's length and the catalogue's place, checked by its own CRC: read
+// here without the engine.
+TEST_F(VnkxTest, SignatureAndTrailerAreWhereTheLayoutPutsThem) {
+    fs::path archive = Made("layout.vnkx");
+    std::string bytes = ReadFile(archive);
+    ASSERT_GT(bytes.size(), 16u + 88u);
+    EXPECT_EQ(bytes.substr(0, 8), std::string("VNKX\x1A\r\n\0", 8));
+    std::string trailer = bytes.substr(bytes.size() - 88);
+    EXPECT_EQ(trailer.substr(0, 4), "VNKT");
+    EXPECT_EQ(trailer.substr(84, 4), "VNKE");
+    auto le = [&](std::size_t at, int count) {
+        uint64_t value = 0;
+        for (int i = count; i-- > 0;) value = (value << 8) | static_cast<uint8_t>(trailer[at + i]);
+        return value;
+    };
+    EXPECT_EQ(le(4, 2), 7u);
+    EXPECT_EQ(le(40, 8), bytes.size());
+    uint64_t catalogue = le(8, 8), catalogueSize = le(16, 8);
+    EXPECT_EQ(catalogue + catalogueSize + 88, bytes.size());
+    EXPECT_EQ(bytes.substr(catalogue, 4), "VCAT");
+    EXPECT_EQ(bytes.substr(16, 4), "VBLK");
+
+    // A program in front of it leaves it an archive of the same kind.
+    fs::path fronted = folder / "fronted.bin";
+    WriteFile(fronted, std::string(5000, '\x7f') + bytes);
+    EXPECT_EQ(FormatOf(fronted), "vnkx");
+    OpenedArchive opened(engine, fronted);
+    EXPECT_EQ(opened.status(), kEngineOK);
+    EXPECT_FALSE(opened.Listing().empty());
+}
+
+TEST_F(VnkxTest, DuplicatesAreStoredOnce) {
+    std::string noise;
+    for (unsigned i = 0, x = 1; i < 2000000; ++i) {
+        x = x * 1103515245u + 12345u;
+        noise += static_cast<char>(x >> 24);
+    }
+    fs::path twins = Scratch("twins");
+    WriteFile(twins / "one.bin", noise);
+    WriteFile(twins / "two.bin", noise);
+    fs::path folded = folder / "folded.vnkx";
+    ASSERT_EQ(Create("vnkx", {twins}, folded), kEngineOK);
+    SetBool(kFormatPropFoldDuplicates, false);
+    SetBool(kFormatPropBlockMode, false);
+    fs::path unfolded = folder / "unfolded.vnkx";
+    ASSERT_EQ(Create("vnkx", {twins}, unfolded), kEngineOK);
+    EXPECT_LT(fs::file_size(folded), noise.size() + noise.size() / 10);
+    EXPECT_GT(fs::file_size(unfolded), 2 * noise.size() - noise.size() / 10);
+    fs::path out = Scratch("twins-out");
+    ASSERT_EQ(Expand(folded, out), kEngineOK);
+    EXPECT_EQ(Snapshot(out / "twins"), Snapshot(twins));
+}
+
+TEST_F(VnkxTest, ChangesKeepEveryOtherItemAndComments) {
+    fs::path archive = Made("changed.vnkx");
+    {
+        OpenedArchive opened(engine, archive, kEngineAccessChange);
+        ASSERT_EQ(opened.status(), kEngineOK);
+        OwnedItem root = opened.Root();
+        OwnedString comment = Text(L"Archivnotiz: Grüße");
+        ASSERT_EQ(SetArchiveObjectStringProperty(root.get(), kItemPropComments, comment.get()),
+                  kEngineOK);
+        OwnedItem readme = opened.Item(L"src/readme.txt");
+        OwnedString newName = Text(L"liesmich.txt");
+        ASSERT_EQ(SetArchiveObjectStringProperty(readme.get(), kItemPropName, newName.get()),
+                  kEngineOK);
+        OwnedItem deep = opened.Item(L"src/a/b/c/d/e/f/g/deep.txt");
+        OwnedString note = Text(L"a note");
+        ASSERT_EQ(SetArchiveObjectStringProperty(deep.get(), kItemPropComments, note.get()),
+                  kEngineOK);
+        OwnedItemList doomed;
+        ASSERT_EQ(NewArchiveObjectList(engine, doomed.out()), kEngineOK);
+        OwnedItem blob = opened.Item(L"src/data/empty.txt");
+        ASSERT_EQ(AddToArchiveObjectList(blob.get(), doomed.get()), kEngineOK);
+        ASSERT_EQ(DeleteArchiveObjects(engine, doomed.get(), nullptr), kEngineOK);
+        OwnedItem src = opened.Item(L"src");
+        OwnedString folderName = Text(L"neu");
+        OwnedItem made;
+        ASSERT_EQ(AcquireNewFolderInArchive(engine, src.get(), folderName.get(), 0, made.out()),
+                  kEngineOK);
+        fs::path extra = folder / "extra.txt";
+        WriteFile(extra, "added later\n");
+        OwnedFSList sources = PathList(engine, {extra});
+        OwnedItemList added;
+        ASSERT_EQ(AddItemsToArchive(engine, made.get(), sources.get(), added.out(), nullptr),
+                  kEngineOK);
+        EXPECT_EQ(opened.Close(), kEngineOK);
+    }
+    EXPECT_EQ(Verify(archive), kEngineOK);
+    OpenedArchive reopened(engine, archive);
+    std::vector<std::wstring> listing = reopened.Listing();
+    auto has = [&](const std::wstring &path) {
+        return std::find(listing.begin(), listing.end(), path) != listing.end();
+    };
+    EXPECT_TRUE(has(L"src/liesmich.txt"));
+    EXPECT_FALSE(has(L"src/readme.txt"));
+    EXPECT_FALSE(has(L"src/data/empty.txt"));
+    EXPECT_TRUE(has(L"src/neu/extra.txt"));
+    EXPECT_TRUE(has(L"src/data/blob.bin"));
+    OwnedItem root = reopened.Root();
+    OwnedString text;
+    ASSERT_EQ(AcquireArchiveObjectStringProperty(root.get(), kItemPropComments, text.out()),
+              kEngineOK);
+    EXPECT_EQ(TextOf(text.get()), L"Archivnotiz: Grüße");
+    OwnedItem deep = reopened.Item(L"src/a/b/c/d/e/f/g/deep.txt");
+    ASSERT_EQ(AcquireArchiveObjectStringProperty(deep.get(), kItemPropComments, text.out()),
+              kEngineOK);
+    EXPECT_EQ(TextOf(text.get()), L"a note");
+    fs::path out = Scratch("changed-out");
+    ASSERT_EQ(Expand(archive, out), kEngineOK);
+    EXPECT_EQ(ReadFile(out / "src" / "liesmich.txt"), "Hello, archive.\n");
+    EXPECT_EQ(ReadFile(out / "src" / "data" / "blob.bin"), ReadFile(tree / "data" / "blob.bin"));
+}
+
+TEST_F(VnkxTest, BothCiphersWithNamesHiddenOrNot) {
+    for (int32_t method : {1, 2}) {
+        for (bool hidden : {false, true}) {
+            SetVnkx(kFormatPropEncryptMethod, method);
+            SetBool(kFormatPropEncryptArchive, hidden);
+            std::string name = "enc" + std::to_string(method) + (hidden ? "h" : "") + ".vnkx";
+            fs::path archive = Made(name, "vnkx", L"geheim");
+            EXPECT_EQ(ReadFile(archive).find("Hello, archive."), std::string::npos) << name;
+            {
+                // Hidden names need the password to list at all.
+                OpenedArchive listed(engine, archive);
+                EXPECT_EQ(listed.status(), hidden ? kEnginePasswordNeeded : kEngineOK) << name;
+            }
+
+            Recorder recorder(engine);
+            int asked = 0;
+            recorder.On(200, 9, [&](NotificationContext context) {
+                return GivePassword(context, ++asked == 1 ? L"falsch" : L"geheim");
+            });
+            ExpectRoundTrip(archive, name);
+            EXPECT_EQ(asked, 2) << name;
+            EXPECT_EQ(Verify(archive, L"geheim"), kEngineOK) << name;
+        }
+    }
+    SetBool(kFormatPropEncryptArchive, false);
+    fs::path locked = Made("locked.vnkx", "vnkx", L"geheim");
+    fs::path plain = Made("plain.vnkx");
+    {
+        OpenedArchive opened(engine, locked, kEngineAccessRead, L"geheim");
+        OwnedString wrong = Text(L"falsch"), right = Text(L"geheim");
+        EXPECT_EQ(VerifyArchivePassword(engine, opened.get(), wrong.get()),
+                  kEnginePasswordOnPlainArchive);
+        EXPECT_EQ(VerifyArchivePassword(engine, opened.get(), right.get()), kEngineOK);
+    }
+    OpenedArchive opened(engine, plain);
+    OwnedString any = Text(L"x");
+    EXPECT_EQ(VerifyArchivePassword(engine, opened.get(), any.get()),
+              kEnginePasswordOnEncryptedItem);
+    // No answer to the question: the password is needed.
+    EXPECT_EQ(Verify(locked), kEnginePasswordNeeded);
+}
+
+TEST_F(VnkxTest, TransformsToAndFromZipAndAddsOrRemovesEncryption) {
+    fs::path archive = Made("source.vnkx");
+    OwnedFS file = Path(archive);
+    OwnedFS result;
+    ASSERT_EQ(
+        TransformArchive(engine, file.get(), nullptr, result.out(), "zip", nullptr, nullptr, 1, 0),
+        kEngineOK);
+    fs::path zip = folder / "source.zip";
+    EXPECT_EQ(PathOf(result.get()), zip.wstring());
+    EXPECT_EQ(RunShell("unzip -tq " + Quote(zip)).status, 0);
+
+    OwnedFS zipFile = Path(zip);
+    OwnedString password = Text(L"neu");
+    OwnedFS locked = Path(folder / "locked.vnkx");
+    ASSERT_EQ(TransformArchive(engine, zipFile.get(), locked.get(), result.out(), "vnkx", nullptr,
+                               password.get(), 1, 0),
+              kEngineOK);
+    EXPECT_EQ(Verify(folder / "locked.vnkx", L"neu"), kEngineOK);
+    OwnedFS open = Path(folder / "open.vnkx");
+    ASSERT_EQ(TransformArchive(engine, locked.get(), open.get(), result.out(), "vnkx",
+                               password.get(), nullptr, 1, 0),
+              kEngineOK);
+    ExpectRoundTrip(folder / "open.vnkx", "open");
+    EXPECT_EQ(ReadFile(folder / "open.vnkx").find("VNKX"), 0u);
+}
+
+// Damage of every kind is found by verify, and neither listing nor
+// expanding a damaged archive crashes.
+TEST_F(VnkxTest, DamageIsFoundAndSurvived) {
+    fs::path archive = Made("whole.vnkx");
+    std::string bytes = ReadFile(archive);
+    ASSERT_EQ(Verify(archive), kEngineOK);
+    std::size_t firstBlock = 16;
+    struct Damage {
+        std::string name;
+        std::string bytes;
+    };
+    std::vector<Damage> damages;
+    std::string flipped = bytes;
+    flipped[firstBlock + 100] = static_cast<char>(flipped[firstBlock + 100] ^ 0x40);
+    damages.push_back({"flip", flipped});
+    damages.push_back({"cut", bytes.substr(0, bytes.size() - 40)});
+    std::string dropped = bytes;
+    dropped.erase(firstBlock + 50, 7);
+    damages.push_back({"drop", dropped});
+    std::string noBlock = bytes;
+    std::fill(noBlock.begin() + static_cast<std::ptrdiff_t>(firstBlock),
+              noBlock.begin() + static_cast<std::ptrdiff_t>(firstBlock + 40), '\0');
+    damages.push_back({"block", noBlock});
+    std::string catalogue = bytes;
+    catalogue[bytes.size() - 100] = static_cast<char>(catalogue[bytes.size() - 100] ^ 1);
+    damages.push_back({"catalogue", catalogue});
+    for (const Damage &damage : damages) {
+        fs::path damaged = folder / (damage.name + ".vnkx");
+        WriteFile(damaged, damage.bytes);
+        EngineResult verified = Verify(damaged);
+        EXPECT_TRUE(verified == kEngineItemDataDamaged || verified == kEngineArchiveTruncated ||
+                    verified == kEngineCatalogueDamaged || verified == kEngineNotAnArchive)
+            << damage.name << " " << verified;
+        fs::path out = Scratch("damaged-" + damage.name);
+        EXPECT_NE(Expand(damaged, out), kEngineOK) << damage.name;
+    }
+    // Random bytes shifted through the whole file never crash the reader.
+    for (std::size_t at = 0; at < bytes.size(); at += bytes.size() / 37 + 1) {
+        std::string hit = bytes;
+        for (std::size_t i = at; i < std::min(hit.size(), at + 16); ++i) hit[i] = '\xA5';
+        fs::path damaged = folder / "hit.vnkx";
+        WriteFile(damaged, hit);
+        Verify(damaged);
+    }
+}
+
+}  // namespace
+}  // namespace enginetest
