@@ -19,6 +19,8 @@ PACKAGES=(
   attr xdg-utils
   # interoperability checks and test servers
   python3 python3-pyftpdlib 7zip zip unzip libarchive-tools
+  # the benchmark's peers and its timer
+  pigz time
   # the stream compressors the engine's tests check their formats with
   gzip bzip2 xz-utils zstd lz4
 )
