@@ -167,5 +167,6 @@ const Driver &TextEncodingDriver();
 const Driver &MacEncodingDriver();
 const Driver &LegacyCompressorDriver();
 const Driver &OwnFormatsDriver();
+const Driver &PrivateFileDriver();
 
 }  // namespace engine

@@ -15,6 +15,7 @@ namespace engine {
 
 const std::vector<const Driver *> &Drivers() {
     static const std::vector<const Driver *> table = {
+        &PrivateFileDriver(),       // pf
         &OwnFormatsDriver(),        // vnkx, vnk5, pf
         &ZipDriver(),               // zip, also behind a self-extracting stub
         &SevenZipDriver(),          // 7z

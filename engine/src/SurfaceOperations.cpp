@@ -5,6 +5,7 @@
 #include "Changes.h"
 #include "FileSystem.h"
 #include "Operation.h"
+#include "SelfExtracting.h"
 #include "Surface.h"
 
 using namespace engine;
@@ -57,6 +58,9 @@ EngineResult ArchiveFSObjectList(OpaqueEngineObject *engine, const char *formatI
     std::wstring written;
     Result outcome =
         CreateArchive(operation, formatId, Members(*list), target->path, TextOf(password), written);
+    if (outcome == kEngineOK && sfx::Supports(formatId) &&
+        BooleanOf(session->FormatProperties(formatId), kFormatPropSelfExtracting, false))
+        outcome = sfx::MakeSelfExtracting(Utf8(written), formatId);
     if (outcome == kEngineOK) *result = NewFSObject(written).Detach();
     return outcome;
 }
@@ -241,8 +245,12 @@ EngineResult TransformArchive(OpaqueEngineObject *engine, FSObject source, FSObj
 
 EngineResult AddSelfExtractingToArchive(OpaqueEngineObject *engine, FSObject archive,
                                         FSObject *result, int32_t) {
-    if (!SessionOf(engine) || !Checked(archive) || !result) return kEngineInvalidParameter;
-    return kEngineNotImplemented;
+    OpaqueFSObject *source = Checked(archive);
+    if (!SessionOf(engine) || !source || !result) return kEngineInvalidParameter;
+    std::string written;
+    if (Result r = sfx::AddSelfExtracting(Utf8(source->path), written)) return r;
+    *result = NewFSObjectNative(written).Detach();
+    return kEngineOK;
 }
 
 }  // extern "C"

@@ -1,0 +1,176 @@
+// varnick-sfx: expands the archive appended to this program.
+//
+//   <program> [--password-file FILE] [DESTINATION]
+//
+// Without a destination it asks for one on the terminal (an empty answer
+// means the current folder). When the archive needs a password it is read
+// from FILE (its first line), else asked for on the terminal without echo,
+// else read as a line from standard input. Exit status 0 on success, 1 when
+// expanding failed, 2 on a usage error.
+#include <termios.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "VarnickEngine.h"
+#include "platform/WideText.h"
+
+namespace {
+
+struct Options {
+    std::string destination;
+    std::string passwordFile;
+    bool destinationGiven = false;
+};
+
+bool ParseOptions(int argc, char **argv, Options &options) {
+    for (int i = 1; i < argc; ++i) {
+        std::string argument = argv[i];
+        if (argument == "--password-file" && i + 1 < argc) {
+            options.passwordFile = argv[++i];
+        } else if (argument == "-h" || argument == "--help" ||
+                   (!argument.empty() && argument[0] == '-' && argument != "-")) {
+            return false;
+        } else if (!options.destinationGiven) {
+            options.destination = argument;
+            options.destinationGiven = true;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string ReadLine(std::istream &in) {
+    std::string line;
+    std::getline(in, line);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return line;
+}
+
+// Turns terminal echo off for its lifetime.
+class NoEcho {
+public:
+    explicit NoEcho(int fd) : fd_(fd) {
+        if (tcgetattr(fd_, &saved_) != 0) return;
+        termios quiet = saved_;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        active_ = tcsetattr(fd_, TCSAFLUSH, &quiet) == 0;
+    }
+    ~NoEcho() {
+        if (active_) tcsetattr(fd_, TCSAFLUSH, &saved_);
+    }
+    NoEcho(const NoEcho &) = delete;
+    NoEcho &operator=(const NoEcho &) = delete;
+
+private:
+    int fd_;
+    termios saved_{};
+    bool active_ = false;
+};
+
+struct PasswordState {
+    std::string file;
+    int asked = 0;
+};
+
+std::string AskPassword(PasswordState &state) {
+    if (!state.file.empty()) {
+        std::ifstream in(state.file);
+        return ReadLine(in);
+    }
+    if (isatty(STDIN_FILENO)) {
+        std::cerr << (state.asked > 1 ? "Wrong password. Password: " : "Password: ") << std::flush;
+        NoEcho quiet(STDIN_FILENO);
+        std::string line = ReadLine(std::cin);
+        std::cerr << "\n";
+        return line;
+    }
+    return ReadLine(std::cin);
+}
+
+int32_t OnPassword(int32_t, int32_t, NotificationContext context, void *userData) {
+    auto &state = *static_cast<PasswordState *>(userData);
+    // A file gives one answer; a person gets three tries.
+    if (++state.asked > (state.file.empty() ? 3 : 1)) return kNotificationStop;
+    std::string password = AskPassword(state);
+    if (password.empty() && !std::cin.good() && state.file.empty()) return kNotificationStop;
+    StringRef text = nullptr;
+    std::wstring wide = platform::FromUtf8(password);
+    if (NewStringRefFromUnicodeString(wide.c_str(), &text) != kEngineOK) return kNotificationStop;
+    SetDataInContext(context, kContextPassword, &text, sizeof text);
+    return kNotificationHandled;
+}
+
+std::string SelfPath() {
+    char buffer[PATH_MAX] = {};
+    ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+    return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::string CurrentFolder() {
+    char buffer[PATH_MAX] = {};
+    return getcwd(buffer, sizeof buffer) ? std::string(buffer) : std::string(".");
+}
+
+std::string AskDestination() {
+    std::string here = CurrentFolder();
+    std::cerr << "Expand into folder [" << here << "]: " << std::flush;
+    std::string answer = ReadLine(std::cin);
+    return answer.empty() ? here : answer;
+}
+
+FSObject PathObject(const std::string &path) {
+    FSObject object = nullptr;
+    std::wstring wide = platform::FromUtf8(path);
+    NewFSObjectFromUnicodePath(wide.c_str(), &object);
+    return object;
+}
+
+int Expand(const std::string &self, const std::string &destination, PasswordState &passwords) {
+    OpaqueEngineObject *engine = nullptr;
+    if (OpenVarnickEngine(&engine, "varnick-sfx") != kEngineOK) {
+        std::cerr << "The expander could not start.\n";
+        return 1;
+    }
+    InstallNotification(engine, kNotifyRequestCategory, kNotifyPasswordNeeded, OnPassword,
+                        &passwords);
+    // Files already in the destination are replaced: the person chose it.
+    SetEngineIntegerProperty(engine, kEnginePropConflictResolution, 1);
+    FSObject archive = PathObject(self), folder = PathObject(destination);
+    FSObjectList result = nullptr;
+    EngineResult status = ExpandOrDecodeFile(engine, archive, folder, &result, nullptr);
+    if (status == kEngineOK)
+        std::cerr << "Expanded " << CountFSObjectList(result) << " item(s) into " << destination
+                  << ".\n";
+    else
+        std::cerr << "Expanding failed (" << static_cast<int>(status) << ").\n";
+    if (result) DisposeFSObjectList(result);
+    DisposeFSObject(archive);
+    DisposeFSObject(folder);
+    CloseVarnickEngine(engine);
+    return status == kEngineOK ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    if (!ParseOptions(argc, argv, options)) {
+        std::cerr << "usage: " << argv[0] << " [--password-file FILE] [DESTINATION]\n";
+        return 2;
+    }
+    std::string self = SelfPath();
+    if (self.empty()) {
+        std::cerr << "This program cannot find itself.\n";
+        return 1;
+    }
+    std::string destination = options.destinationGiven ? options.destination : AskDestination();
+    PasswordState passwords{options.passwordFile};
+    return Expand(self, destination, passwords);
+}
