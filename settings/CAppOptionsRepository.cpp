@@ -15,6 +15,8 @@ using Self = CAppOptionsRepository;
 using Field = std::variant<bool Self::*, DWORD Self::*, std::wstring Self::*>;
 using List = std::vector<std::wstring> Self::*;
 using optionstore::OptionKey;
+using optionstore::ReadFields;
+using optionstore::WriteFields;
 
 struct NamedField {
     const wchar_t *name;
@@ -145,16 +147,6 @@ std::wstring RootPlus(const wchar_t *subKey) {
 // The two list keys are full paths of their own below the root.
 std::wstring ListKeyPath(const wchar_t *name) {
     return std::wstring(optionstore::kProductRoot) + L"\\" + name;
-}
-
-void ReadFields(Self &self, OptionKey &key, const std::vector<NamedField> &fields) {
-    for (const NamedField &f : fields)
-        std::visit([&](auto member) { key.Read(f.name, self.*member); }, f.field);
-}
-
-void WriteFields(Self &self, OptionKey &key, const std::vector<NamedField> &fields) {
-    for (const NamedField &f : fields)
-        std::visit([&](auto member) { key.Write(f.name, self.*member); }, f.field);
 }
 
 // The list's values replace it when the key has at least one; an empty or

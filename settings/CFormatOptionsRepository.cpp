@@ -13,6 +13,8 @@ namespace {
 using Self = CFormatOptionsRepository;
 using Field = std::variant<bool Self::*, DWORD Self::*>;
 using optionstore::OptionKey;
+using optionstore::ReadFields;
+using optionstore::WriteFields;
 
 struct NamedField {
     const wchar_t *name;
@@ -83,16 +85,6 @@ const std::vector<IniField> &JobFileFields() {
         {kVnkxSection, L"SimpleVnkxMethod", &Self::SimpleVnkxMethod},
     };
     return fields;
-}
-
-void ReadFields(Self &self, OptionKey &key, const std::vector<NamedField> &fields) {
-    for (const NamedField &f : fields)
-        std::visit([&](auto member) { key.Read(f.name, self.*member); }, f.field);
-}
-
-void WriteFields(Self &self, OptionKey &key, const std::vector<NamedField> &fields) {
-    for (const NamedField &f : fields)
-        std::visit([&](auto member) { key.Write(f.name, self.*member); }, f.field);
 }
 
 // The engine's vnkx properties through one session handle. A read that

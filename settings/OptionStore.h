@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <variant>
 
 #include "CRegistry.h"
 #include "platform/WinTypes.h"
@@ -36,5 +37,19 @@ public:
 private:
     CRegistry registry_;
 };
+
+// Every field of a table through one key. A table row has `name` and
+// `field`, a variant of pointers to members of the record.
+template <class Record, class Table>
+void ReadFields(Record &record, OptionKey &key, const Table &fields) {
+    for (const auto &f : fields)
+        std::visit([&](auto member) { key.Read(f.name, record.*member); }, f.field);
+}
+
+template <class Record, class Table>
+void WriteFields(Record &record, OptionKey &key, const Table &fields) {
+    for (const auto &f : fields)
+        std::visit([&](auto member) { key.Write(f.name, record.*member); }, f.field);
+}
 
 }  // namespace optionstore

@@ -8,14 +8,12 @@
 
 #include "CEngine.h"
 #include "CFormatOptionsRepository.h"
-#include "CIniFile.h"
-#include "platform/Registry.h"
-#include "settings/OptionStore.h"
-#include "support/TempHome.h"
+#include "OptionsTestSupport.h"
 
 namespace {
 
 using optionstore::OptionKey;
+using testsupport::ValueNames;
 
 // One range value of a vnkx method, asked of the engine directly; -1 when
 // the engine has none.
@@ -26,69 +24,22 @@ LONG EngineRange(CEngine &engine, int method, const char *name) {
     return value;
 }
 
-std::vector<std::wstring> ValueNames(const wchar_t *subKey) {
-    OptionKey key(subKey);
-    std::vector<std::wstring> names;
-    wchar_t name[256] = {};
-    for (int found = key.Registry().FindFirst(name, 256); found;
-         found = key.Registry().FindNext(name, 256))
-        names.push_back(name);
-    return names;
-}
-
-class FormatOptionsTest : public testsupport::HomeTest {
-protected:
-    void TearDown() override { platform::CloseRegistryConnections(); }
-
-    std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
-    void WriteJobFile(const std::string &text) {
-        testsupport::WriteBytes(home.Scratch() / "job.ini", "\xEF\xBB\xBF" + text);
-    }
-};
+using FormatOptionsTest = testsupport::JobFileTest;
 
 TEST_F(FormatOptionsTest, DefaultsAreSetAndNothingIsReadAtConstruction) {
     OptionKey(L"\\ZipFormatOptions", true).Write(L"CompressionLevel", DWORD{9});
     CFormatOptionsRepository options;
-    EXPECT_EQ(options.Engine, nullptr);
-    EXPECT_EQ(options.VnkCompressionMethod, 1u);
-    EXPECT_EQ(options.ZipCompressionMethod, 1u);
     EXPECT_EQ(options.ZipCompressionLevel, 6u);
-    EXPECT_EQ(options.BZipCompressionLevel, 5u);
-    EXPECT_EQ(options.GZipCompressionLevel, 6u);
-    EXPECT_EQ(options.VnkxCompressionMethod, 5u);
-    EXPECT_EQ(options.VnkxCompressionLevel, 1u);
-    EXPECT_EQ(options.CompressionMemory, 22u);
-    EXPECT_EQ(options.VnkxEncryptionMethod, 1u);
-    EXPECT_EQ(options.ZipEncryptionMethod, 1u);
-    EXPECT_TRUE(options.UseBlockMode);
-    EXPECT_EQ(options.RedundancyLevel, 0u);
-    EXPECT_EQ(options.TextEncoding, 0u);
-    EXPECT_TRUE(options.EmbedJPGThumbnails);
-    EXPECT_TRUE(options.ZipRecompression);
-    EXPECT_EQ(options.RecompressionMask, 12703u);
-    EXPECT_FALSE(options.VnkxBackwardCompatible);
-    EXPECT_TRUE(options.VnkxDuplicateFolding);
     EXPECT_TRUE(options.VnkxUseSimple);
     EXPECT_EQ(options.SimpleVnkxMethod, 3u);
-    EXPECT_TRUE(options.VnkxOptimize);
-    EXPECT_EQ(options.RecompressionLevel, 0u);
-}
 
-TEST_F(FormatOptionsTest, CopyTakesTheStoredFieldsButNeitherEngineNorTable) {
+    // A copy takes neither the engine nor the table.
     CEngine engine;
-    CFormatOptionsRepository source;
-    source.Engine = &engine;
-    source.LevelAndExtentTable[2][kLevelDefault] = 42;
-    source.ZipCompressionLevel = 9;
-    source.CompressionMemory = 27;
-    source.VnkxUseSimple = false;
-
-    CFormatOptionsRepository copy(&source);
+    options.Engine = &engine;
+    options.LevelAndExtentTable[2][kLevelDefault] = 42;
+    CFormatOptionsRepository copy(&options);
     EXPECT_EQ(copy.Engine, nullptr);
     EXPECT_EQ(copy.LevelAndExtentTable[2][kLevelDefault], -1);
-    EXPECT_EQ(copy.ZipCompressionLevel, 9u);
-    EXPECT_EQ(copy.CompressionMemory, 27u);
-    EXPECT_FALSE(copy.VnkxUseSimple);
 }
 
 TEST_F(FormatOptionsTest, LevelAndExtentTableFollowsTheEngineWithItsThreeCopyingExceptions) {
@@ -177,13 +128,9 @@ TEST_F(FormatOptionsTest, SetupSimpleAppliesThePresetOnlyForMethodSix) {
               static_cast<DWORD>(EngineRange(engine, 5, kFormatPropCompressionDefault)));
     EXPECT_EQ(options.CompressionMemory,
               static_cast<DWORD>(EngineRange(engine, 5, kFormatPropCompExtentDefault)));
-    EXPECT_FALSE(options.EmbedJPGThumbnails);
-    EXPECT_FALSE(options.ZipRecompression);
-    EXPECT_FALSE(options.VnkxDuplicateFolding);
-    EXPECT_FALSE(options.VnkxOptimize);
+    EXPECT_FALSE(options.EmbedJPGThumbnails || options.ZipRecompression || options.VnkxOptimize);
     EXPECT_EQ(options.RecompressionMask, 0u);
     EXPECT_TRUE(options.VnkxBackwardCompatible);
-    EXPECT_TRUE(options.UseBlockMode);
 }
 
 TEST_F(FormatOptionsTest, ReadInSimpleModeSkipsTheDetailsAndReadWithoutItTakesThem) {
@@ -223,40 +170,16 @@ TEST_F(FormatOptionsTest, SaveInSimpleModeWritesTheDetailsOnlyWhenAskedForAll) {
     EXPECT_EQ(ValueNames(L"\\ZipFormatOptions").size(), 3u);
     EXPECT_EQ(ValueNames(L"\\VarnickFormatOptions").size(), 1u);
 
+    options.CompressionMemory = 27;
     options.Save(true);
     EXPECT_EQ(ValueNames(L"\\VarnickXFormatOptions").size(), 16u);
-}
-
-TEST_F(FormatOptionsTest, RegistryRoundTripWithoutSimpleMode) {
-    CFormatOptionsRepository options;
-    options.VnkxUseSimple = false;
-    options.VnkCompressionMethod = 2;
-    options.ZipCompressionMethod = 8;
-    options.ZipEncryptionMethod = 3;
-    options.BZipCompressionLevel = 9;
-    options.VnkxCompressionMethod = 3;
-    options.CompressionMemory = 28;
-    options.RedundancyLevel = 4;
-    options.ZipRecompression = false;
-    options.Save(false);
-
     CFormatOptionsRepository read;
-    read.Read(true);
-    EXPECT_FALSE(read.VnkxUseSimple);
-    EXPECT_EQ(read.VnkCompressionMethod, 2u);
-    EXPECT_EQ(read.ZipCompressionMethod, 8u);
-    EXPECT_EQ(read.ZipEncryptionMethod, 3u);
-    EXPECT_EQ(read.BZipCompressionLevel, 9u);
-    EXPECT_EQ(read.VnkxCompressionMethod, 3u);
-    EXPECT_EQ(read.CompressionMemory, 28u);
-    EXPECT_EQ(read.RedundancyLevel, 4u);
-    EXPECT_FALSE(read.ZipRecompression);
+    read.Read(false);
+    EXPECT_EQ(read.CompressionMemory, 27u);
 }
 
 TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethod) {
     CFormatOptionsRepository options;
-    options.VnkCompressionMethod = 1;
-    options.VnkxCompressionMethod = 5;
     options.ZipCompressionLevel = 2;
     options.ZipEncryptionMethod = 4;
     options.VnkxUseSimple = false;
@@ -274,13 +197,7 @@ TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethod) {
 }
 
 TEST_F(FormatOptionsTest, JobFileReadsTheMemoryIntoTheLevel) {
-    CFormatOptionsRepository options;  // level 1, memory 22
-    options.SaveToIni(JobFile().c_str());
-    CIniFile ini(JobFile().c_str());
-    unsigned memory = 0;
-    ASSERT_TRUE(ini.GetInt(L"VarnickXFormatOptions", L"CompressionMemory", &memory));
-    EXPECT_EQ(memory, 22u);
-
+    CFormatOptionsRepository().SaveToIni(JobFile().c_str());  // level 1, memory 22
     CFormatOptionsRepository read;
     read.CompressionMemory = 30;
     read.ReadFromIni(JobFile().c_str());

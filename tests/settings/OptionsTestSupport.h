@@ -1,0 +1,35 @@
+// Shared by the option record tests: a fresh home with a job file in it,
+// and the value names of a registry key below the product root.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/Registry.h"
+#include "settings/OptionStore.h"
+#include "support/TempHome.h"
+
+namespace testsupport {
+
+class JobFileTest : public HomeTest {
+protected:
+    void TearDown() override { platform::CloseRegistryConnections(); }
+
+    std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
+    // A job file written by hand, as UTF-8 with its mark.
+    void WriteJobFile(const std::string &text) {
+        WriteBytes(home.Scratch() / "job.ini", "\xEF\xBB\xBF" + text);
+    }
+};
+
+inline std::vector<std::wstring> ValueNames(const wchar_t *subKey) {
+    optionstore::OptionKey key(subKey);
+    std::vector<std::wstring> names;
+    wchar_t name[256] = {};
+    for (int found = key.Registry().FindFirst(name, 256); found;
+         found = key.Registry().FindNext(name, 256))
+        names.push_back(name);
+    return names;
+}
+
+}  // namespace testsupport
