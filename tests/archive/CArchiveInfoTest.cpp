@@ -1,0 +1,207 @@
+// Looking into archives made in the test: counts, sizes, comment, access
+// mode and the item tree of each readable kind, the single-stream kinds, the
+// files that are not archives, encryption, renaming and comments.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "CArchiveInfo.h"
+#include "archive/FacadeTest.h"
+
+namespace {
+
+using archivetest::FacadeTest;
+
+class CArchiveInfoTest : public FacadeTest {
+protected:
+    std::vector<std::wstring> Paths(const CArchive &archive) const {
+        std::vector<std::wstring> paths;
+        for (const CArchiveItem &item : archive.archiveObject->items) paths.push_back(item.path);
+        std::sort(paths.begin(), paths.end());
+        return paths;
+    }
+    const CArchiveItem *Item(const CArchive &archive, const std::wstring &path) const {
+        for (const CArchiveItem &item : archive.archiveObject->items) {
+            if (item.path == path) return &item;
+        }
+        return nullptr;
+    }
+
+    const std::vector<std::wstring> kSampleTree{L"a.txt", L"docs/", L"docs/b.txt", L"docs/sub/",
+                                                L"docs/sub/c.txt"};
+};
+
+TEST_F(CArchiveInfoTest, ZipGivesCountsSizesCommentModeAndTree) {
+    std::filesystem::path zip = SampleZip();
+    ASSERT_TRUE(RunIn(work, "echo 'the comment' | zip -qz sample.zip"));
+    auto archive = MakeArchive(zip);
+    ASSERT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(archive->formatType, format::zip);
+    EXPECT_STREQ(archive->formatId, "zip");
+    EXPECT_EQ(archive->fileCount, 3u);
+    EXPECT_EQ(archive->folderCount, 3u) << "the root and two folders";
+    EXPECT_EQ(archive->expandedSize, 3001u);
+    EXPECT_GT(archive->compressedSize, 0u);
+    EXPECT_LT(archive->compressedSize, 3001u);
+    EXPECT_EQ(archive->archiveSize, std::filesystem::file_size(zip));
+    EXPECT_EQ(archive->comment.substr(0, 11), L"the comment");
+    EXPECT_EQ(archive->accessMode, 255u);
+    EXPECT_EQ(archive->modeText, Text(309));
+    EXPECT_FALSE(archive->encrypted);
+    EXPECT_EQ(Paths(*archive), kSampleTree);
+    const CArchiveItem *b = Item(*archive, L"docs/b.txt");
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(b->name, L"b.txt");
+    EXPECT_EQ(b->expandedSize, 2000u);
+    EXPECT_GT(b->modificationDate, 0u);
+    const CArchiveItem *docs = Item(*archive, L"docs/");
+    ASSERT_NE(docs, nullptr);
+    EXPECT_TRUE(docs->IsFolder());
+    EXPECT_EQ(docs->name, L"");
+    EXPECT_EQ(docs->expandedSize, 0u);
+    EXPECT_EQ(archive->itemTree, archive->archiveObject->items.data());
+
+    // Read again: the listing is replaced, not appended.
+    ASSERT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_EQ(archive->archiveObject->items.size(), kSampleTree.size());
+}
+
+TEST_F(CArchiveInfoTest, SevenZipAndCompressedTarListTheSameTree) {
+    SampleZip();
+    for (const std::string &command :
+         {std::string("cd src && 7zz a -bso0 -bsp0 ../sample.7z a.txt docs"),
+          std::string("cd src && tar czf ../sample.tgz a.txt docs")}) {
+        std::string made = command.find("7zz") != std::string::npos ? "sample.7z" : "sample.tgz";
+        auto archive = MakeArchive(Make(made, command));
+        ASSERT_TRUE(archive->GetArchiveInfo(false)) << made;
+        EXPECT_EQ(archive->fileCount, 3u) << made;
+        EXPECT_EQ(archive->folderCount, 3u) << made;
+        EXPECT_EQ(archive->expandedSize, 3001u) << made;
+        EXPECT_EQ(Paths(*archive), kSampleTree) << made;
+    }
+}
+
+TEST_F(CArchiveInfoTest, SingleStreamIsOneItemOfTheFilesSizeReadOnly) {
+    Put("one.txt", std::string(5000, 'x'));
+    std::filesystem::path gz = Make("one.txt.gz", "gzip -k one.txt");
+    auto archive = MakeArchive(gz);
+    EXPECT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_EQ(archive->formatType, format::gz);
+    EXPECT_EQ(archive->fileCount, 1u);
+    EXPECT_EQ(archive->compressedSize, std::filesystem::file_size(gz));
+    EXPECT_EQ(archive->modeText, Text(2201));
+    EXPECT_EQ(archive->accessMode, 7u);
+    EXPECT_TRUE(archive->archiveObject->items.empty()) << "not walked";
+}
+
+TEST_F(CArchiveInfoTest, MissingFilesAndNonArchivesStopWithTheirMessages) {
+    auto missing = MakeArchive(work / "nowhere.zip");
+    EXPECT_FALSE(missing->GetArchiveInfo(false));
+    auto boxes = host.Recorded();
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_NE(boxes[0].text.find(L"nowhere.zip"), std::wstring::npos);
+    EXPECT_EQ(missing->fileCount, 0u);
+
+    auto fake = MakeArchive(Put("fake.zip", "this is plain text, not a zip at all"));
+    EXPECT_FALSE(fake->GetArchiveInfo(false));
+    EXPECT_TRUE(fake->archiveObject->stop);
+    EXPECT_NE(fake->lastResult, 0);
+    EXPECT_NE(ErrorFileText().find("OpenArchive"), std::string::npos);
+}
+
+TEST_F(CArchiveInfoTest, SelfExtractingNamesAreNeverChangedInPlace) {
+    std::filesystem::path zip = SampleZip();
+    std::filesystem::copy_file(zip, work / "setup.exe");
+    auto archive = MakeArchive(work / "setup.exe");
+    ASSERT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_EQ(archive->accessMode, 7u);
+    EXPECT_EQ(archive->modeText, Text(309)) << "the text still names what the engine allows";
+    EXPECT_EQ(archive->fileCount, 3u);
+}
+
+TEST_F(CArchiveInfoTest, EncryptedZipPromptsOnceAndACancelIsNotAskedAgain) {
+    Put("enc/one.txt", "1");
+    Put("enc/two.txt", "2");
+    std::filesystem::path zip =
+        Make("enc.zip", "cd enc && zip -q -P right ../enc.zip one.txt two.txt");
+    auto archive = MakeArchive(zip);
+    host.QueuePassword(std::nullopt);
+    archive->GetArchiveInfo(false);
+    EXPECT_TRUE(archive->encrypted);
+    EXPECT_EQ(host.Prompts().size(), 1u);
+    EXPECT_TRUE(archive->archiveObject->stop);
+    EXPECT_EQ(archive->fileCount, 2u) << "the walk goes on";
+    EXPECT_TRUE(Item(*archive, L"two.txt")->encrypted);
+
+    auto accepted = MakeArchive(zip);
+    host.QueuePassword(L"right");
+    ASSERT_TRUE(accepted->GetArchiveInfo(false));
+    EXPECT_EQ(accepted->password, L"right");
+    EXPECT_EQ(host.Prompts().size(), 2u) << "a known password is not asked for";
+}
+
+// Only the items of a vnkx archive are walked: an enciphered zip whose
+// catalogue opens without a password does not count as encrypted.
+TEST_F(CArchiveInfoTest, IsEncryptedLooksAtTheOpenForOtherFormatsQuirk) {
+    Put("enc/one.txt", "1");
+    auto headers = MakeArchive(
+        Make("hidden.7z", "cd enc && 7zz a -bso0 -bsp0 -pright -mhe=on ../hidden.7z one.txt"));
+    EXPECT_TRUE(headers->IsEncrypted());
+    EXPECT_TRUE(headers->encrypted);
+    EXPECT_EQ(headers->lastResult, 0);
+
+    auto items = MakeArchive(Make("items.zip", "cd enc && zip -q -P right ../items.zip one.txt"));
+    EXPECT_FALSE(items->IsEncrypted());
+    auto plain = MakeArchive(SampleZip());
+    EXPECT_FALSE(plain->IsEncrypted());
+}
+
+TEST_F(CArchiveInfoTest, RenameAndCommentChangeTheArchiveInPlace) {
+    auto archive = MakeArchive(SampleZip());
+    EXPECT_TRUE(archive->RenameArchiveItem(L"docs/b.txt", L"renamed.txt"));
+    EXPECT_TRUE(archive->changed);
+    EXPECT_FALSE(archive->RenameArchiveItem(L"docs/none.txt", L"x.txt"));
+    EXPECT_NE(archive->lastResult, 0);
+
+    // The vnkx comment calls work on any format that keeps a comment; zip
+    // here, since the engine does not write vnkx yet.
+    EXPECT_TRUE(archive->SetVnkxComment(L"new comment"));
+    archive->comment.clear();
+    EXPECT_TRUE(archive->GetVnkxComment());
+    EXPECT_EQ(archive->comment, L"new comment");
+
+    ASSERT_TRUE(archive->GetArchiveInfo(false));
+    EXPECT_NE(Item(*archive, L"docs/renamed.txt"), nullptr);
+    EXPECT_EQ(Item(*archive, L"docs/b.txt"), nullptr);
+    EXPECT_EQ(archive->comment, L"new comment");
+    EXPECT_EQ(
+        std::system(("unzip -tq '" + (work / "sample.zip").string() + "' >/dev/null").c_str()), 0);
+}
+
+TEST_F(CArchiveInfoTest, FirstSegmentByNameAndIndexFiles) {
+    CArchive archive(parent, &engine, appOptions.get(), formatOptions.get());
+    archive.SetArchiveName(Wide(work / (Text(763) + L"photos.vidx")).c_str());
+    EXPECT_TRUE(archive.IsFirstVnkxSegment()) << "an index file, at once";
+    EXPECT_EQ(archive.archiveObject, nullptr);
+    archive.SetArchiveName(Wide(work / "photos.part01.vnkx").c_str());
+    EXPECT_TRUE(archive.IsFirstVnkxSegment());
+    archive.SetArchiveName(Wide(work / "photos.part02.vnkx").c_str());
+    EXPECT_FALSE(archive.IsFirstVnkxSegment());
+}
+
+TEST_F(CArchiveInfoTest, ViewableFollowsWhatTheEngineCanList) {
+    CArchive archive;
+    CArchiveObject object(&archive);
+    CArchiveInfo info(&object, &archive);
+    for (format::type listed : {format::zip, format::vnkx, format::sevenz, format::tar, format::tgz,
+                                format::rar, format::cab, format::hqx}) {
+        EXPECT_TRUE(info.Viewable(listed)) << listed;
+    }
+    for (format::type single : {format::gz, format::bz2, format::z, format::lzma, format::arj,
+                                format::exe, format::vidx, format::unknown}) {
+        EXPECT_FALSE(info.Viewable(single)) << single;
+    }
+}
+
+}  // namespace
