@@ -1,32 +1,19 @@
 // The Macintosh encodings: BinHex 4.0, MacBinary and AppleSingle (or
-// AppleDouble), decoded by the engine. Each holds one file with its data
-// and resource forks; the resource fork is the item's "rsrc" fork.
+// AppleDouble), decoded and encoded by the engine. Each holds one file with
+// its data and resource forks; the resource fork is the item's "rsrc" fork.
 #include <algorithm>
 
 #include "DecodedItems.h"
 #include "Driver.h"
 #include "Handles.h"
 #include "LibArchive.h"
+#include "MacEncoders.h"
 #include "Sniff.h"
 
 namespace engine {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-// Seconds from 1904-01-01 (the Mac's epoch) and from 2000-01-01
-// (AppleSingle's) to 1970-01-01.
-constexpr std::int64_t kMacEpochOffset = 2082844800;
-constexpr std::int64_t kAppleSingleEpochOffset = 946684800;
-
-std::uint16_t CrcXmodem(const std::uint8_t *data, std::size_t count, std::uint16_t crc = 0) {
-    for (std::size_t i = 0; i < count; ++i) {
-        crc = static_cast<std::uint16_t>(crc ^ (data[i] << 8));
-        for (int bit = 0; bit < 8; ++bit)
-            crc = static_cast<std::uint16_t>((crc & 0x8000) ? (crc << 1) ^ 0x1021 : crc << 1);
-    }
-    return crc;
-}
 
 std::uint64_t Padded(std::uint64_t length) { return (length + 127) / 128 * 128; }
 
@@ -58,11 +45,9 @@ std::optional<EngineDateTime> MacTime(std::uint32_t seconds) {
 
 // -- BinHex 4.0 ---------------------------------------------------------------
 
-const char kBinHexAlphabet[] = "!\"#$%&'()*+,-012345689@ABCDEFGHIJKLMNPQRSTUVXYZ[`abcdefhijklmpqr";
-
 // The six-bit text between the colons, then the run-length expansion.
 Result BinHexBytes(const Bytes &file, Bytes &out) {
-    std::size_t at = sniff::Find(file, "(This file must be converted with BinHex");
+    std::size_t at = sniff::Find(file, kBinHexSignature);
     if (at == std::string_view::npos) return kEngineWrongFormat;
     while (at < file.size() && file[at] != '\n' && file[at] != '\r') ++at;
     while (at < file.size() && file[at] != ':') ++at;
@@ -202,7 +187,7 @@ public:
         const auto &h = input.Head();
         if (sniff::At(h, 0, {0x00, 0x05, 0x16, 0x00}) || sniff::At(h, 0, {0x00, 0x05, 0x16, 0x07}))
             return "apple";
-        if (sniff::Find(h, "(This file must be converted with BinHex") < 16 * 1024) return "hqx";
+        if (sniff::Find(h, kBinHexSignature) < 16 * 1024) return "hqx";
         if (MacBinaryHeader(h, input.size())) return "bin";
         return std::nullopt;
     }
@@ -219,6 +204,28 @@ public:
                 return DecodeAppleSingle(file, request.archiveName, items);
             },
             cursor);
+    }
+
+    bool CanWrite(std::string_view) const override { return true; }
+
+    Result Write(const WriteRequest &request, ItemFeed &feed) const override {
+        if (!request.password.empty()) return kEngineEncryptionUnsupported;
+        EncodedFile file;
+        if (Result result = TakeSingleFile(feed, request.operation, file)) return result;
+        return WriteEncoded(request, [&](EncodedOutput &out) {
+            if (request.formatId == "hqx")
+                EncodeBinHex(file, out);
+            else if (request.formatId == "bin")
+                EncodeMacBinary(file, out);
+            else
+                EncodeAppleSingle(file, out);
+            return kEngineOK;
+        });
+    }
+
+    std::wstring Extension(std::string_view id, std::string_view) const override {
+        if (id == "apple") return L".as";
+        return id == "bin" ? L".bin" : L".hqx";
     }
 };
 

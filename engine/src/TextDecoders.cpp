@@ -1,5 +1,5 @@
-// Decoders of the text encodings the engine reads itself: btoa, yEnc, MIME
-// messages (their attachments) and plain base64.
+// Decoders of the text encodings the engine reads itself: uu, btoa, yEnc,
+// MIME messages (their attachments) and plain base64.
 #include "TextDecoders.h"
 
 #include <zlib.h>
@@ -392,6 +392,54 @@ Result DecodeMime(const Bytes &file, std::vector<DecodedItem> &items) {
     int unnamed = 0;
     CollectParts(View(file), 0, items, unnamed);
     if (items.empty()) return kEngineArchiveEmpty;
+    return kEngineOK;
+}
+
+// -- uu -----------------------------------------------------------------------
+
+namespace {
+
+// The bytes of one uuencoded line: its first character gives the count; a
+// line cut short (trailing blanks stripped on the way) reads as zeros.
+void UuLine(std::string_view line, Bytes &out) {
+    auto value = [&](std::size_t at) -> std::uint32_t {
+        return at < line.size() ? (static_cast<std::uint8_t>(line[at]) - 32u) & 63u : 0u;
+    };
+    std::size_t count = value(0);
+    for (std::size_t group = 0; count > 0; group += 4) {
+        std::uint32_t bits = value(group + 1) << 18 | value(group + 2) << 12 |
+                             value(group + 3) << 6 | value(group + 4);
+        for (int shift = 16; shift >= 0 && count > 0; shift -= 8, --count)
+            out.push_back(static_cast<std::uint8_t>(bits >> shift));
+    }
+}
+
+}  // namespace
+
+Result DecodeUu(const Bytes &file, std::size_t beginAt, const std::wstring &name,
+                std::vector<DecodedItem> &items) {
+    if (beginAt >= file.size()) return kEngineWrongFormat;
+    std::vector<std::string_view> lines = Lines(View(file).substr(beginAt));
+    auto begin = lines.begin();
+    bool base64 = begin->rfind("begin-base64 ", 0) == 0;
+    Bytes out;
+    std::string text;
+    bool ended = false;
+    for (auto line = begin + 1; line != lines.end(); ++line) {
+        std::string_view trimmed = Trim(*line);
+        if (trimmed == "end" || (base64 && trimmed == "====")) {
+            ended = true;
+            break;
+        }
+        if (base64)
+            text.append(line->begin(), line->end());
+        else
+            UuLine(*line, out);
+        if (out.size() + text.size() > kDecodeLimit) return kEngineArchiveTooLarge;
+    }
+    if (!ended) return kEngineArchiveTruncated;
+    if (base64) out = Base64Decode(text);
+    items.push_back(Item(name, std::move(out)));
     return kEngineOK;
 }
 

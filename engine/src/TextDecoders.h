@@ -1,4 +1,4 @@
-// Decoders of the text encodings read whole: btoa, yEnc, MIME and base64.
+// Decoders of the text encodings read whole: uu, btoa, yEnc, MIME and base64.
 #pragma once
 
 #include <string_view>
@@ -18,6 +18,11 @@ Result DecodeYenc(const std::vector<std::uint8_t> &file, std::vector<DecodedItem
 // attachments, and any part that is not text); kEngineArchiveEmpty when it
 // has none.
 Result DecodeMime(const std::vector<std::uint8_t> &file, std::vector<DecodedItem> &items);
+// A "begin" file from its begin line at `beginAt`: uuencoded lines, or
+// base64 lines after "begin-base64", up to "end" (or "===="), under the name
+// of its begin line.
+Result DecodeUu(const std::vector<std::uint8_t> &file, std::size_t beginAt,
+                const std::wstring &name, std::vector<DecodedItem> &items);
 Result DecodePlainBase64(const std::vector<std::uint8_t> &file, const std::wstring &archiveName,
                          std::vector<DecodedItem> &items);
 

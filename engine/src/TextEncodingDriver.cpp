@@ -1,16 +1,13 @@
-// The text encodings of a file: uuencode and its base64 form (decoded
-// through libarchive's uu filter), plain base64, btoa, yEnc and MIME
-// (decoded by the engine).
-#include <archive.h>
-
+// The text encodings of a file: uuencode and its base64 form, plain
+// base64, btoa, yEnc and MIME, all decoded and encoded by the engine.
 #include <algorithm>
 #include <cctype>
 
 #include "DecodedItems.h"
 #include "Handles.h"
-#include "LibArchive.h"
 #include "Sniff.h"
 #include "TextDecoders.h"
+#include "TextEncoders.h"
 
 namespace engine {
 namespace {
@@ -76,11 +73,6 @@ bool PlainBase64(const sniff::Bytes &h, std::uint64_t size) {
     return lines >= 1 && lineLength >= 40 && lineLength % 4 == 0;
 }
 
-void EnableUu(archive *handle) {
-    archive_read_support_filter_uu(handle);
-    archive_read_support_format_raw(handle);
-}
-
 class TextEncodings final : public Driver {
 public:
     std::vector<std::string> Ids() const override { return {"uu", "b64", "btoa", "yenc", "mime"}; }
@@ -104,15 +96,15 @@ public:
         SniffInput input(request.path);
         bool base64 = false;
         std::size_t line = BeginLine(input.Head(), base64);
-        if ((request.formatId == "uu" || request.formatId == "b64") &&
-            line != std::string_view::npos) {
-            std::wstring name = BeginName(input.Head(), line);
-            if (name.empty()) name = L"data";
-            return OpenLibarchiveCursor(request, EnableUu, name, cursor);
-        }
+        std::wstring name;
+        if (line != std::string_view::npos) name = BeginName(input.Head(), line);
+        if (name.empty()) name = L"data";
         return OpenDecoded(
             request.path,
             [&](const std::vector<std::uint8_t> &file, std::vector<DecodedItem> &items) {
+                bool begins = line != std::string_view::npos;
+                if ((request.formatId == "uu" || request.formatId == "b64") && begins)
+                    return DecodeUu(file, line, name, items);
                 if (request.formatId == "btoa") return DecodeBtoa(file, request.archiveName, items);
                 if (request.formatId == "yenc") return DecodeYenc(file, items);
                 if (request.formatId == "mime") return DecodeMime(file, items);
@@ -121,6 +113,54 @@ public:
                 return Result{kEngineWrongFormat};
             },
             cursor);
+    }
+
+    bool CanWrite(std::string_view) const override { return true; }
+
+    Result Write(const WriteRequest &request, ItemFeed &feed) const override {
+        if (!request.password.empty()) return kEngineEncryptionUnsupported;
+        if (request.formatId == "mime") return WriteMessage(request, feed);
+        EncodedFile file;
+        if (Result result = TakeSingleFile(feed, request.operation, file)) return result;
+        return WriteEncoded(request, [&](EncodedOutput &out) {
+            if (request.formatId == "uu")
+                EncodeUu(file, out);
+            else if (request.formatId == "b64")
+                EncodeBase64(file.data, out);
+            else if (request.formatId == "btoa")
+                EncodeBtoa(file.data, out);
+            else
+                EncodeYenc(file, out);
+            return kEngineOK;
+        });
+    }
+
+    std::wstring Extension(std::string_view id, std::string_view) const override {
+        if (id == "uu") return L".uue";
+        return Driver::Extension(id, {});
+    }
+
+private:
+    // Every file of the feed as an attachment under its own name; folders
+    // give their files, links are left out.
+    static Result WriteMessage(const WriteRequest &request, ItemFeed &feed) {
+        return WriteEncoded(request, [&](EncodedOutput &out) -> Result {
+            BeginMimeMessage(out);
+            std::size_t attached = 0;
+            for (;;) {
+                WriteItem item;
+                Result result = feed.Next(item);
+                if (result == kEngineNoMoreObjects) break;
+                if (result != kEngineOK) return result;
+                if (item.info.folder || item.info.symlink) continue;
+                EncodedFile file;
+                if (Result read = ReadWholeItem(item, request.operation, file)) return read;
+                AddMimeAttachment(file, out);
+                ++attached;
+            }
+            EndMimeMessage(out);
+            return attached == 0 ? kEngineArchiveEmpty : kEngineOK;
+        });
     }
 };
 
