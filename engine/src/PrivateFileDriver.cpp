@@ -15,6 +15,7 @@
 #include "FileSystem.h"
 #include "Operation.h"
 #include "PasswordCipher.h"
+#include "Sniff.h"
 #include "platform/WideText.h"
 
 namespace engine {
@@ -42,11 +43,6 @@ void Put32(Bytes &out, std::size_t at, std::uint32_t v) {
 }
 void Put64(Bytes &out, std::size_t at, std::uint64_t v) {
     for (int i = 0; i < 8; ++i) out[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-}
-std::uint64_t GetLe(const std::uint8_t *in, int bytes) {
-    std::uint64_t v = 0;
-    for (int i = 0; i < bytes; ++i) v |= static_cast<std::uint64_t>(in[i]) << (8 * i);
-    return v;
 }
 
 // Everything before the first chunk; every chunk's associated data is its
@@ -114,16 +110,16 @@ Result ReadHeader(int fd, Header &header) {
     if (!HasMagic(fixed)) return kEngineWrongFormat;
     if (fixed[8] > kVersion) return kEngineArchiveTooNew;
     header.aead = static_cast<AeadKind>(fixed[9]);
-    header.chunkSize = static_cast<std::uint32_t>(GetLe(&fixed[12], 4));
+    header.chunkSize = static_cast<std::uint32_t>(sniff::Le32(fixed, 12));
     if ((header.aead != AeadKind::Aes256Gcm && header.aead != AeadKind::ChaCha20Poly1305) ||
         fixed[10] != kCompressionZstd || header.chunkSize == 0 || header.chunkSize > kMostChunk ||
         !cipher::KeyParameters::Parse(std::span(fixed).subspan(16, 32), header.key))
         return kEngineCatalogueDamaged;
     std::copy_n(fixed.begin() + 48, cipher::kCheckSize, header.check.begin());
-    header.size = GetLe(&fixed[64], 8);
-    header.modified = GetLe(&fixed[72], 8);
-    header.mode = static_cast<std::uint32_t>(GetLe(&fixed[80], 4));
-    std::size_t nameLength = GetLe(&fixed[84], 2);
+    header.size = sniff::Le64(fixed, 64);
+    header.modified = sniff::Le64(fixed, 72);
+    header.mode = static_cast<std::uint32_t>(sniff::Le32(fixed, 80));
+    std::size_t nameLength = sniff::Le16(fixed, 84);
     if (nameLength > kMostName) return kEngineCatalogueDamaged;
     header.name.resize(nameLength);
     if (Result r = ReadExactly(fd, header.name.data(), nameLength)) return r;
@@ -180,7 +176,8 @@ public:
         }
         produced_ += out.pos;
         got = out.pos;
-        if (got == 0 && produced_ != header_.size) return kEngineItemDataDamaged;
+        if (produced_ > header_.size || (got == 0 && produced_ != header_.size))
+            return kEngineItemDataDamaged;
         return kEngineOK;
     }
 
@@ -203,9 +200,9 @@ private:
     }
 
     Result NextChunk() {
-        std::uint8_t word[4];
-        if (Result r = ReadExactly(fd_->get(), word, sizeof word)) return r;
-        auto length = static_cast<std::uint32_t>(GetLe(word, 4));
+        Bytes word(4);
+        if (Result r = ReadExactly(fd_->get(), word.data(), word.size())) return r;
+        std::uint32_t length = sniff::Le32(word, 0);
         bool last = (length & kLastChunk) != 0;
         length &= ~kLastChunk;
         if (length < cipher::kTagSize || length - cipher::kTagSize > header_.chunkSize)

@@ -12,6 +12,7 @@
 
 #include "Driver.h"
 #include "FileSystem.h"
+#include "Sniff.h"
 
 namespace engine::sfx {
 
@@ -22,11 +23,6 @@ constexpr const char *kExtension = ".sea";
 
 using Bytes = std::vector<std::uint8_t>;
 
-std::uint64_t Le(const std::uint8_t *in, int bytes) {
-    std::uint64_t v = 0;
-    for (int i = 0; i < bytes; ++i) v |= static_cast<std::uint64_t>(in[i]) << (8 * i);
-    return v;
-}
 void PutLe(std::uint8_t *out, std::uint64_t v, int bytes) {
     for (int i = 0; i < bytes; ++i) out[i] = static_cast<std::uint8_t>(v >> (8 * i));
 }
@@ -89,18 +85,18 @@ public:
         if (Result r = FindEnd(size)) return r;
         Bytes end(22);
         if (Result r = ReadAt(in_, endAt_, end.data(), end.size())) return r;
-        std::uint64_t cdSize = Le(&end[12], 4), cdOffset = Le(&end[16], 4);
+        std::uint64_t cdSize = sniff::Le32(end, 12), cdOffset = sniff::Le32(end, 16);
         bool zip64 = false;
         Bytes locator(20), record(56);
         std::uint64_t recordAt = 0;
         if (endAt_ >= 20 && ReadAt(in_, endAt_ - 20, locator.data(), 20) == kEngineOK &&
-            Le(&locator[0], 4) == 0x07064b50) {
-            recordAt = Le(&locator[8], 8);
+            sniff::Le32(locator, 0) == 0x07064b50) {
+            recordAt = sniff::Le64(locator, 8);
             if (Result r = ReadAt(in_, recordAt, record.data(), record.size())) return r;
-            if (Le(&record[0], 4) != 0x06064b50) return kEngineArchiveDamaged;
+            if (sniff::Le32(record, 0) != 0x06064b50) return kEngineArchiveDamaged;
             zip64 = true;
-            cdSize = Le(&record[40], 8);
-            cdOffset = Le(&record[48], 8);
+            cdSize = sniff::Le64(record, 40);
+            cdOffset = sniff::Le64(record, 48);
         }
         if (cdOffset + cdSize > endAt_ || cdSize > (std::uint64_t{1} << 32))
             return kEngineArchiveDamaged;
@@ -109,8 +105,8 @@ public:
         if (Result r = ShiftDirectory(directory)) return r;
         if (Result r = WriteAt(out_, base_ + cdOffset, directory.data(), directory.size()))
             return r;
-        if (Le(&end[16], 4) != 0xFFFFFFFF) {
-            if (Result r = Shifted32(&end[16])) return r;
+        if (sniff::Le32(end, 16) != 0xFFFFFFFF) {
+            if (Result r = Shifted32(end, 16)) return r;
             if (Result r = WriteAt(out_, base_ + endAt_, end.data(), end.size())) return r;
         }
         if (zip64) {
@@ -129,7 +125,8 @@ private:
         Bytes tail(static_cast<std::size_t>(span));
         if (Result r = ReadAt(in_, size - span, tail.data(), tail.size())) return r;
         for (std::size_t at = tail.size() >= 22 ? tail.size() - 22 + 1 : 0; at-- > 0;) {
-            if (Le(&tail[at], 4) == 0x06054b50 && at + 22 + Le(&tail[at + 20], 2) == tail.size()) {
+            if (sniff::Le32(tail, at) == 0x06054b50 &&
+                at + 22 + sniff::Le16(tail, at + 20) == tail.size()) {
                 endAt_ = size - span + at;
                 return kEngineOK;
             }
@@ -137,22 +134,23 @@ private:
         return kEngineNotAnArchive;
     }
 
-    Result Shifted32(std::uint8_t *field) {
-        std::uint64_t value = Le(field, 4) + base_;
+    Result Shifted32(Bytes &bytes, std::size_t at) {
+        std::uint64_t value = sniff::Le32(bytes, at) + base_;
         if (value >= 0xFFFFFFFF) return kEngineArchiveTooLarge;
-        PutLe(field, value, 4);
+        PutLe(&bytes[at], value, 4);
         return kEngineOK;
     }
 
     Result ShiftDirectory(Bytes &cd) {
         for (std::size_t at = 0; at + 46 <= cd.size();) {
-            if (Le(&cd[at], 4) != 0x02014b50) return kEngineArchiveDamaged;
-            std::size_t nameLength = Le(&cd[at + 28], 2), extraLength = Le(&cd[at + 30], 2),
-                        commentLength = Le(&cd[at + 32], 2);
+            if (sniff::Le32(cd, at) != 0x02014b50) return kEngineArchiveDamaged;
+            std::size_t nameLength = sniff::Le16(cd, at + 28),
+                        extraLength = sniff::Le16(cd, at + 30),
+                        commentLength = sniff::Le16(cd, at + 32);
             std::size_t next = at + 46 + nameLength + extraLength + commentLength;
             if (next > cd.size()) return kEngineArchiveDamaged;
-            if (Le(&cd[at + 42], 4) != 0xFFFFFFFF) {
-                if (Result r = Shifted32(&cd[at + 42])) return r;
+            if (sniff::Le32(cd, at + 42) != 0xFFFFFFFF) {
+                if (Result r = Shifted32(cd, at + 42)) return r;
             } else if (Result r = ShiftZip64Extra(cd, at, at + 46 + nameLength, extraLength)) {
                 return r;
             }
@@ -165,14 +163,14 @@ private:
     // fields are all ones: sizes, then the local header's offset.
     Result ShiftZip64Extra(Bytes &cd, std::size_t header, std::size_t extra, std::size_t length) {
         for (std::size_t at = extra; at + 4 <= extra + length;) {
-            std::size_t id = Le(&cd[at], 2), size = Le(&cd[at + 2], 2);
+            std::size_t id = sniff::Le16(cd, at), size = sniff::Le16(cd, at + 2);
             if (at + 4 + size > extra + length) break;
             if (id == 0x0001) {
                 std::size_t field = at + 4;
-                if (Le(&cd[header + 24], 4) == 0xFFFFFFFF) field += 8;
-                if (Le(&cd[header + 20], 4) == 0xFFFFFFFF) field += 8;
+                if (sniff::Le32(cd, header + 24) == 0xFFFFFFFF) field += 8;
+                if (sniff::Le32(cd, header + 20) == 0xFFFFFFFF) field += 8;
                 if (field + 8 > at + 4 + size) return kEngineArchiveDamaged;
-                PutLe(&cd[field], Le(&cd[field], 8) + base_, 8);
+                PutLe(&cd[field], sniff::Le64(cd, field) + base_, 8);
                 return kEngineOK;
             }
             at += 4 + size;
