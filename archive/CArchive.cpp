@@ -194,70 +194,65 @@ void CArchive::EnsureArchiveObject() {
 
 bool CArchive::Verify() {
     EnsureArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kVerifyText;
-    run.work = [](CArchiveObject &object) {
-        object.verifyRecover->Verify(object.owner->name.c_str(), object.owner->password.c_str());
-    };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kVerifyText, .work = [](CArchiveObject &object) {
+                                        object.verifyRecover->Verify(
+                                            object.owner->name.c_str(),
+                                            object.owner->password.c_str());
+                                    }});
 }
 
 bool CArchive::Recover() {
     EnsureArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kRecoverText;
-    run.work = [](CArchiveObject &object) {
-        object.verifyRecover->Recover(object.owner->name.c_str(), object.owner->password.c_str());
-    };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kRecoverText, .work = [](CArchiveObject &object) {
+                                        object.verifyRecover->Recover(
+                                            object.owner->name.c_str(),
+                                            object.owner->password.c_str());
+                                    }});
 }
 
 bool CArchive::Encrypt(const wchar_t *newPassword) {
     EnsureArchiveObject();
     changed = true;
     archiveObject->newPassword = newPassword ? newPassword : L"";
-    ARCHIVE_RUN run;
-    run.textId = kEncryptText;
-    run.work = [](CArchiveObject &object) { object.encrypt->Encrypt(object.newPassword.c_str()); };
-    run.without = {kScanning, kWritingCatalogue, kVerifying, kPassword};
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun(
+        {.textId = kEncryptText,
+         .work =
+             [](CArchiveObject &object) { object.encrypt->Encrypt(object.newPassword.c_str()); },
+         .without = {kScanning, kWritingCatalogue, kVerifying, kPassword}});
 }
 
 bool CArchive::RemoveEncryption(const wchar_t *oldPassword) {
     EnsureArchiveObject();
     changed = true;
     archiveObject->newPassword = oldPassword ? oldPassword : L"";
-    ARCHIVE_RUN run;
-    run.textId = kDecryptText;
-    run.work = [](CArchiveObject &object) {
-        object.encrypt->RemoveEncryption(object.newPassword.c_str());
-    };
-    run.without = {kPassword};
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kDecryptText,
+                                    .work =
+                                        [](CArchiveObject &object) {
+                                            object.encrypt->RemoveEncryption(
+                                                object.newPassword.c_str());
+                                        },
+                                    .without = {kPassword}});
 }
 
 bool CArchive::MakeSDKSea() {
     EnsureArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kSeaText;
-    run.work = [](CArchiveObject &object) { object.seaMaker->MakeSDKSea(); };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kSeaText, .work = [](CArchiveObject &object) {
+                                        object.seaMaker->MakeSDKSea();
+                                    }});
 }
 
 bool CArchive::MakeSeaZip() {
     EnsureArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kSeaText;
-    run.work = [](CArchiveObject &object) { object.seaMaker->TransformZip(); };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kSeaText, .work = [](CArchiveObject &object) {
+                                        object.seaMaker->TransformZip();
+                                    }});
 }
 
 bool CArchive::MakeSeaVnkx() {
     EnsureArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kSeaText;
-    run.work = [](CArchiveObject &object) { object.seaMaker->TransformVnkx(); };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kSeaText, .work = [](CArchiveObject &object) {
+                                        object.seaMaker->TransformVnkx();
+                                    }});
 }
 
 bool CArchive::MakeIndexFromVnkx() {
@@ -269,12 +264,10 @@ bool CArchive::MakeIndexFromVnkx() {
         FormatW(L"%c%s%s.vidx", kPathSep, prefix.c_str(), BareFileName(name).c_str());
     archiveObject->indexPath =
         CFSUtils::CreateUniqueFileName(IndexArchiveFolder(*this).c_str(), indexName.c_str());
-    ARCHIVE_RUN run;
-    run.textId = kExtractText;
-    run.work = [](CArchiveObject &object) {
-        object.compress->MakeIndexFromVnkx(object.owner->name.c_str(), object.indexPath.c_str());
-    };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kExtractText, .work = [](CArchiveObject &object) {
+                                        object.compress->MakeIndexFromVnkx(
+                                            object.owner->name.c_str(), object.indexPath.c_str());
+                                    }});
 }
 
 bool CArchive::GetArchiveInfo(bool threaded) {
@@ -283,11 +276,10 @@ bool CArchive::GetArchiveInfo(bool threaded) {
     archiveObject->info = new CArchiveInfo(archiveObject, this);
     if (threaded) {
         showProgress = false;
-        ARCHIVE_RUN run;
-        run.textId = kInfoText;
-        run.work = [](CArchiveObject &object) { object.info->GetInfo(); };
-        run.restoreShowProgress = true;
-        return archiveObject->StartRun(run);
+        return archiveObject->StartRun(
+            {.textId = kInfoText,
+             .work = [](CArchiveObject &object) { object.info->GetInfo(); },
+             .restoreShowProgress = true});
     }
     archiveObject->InstallNotifications({kPassword});
     bool read = archiveObject->info->GetInfo();
@@ -300,10 +292,9 @@ bool CArchive::RemoveFrom(std::vector<std::wstring> *items) {
     if (!items || items->empty()) return false;
     changed = true;
     archiveObject->itemSelection = items;
-    ARCHIVE_RUN run;
-    run.textId = kRemoveText;
-    run.work = [](CArchiveObject &object) { object.extract->Remove(object.itemSelection); };
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun({.textId = kRemoveText, .work = [](CArchiveObject &object) {
+                                        object.extract->Remove(object.itemSelection);
+                                    }});
 }
 
 bool CArchive::AddTo(CNewArchiveContentList *list, const wchar_t *folder) {
@@ -312,11 +303,10 @@ bool CArchive::AddTo(CNewArchiveContentList *list, const wchar_t *folder) {
     changed = true;
     archiveObject->contentList = list;
     archiveObject->destination = folder ? folder : L"";
-    ARCHIVE_RUN run;
-    run.textId = kAddText;
-    run.work = [](CArchiveObject &object) { object.compress->Add(object.contentList); };
-    run.with = AddingConflictPair(*this);
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun(
+        {.textId = kAddText,
+         .work = [](CArchiveObject &object) { object.compress->Add(object.contentList); },
+         .with = AddingConflictPair(*this)});
 }
 
 bool CArchive::CreateFromList(CNewArchiveContentList *list) {
@@ -331,33 +321,30 @@ bool CArchive::CreateFromList(CNewArchiveContentList *list) {
         list->IndexPath =
             platform::ParentPath(unique) + kPathSepString + prefix + platform::FileNamePart(unique);
     }
-    ARCHIVE_RUN run;
-    run.textId = kCreateText;
-    run.work = [](CArchiveObject &object) { object.compress->Compress(object.contentList); };
-    run.without = {kPassword};
-    run.with = AddingConflictPair(*this);
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun(
+        {.textId = kCreateText,
+         .work = [](CArchiveObject &object) { object.compress->Compress(object.contentList); },
+         .without = {kPassword},
+         .with = AddingConflictPair(*this)});
 }
 
 bool CArchive::CreateEmpty() {
     OpenArchiveObject();
-    ARCHIVE_RUN run;
-    run.textId = kCreateText;
-    run.work = [](CArchiveObject &object) { object.compress->Compress(nullptr); };
-    run.without = {kPassword};
-    run.with = AddingConflictPair(*this);
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun(
+        {.textId = kCreateText,
+         .work = [](CArchiveObject &object) { object.compress->Compress(nullptr); },
+         .without = {kPassword},
+         .with = AddingConflictPair(*this)});
 }
 
 bool CArchive::ExpandTo(const wchar_t *folder) {
     EnsureArchiveObject();
     operationKind = ARCHIVE_OPERATION_EXPANDING;
     if (folder) archiveObject->destination = folder;
-    ARCHIVE_RUN run;
-    run.textId = kExpandText;
-    run.work = [](CArchiveObject &object) { object.expand->Expand(object.destination.c_str()); };
-    run.with = ExpandingConflictPair(*this);
-    return archiveObject->StartRun(run);
+    return archiveObject->StartRun(
+        {.textId = kExpandText,
+         .work = [](CArchiveObject &object) { object.expand->Expand(object.destination.c_str()); },
+         .with = ExpandingConflictPair(*this)});
 }
 
 bool CArchive::Extract(std::vector<std::wstring> *items, const wchar_t *folder) {
@@ -369,11 +356,11 @@ bool CArchive::Extract(std::vector<std::wstring> *items, const wchar_t *folder) 
     // Without progress there is no window at all: the worker then ends the
     // run by calling the end callback itself.
     run.textId = kExtractText;
-    run.withDialog = showProgress;
     run.work = [](CArchiveObject &object) {
         object.extract->Extract(object.itemSelection, object.destination.c_str());
     };
     run.with = ExpandingConflictPair(*this);
+    run.withDialog = showProgress;
     return archiveObject->StartRun(run);
 }
 

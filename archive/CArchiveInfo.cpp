@@ -51,24 +51,29 @@ EngineResult ReadSize(ArchiveObject item, const char *property, std::uint64_t &v
     return MeansZero(status) ? 0 : status;
 }
 
-// The archive opened for a change in place: with the known password, in
-// mode 255.
-struct ArchiveForChange {
+// The handles of one archive, released in reverse order of acquisition:
+// the root, the open state (closing commits a change), the password, the
+// archive, the file.
+struct ArchiveHandles {
     archive::ScopedFSObject file;
     archive::ScopedArchive archive;
     archive::ScopedStringRef password;
     archive::OpenedArchive open;
     archive::ScopedArchiveObject root;
-};
 
-EngineResult OpenForChange(OpaqueEngineObject *engine, const CArchive &owner,
-                           ArchiveForChange &opened, const wchar_t *function) {
-    EngineResult status = NewFSObjectFromUnicodePath(owner.name.c_str(), opened.file.Out());
-    if (status) {
-        LogFailure(function, __LINE__, status, L"NewFSObjectFromUnicodePath()");
+    // The file object and the archive bound to it.
+    EngineResult Acquire(OpaqueEngineObject *engine, const std::wstring &path) {
+        EngineResult status = NewFSObjectFromUnicodePath(path.c_str(), file.Out());
+        if (status == 0) status = AcquireArchive(engine, file.Get(), archive.Out());
         return status;
     }
-    status = AcquireArchive(engine, opened.file.Get(), opened.archive.Out());
+};
+
+// The archive opened for a change in place: with the known password, in
+// mode 255.
+EngineResult OpenForChange(OpaqueEngineObject *engine, const CArchive &owner,
+                           ArchiveHandles &opened, const wchar_t *function) {
+    EngineResult status = opened.Acquire(engine, owner.name);
     if (status) {
         LogFailure(function, __LINE__, status, L"AcquireArchive()");
         return status;
@@ -130,19 +135,15 @@ bool CArchiveInfo::GetInfo() {
         (static_cast<std::uint64_t>(found.nFileSizeHigh) << 32) | found.nFileSizeLow;
     archive.archiveSize = fileSize;
 
-    archive::ScopedFSObject file;
-    archive::ScopedArchive opened;
-    archive::OpenedArchive open;
-    archive::ScopedArchiveObject root;
-    EngineResult status = NewFSObjectFromUnicodePath(archive.name.c_str(), file.Out());
-    if (status == 0) status = AcquireArchive(engine, file.Get(), opened.Out());
+    ArchiveHandles handles;
+    EngineResult status = handles.Acquire(engine, archive.name);
     if (status) {
         LogFailure(kFunction, __LINE__, status, L"AcquireArchive()");
         archive.lastResult = status;
         object_->stop = true;
         return false;
     }
-    status = DetermineFileFormat(engine, file.Get(), archive.formatId);
+    status = DetermineFileFormat(engine, handles.file.Get(), archive.formatId);
     if (status) {
         LogFailure(kFunction, __LINE__, status, L"DetermineFileFormat()");
         GetFormatID(archive.formatType, archive.formatId);
@@ -169,7 +170,7 @@ bool CArchiveInfo::GetInfo() {
     }
 
     for (int attempt = 0;; ++attempt) {
-        status = OpenArchive(engine, opened.Get(), mode);
+        status = OpenArchive(engine, handles.archive.Get(), mode);
         if (status == 0) break;
         if (ModeRefused(status) && mode == kEngineAccessChange) {
             mode = kEngineAccessRead;
@@ -186,8 +187,8 @@ bool CArchiveInfo::GetInfo() {
         archive.lastResult = status;
         return false;
     }
-    open.Opened(opened.Get());
-    status = AcquireRootArchiveObject(opened.Get(), root.Out());
+    handles.open.Opened(handles.archive.Get());
+    status = AcquireRootArchiveObject(handles.archive.Get(), handles.root.Out());
     if (status) {
         LogFailure(kFunction, __LINE__, status, L"AcquireRootArchiveObject()");
         archive.lastResult = status;
@@ -203,18 +204,19 @@ bool CArchiveInfo::GetInfo() {
     archive.readOnly = (found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
 
     archive.compressedSize = fileSize;
-    if (ArchiveObjectHasProperty(root.Get(), kItemPropCompressedSize)) {
-        status = ReadSize(root.Get(), kItemPropCompressedSize, archive.compressedSize);
+    if (ArchiveObjectHasProperty(handles.root.Get(), kItemPropCompressedSize)) {
+        status = ReadSize(handles.root.Get(), kItemPropCompressedSize, archive.compressedSize);
         if (status) LogFailure(kFunction, __LINE__, status, L"GetArchiveObjectIntegerProperty()");
     }
-    status = ReadSize(root.Get(), kItemPropExpandedSize, archive.expandedSize);
+    status = ReadSize(handles.root.Get(), kItemPropExpandedSize, archive.expandedSize);
     if (status) LogFailure(kFunction, __LINE__, status, L"GetArchiveObjectIntegerProperty()");
 
     if (archive.formatType == format::vnkx) archive.encrypted = !archive.password.empty();
     archive.comment.clear();
-    if (ArchiveObjectHasProperty(root.Get(), kItemPropComments)) {
+    if (ArchiveObjectHasProperty(handles.root.Get(), kItemPropComments)) {
         archive::ScopedStringRef comment;
-        status = AcquireArchiveObjectStringProperty(root.Get(), kItemPropComments, comment.Out());
+        status = AcquireArchiveObjectStringProperty(handles.root.Get(), kItemPropComments,
+                                                    comment.Out());
         if (status == 0) {
             archive.comment = TextOf(comment.Get());
         } else if (status != kEnginePropertyAbsent) {
@@ -224,7 +226,7 @@ bool CArchiveInfo::GetInfo() {
 
     archive.fileCount = 0;
     archive.folderCount = 1;
-    status = TraverseDirectory(root.Get(), L"", true);
+    status = TraverseDirectory(handles.root.Get(), L"", true);
     archive.itemTree = object_->items.empty() ? nullptr : object_->items.data();
     archive.lastResult = status;
     return status == 0;
@@ -358,13 +360,9 @@ bool CArchiveInfo::IsEncrypted() {
         CLogging::Err(kFunction, __LINE__, kUnit, 0, false, L"No engine or no archive");
         return false;
     }
-    archive::ScopedFSObject file;
-    archive::ScopedArchive opened;
-    archive::OpenedArchive open;
-    archive::ScopedArchiveObject root;
-    EngineResult status = NewFSObjectFromUnicodePath(archive.name.c_str(), file.Out());
-    if (status == 0) status = AcquireArchive(engine, file.Get(), opened.Out());
-    if (status == 0) status = OpenArchive(engine, opened.Get(), kEngineAccessRead);
+    ArchiveHandles handles;
+    EngineResult status = handles.Acquire(engine, archive.name);
+    if (status == 0) status = OpenArchive(engine, handles.archive.Get(), kEngineAccessRead);
     if (status == kEnginePasswordNeeded) {
         archive.encrypted = true;
         archive.lastResult = 0;
@@ -375,16 +373,16 @@ bool CArchiveInfo::IsEncrypted() {
         archive.lastResult = status;
         return false;
     }
-    open.Opened(opened.Get());
+    handles.open.Opened(handles.archive.Get());
     // Only the items of a vnkx archive are looked at; for the others an open
     // that needs no password is the answer.
     if (GetFormatType(archive.name.c_str()) != format::vnkx) return archive.encrypted = false;
-    status = AcquireRootArchiveObject(opened.Get(), root.Out());
+    status = AcquireRootArchiveObject(handles.archive.Get(), handles.root.Out());
     if (status) {
         LogFailure(kFunction, __LINE__, status, L"AcquireRootArchiveObject()");
         return false;
     }
-    archive.encrypted = TraverseDirectoryForEncryption(root.Get(), L"");
+    archive.encrypted = TraverseDirectoryForEncryption(handles.root.Get(), L"");
     return archive.encrypted;
 }
 
@@ -392,7 +390,7 @@ bool CArchiveInfo::IsArchiveSelfExtracting(const wchar_t *path) { return IsExeAS
 
 bool CArchiveInfo::RenameArchiveItem(const wchar_t *oldPath, const wchar_t *newName) {
     static constexpr const wchar_t *kFunction = L"CArchiveInfo::RenameArchiveItem";
-    ArchiveForChange opened;
+    ArchiveHandles opened;
     EngineResult status = OpenForChange(EngineOf(*archive_), *archive_, opened, kFunction);
     if (status) {
         archive_->lastResult = status;
@@ -414,7 +412,7 @@ bool CArchiveInfo::RenameArchiveItem(const wchar_t *oldPath, const wchar_t *newN
 
 bool CArchiveInfo::GetVnkxComment() {
     static constexpr const wchar_t *kFunction = L"CArchiveInfo::GetVnkxComment";
-    ArchiveForChange opened;
+    ArchiveHandles opened;
     EngineResult status = OpenForChange(EngineOf(*archive_), *archive_, opened, kFunction);
     if (status == 0) status = AcquireRootArchiveObject(opened.archive.Get(), opened.root.Out());
     archive::ScopedStringRef comment;
@@ -431,7 +429,7 @@ bool CArchiveInfo::GetVnkxComment() {
 
 bool CArchiveInfo::SetVnkxComment(const wchar_t *text) {
     static constexpr const wchar_t *kFunction = L"CArchiveInfo::SetVnkxComment";
-    ArchiveForChange opened;
+    ArchiveHandles opened;
     EngineResult status = OpenForChange(EngineOf(*archive_), *archive_, opened, kFunction);
     if (status == 0) status = AcquireRootArchiveObject(opened.archive.Get(), opened.root.Out());
     archive::ScopedStringRef comment;

@@ -91,8 +91,14 @@ bool CArchiveObject::StartRun(const ARCHIVE_RUN &next) {
         if (owner->showProgress) EnableWindow(owner->parentWindow, FALSE);
         progressDialog->Run(owner);
     }
+    // Busy from here, so that a caller who looks at once does not find the
+    // run over before its worker began; the worker sets it again.
+    busy = true;
     HANDLE thread = CreateThread(nullptr, 0, WorkerProc, this, 0, nullptr);
-    if (!thread) return false;
+    if (!thread) {
+        busy = false;
+        return false;
+    }
     CloseHandle(thread);
     return true;
 }

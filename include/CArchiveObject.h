@@ -53,8 +53,8 @@ using NotificationPair = std::pair<int32_t, int32_t>;
 struct ARCHIVE_RUN {
     unsigned textId = 0;
     void (*work)(CArchiveObject &object) = nullptr;
-    std::vector<NotificationPair> without;
-    std::vector<NotificationPair> with;
+    std::vector<NotificationPair> without = {};
+    std::vector<NotificationPair> with = {};
     // Without a dialog the worker ends the run by calling the end callback.
     bool withDialog = true;
     // Show progress becomes true again after the end message.

@@ -67,12 +67,15 @@ TEST_F(CArchiveInfoTest, ZipGivesCountsSizesCommentModeAndTree) {
     EXPECT_EQ(archive->archiveObject->items.size(), kSampleTree.size());
 }
 
-TEST_F(CArchiveInfoTest, SevenZipAndCompressedTarListTheSameTree) {
+TEST_F(CArchiveInfoTest, SevenZipAndTarKindsListTheSameTree) {
     SampleZip();
-    for (const std::string &command :
-         {std::string("cd src && 7zz a -bso0 -bsp0 ../sample.7z a.txt docs"),
-          std::string("cd src && tar czf ../sample.tgz a.txt docs")}) {
-        std::string made = command.find("7zz") != std::string::npos ? "sample.7z" : "sample.tgz";
+    const std::pair<std::string, std::string> kinds[] = {
+        {"sample.7z", "cd src && 7zz a -bso0 -bsp0 ../sample.7z a.txt docs"},
+        {"sample.tgz", "cd src && tar czf ../sample.tgz a.txt docs"},
+        {"sample.tar", "cd src && tar cf ../sample.tar a.txt docs"},
+        {"sample.tar.bz2", "cd src && tar cjf ../sample.tar.bz2 a.txt docs"},
+    };
+    for (const auto &[made, command] : kinds) {
         auto archive = MakeArchive(Make(made, command));
         ASSERT_TRUE(archive->GetArchiveInfo(false)) << made;
         EXPECT_EQ(archive->fileCount, 3u) << made;

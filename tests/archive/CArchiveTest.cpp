@@ -3,6 +3,8 @@
 // progress window.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "CArchiveInfo.h"
 #include "CIniFile.h"
 #include "CNewArchiveContentList.h"
@@ -76,6 +78,28 @@ TEST_F(FacadeTest, CopiesShareTheArchiveObjectQuirk) {
     EXPECT_EQ(copy.archiveObject, archive->archiveObject);
     EXPECT_EQ(copy.name, archive->name);
     copy.archiveObject = nullptr;  // the other copy deletes it
+}
+
+TEST_F(FacadeTest, SegmentPairIsInstalledOnlyForASegmentedVnkxList) {
+    auto archive = MakeArchive(work / "a.vnkx");
+    ASSERT_TRUE(archive->OpenArchiveObject());
+    CArchiveObject &object = *archive->archiveObject;
+    auto segmentPair = [&] {
+        auto pairs = object.CommonNotifications();
+        return std::count(pairs.begin(), pairs.end(), NotificationPair{1, 2});
+    };
+    archive->formatType = format::vnkx;
+    EXPECT_EQ(segmentPair(), 0) << "no list";
+    CNewArchiveContentList list;
+    list.SegmentSize = 1 << 20;
+    object.contentList = &list;
+    EXPECT_EQ(segmentPair(), 1);
+    EXPECT_EQ(object.CommonNotifications().size(), 10u);
+    archive->formatType = format::zip;
+    EXPECT_EQ(segmentPair(), 0);
+    archive->formatType = format::vnkx;
+    list.SegmentSize = 0;
+    EXPECT_EQ(segmentPair(), 0);
 }
 
 TEST_F(FacadeTest, JobFileSectionRoundTripsAndKeepsWhatIsMissing) {
