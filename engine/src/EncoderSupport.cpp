@@ -66,4 +66,14 @@ Result WriteEncoded(const WriteRequest &request,
     return result != kEngineOK ? result : written;
 }
 
+Result WriteSingleFile(const WriteRequest &request, ItemFeed &feed, FileEncoder encode) {
+    if (!request.password.empty()) return kEngineEncryptionUnsupported;
+    EncodedFile file;
+    if (Result result = TakeSingleFile(feed, request.operation, file)) return result;
+    return WriteEncoded(request, [&](EncodedOutput &out) {
+        encode(file, out);
+        return kEngineOK;
+    });
+}
+
 }  // namespace engine

@@ -69,4 +69,9 @@ Result TakeSingleFile(ItemFeed &feed, Operation *operation, EncodedFile &file);
 Result WriteEncoded(const WriteRequest &request,
                     const std::function<Result(EncodedOutput &)> &encode);
 
+// The whole write of a single-file encoding: no password, exactly one
+// file, encoded into the request's file.
+using FileEncoder = void (*)(const EncodedFile &, EncodedOutput &);
+Result WriteSingleFile(const WriteRequest &request, ItemFeed &feed, FileEncoder encode);
+
 }  // namespace engine

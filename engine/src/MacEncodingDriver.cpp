@@ -209,18 +209,10 @@ public:
     bool CanWrite(std::string_view) const override { return true; }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {
-        if (!request.password.empty()) return kEngineEncryptionUnsupported;
-        EncodedFile file;
-        if (Result result = TakeSingleFile(feed, request.operation, file)) return result;
-        return WriteEncoded(request, [&](EncodedOutput &out) {
-            if (request.formatId == "hqx")
-                EncodeBinHex(file, out);
-            else if (request.formatId == "bin")
-                EncodeMacBinary(file, out);
-            else
-                EncodeAppleSingle(file, out);
-            return kEngineOK;
-        });
+        FileEncoder encode = request.formatId == "hqx"   ? EncodeBinHex
+                             : request.formatId == "bin" ? EncodeMacBinary
+                                                         : EncodeAppleSingle;
+        return WriteSingleFile(request, feed, encode);
     }
 
     std::wstring Extension(std::string_view id, std::string_view) const override {

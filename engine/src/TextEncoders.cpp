@@ -193,11 +193,13 @@ void EncodeBase64(const Bytes &data, EncodedOutput &out, std::size_t lineLength,
     if (column != 0) out.Put(lineEnd);
 }
 
-void EncodeBtoa(const Bytes &data, EncodedOutput &out) {
+void EncodeBase64File(const EncodedFile &file, EncodedOutput &out) { EncodeBase64(file.data, out); }
+
+void EncodeBtoa(const EncodedFile &file, EncodedOutput &out) {
     out.Put("xbtoa Begin\n");
     BtoaWriter writer(out);
-    for (std::uint8_t c : data) writer.Byte(c);
-    writer.Finish(data.size());
+    for (std::uint8_t c : file.data) writer.Byte(c);
+    writer.Finish(file.data.size());
 }
 
 void EncodeYenc(const EncodedFile &file, EncodedOutput &out) {

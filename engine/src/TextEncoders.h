@@ -15,9 +15,11 @@ void EncodeUu(const EncodedFile &file, EncodedOutput &out);
 // Base64 in lines of `lineLength` characters, each ended by `lineEnd`.
 void EncodeBase64(const std::vector<std::uint8_t> &data, EncodedOutput &out,
                   std::size_t lineLength = 76, std::string_view lineEnd = "\n");
+// A file's data as plain base64 in lines of 76, with no name.
+void EncodeBase64File(const EncodedFile &file, EncodedOutput &out);
 // "xbtoa Begin", lines of 78 characters, and the trailer with the count and
-// the three sums.
-void EncodeBtoa(const std::vector<std::uint8_t> &data, EncodedOutput &out);
+// the three sums; no name.
+void EncodeBtoa(const EncodedFile &file, EncodedOutput &out);
 // One single-part yEnc file in lines of 128 characters with its CRC-32.
 void EncodeYenc(const EncodedFile &file, EncodedOutput &out);
 

@@ -118,21 +118,12 @@ public:
     bool CanWrite(std::string_view) const override { return true; }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {
-        if (!request.password.empty()) return kEngineEncryptionUnsupported;
         if (request.formatId == "mime") return WriteMessage(request, feed);
-        EncodedFile file;
-        if (Result result = TakeSingleFile(feed, request.operation, file)) return result;
-        return WriteEncoded(request, [&](EncodedOutput &out) {
-            if (request.formatId == "uu")
-                EncodeUu(file, out);
-            else if (request.formatId == "b64")
-                EncodeBase64(file.data, out);
-            else if (request.formatId == "btoa")
-                EncodeBtoa(file.data, out);
-            else
-                EncodeYenc(file, out);
-            return kEngineOK;
-        });
+        FileEncoder encode = request.formatId == "uu"     ? EncodeUu
+                             : request.formatId == "b64"  ? EncodeBase64File
+                             : request.formatId == "btoa" ? EncodeBtoa
+                                                          : EncodeYenc;
+        return WriteSingleFile(request, feed, encode);
     }
 
     std::wstring Extension(std::string_view id, std::string_view) const override {
@@ -144,6 +135,7 @@ private:
     // Every file of the feed as an attachment under its own name; folders
     // give their files, links are left out.
     static Result WriteMessage(const WriteRequest &request, ItemFeed &feed) {
+        if (!request.password.empty()) return kEngineEncryptionUnsupported;
         return WriteEncoded(request, [&](EncodedOutput &out) -> Result {
             BeginMimeMessage(out);
             std::size_t attached = 0;
