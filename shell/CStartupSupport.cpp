@@ -7,25 +7,17 @@
 #include "platform/WinFormat.h"
 #include "platform/WinPath.h"
 #include "shell/ArchiveProgIds.h"
+#include "shell/ClassesRoot.h"
 
 namespace {
 
-constexpr DWORD kClassesRoot = 2;
 constexpr wchar_t kTaskClass[] = L"Varnick.Scheduler.Task";
 constexpr UINT kTaskDisplayNameId = 640;
 constexpr UINT kTaskOpenVerbId = 641;
 constexpr UINT kTaskEditVerbId = 642;
 
-// One value of one key, through a registry object of its own.
-void WriteClassesValue(const std::wstring &keyPath, const wchar_t *name, const std::wstring &text) {
-    CRegistry key;
-    key.SetMajorKey(kClassesRoot);
-    key.CreateAppKey(keyPath.c_str());
-    key.WriteRegSetting(name, text.c_str());
-}
-
 void WriteDefault(const std::wstring &keyPath, const std::wstring &text) {
-    WriteClassesValue(keyPath, nullptr, text);
+    shell::WriteClassesText(keyPath, nullptr, text);
 }
 
 std::wstring ProgramPath(const wchar_t *program) {
@@ -46,7 +38,7 @@ void WriteTaskClass() {
     const std::wstring scheduler = ProgramPath(L"Scheduler.exe");
     const std::wstring key = kTaskClass;
     WriteDefault(L".varnicktask", kTaskClass);
-    WriteClassesValue(L".varnicktask", L"Content Type", L"application/varnick");
+    shell::WriteClassesText(L".varnicktask", L"Content Type", L"application/varnick");
     WriteDefault(key, CAppUtils::LoadString(kTaskDisplayNameId));
     WriteDefault(key + L"\\DefaultIcon", FormatW(L"\"%s\",-0", scheduler.c_str()));
     WriteDefault(key + L"\\shell\\Open", CAppUtils::LoadString(kTaskOpenVerbId));

@@ -10,34 +10,17 @@
 #include "platform/ShellNotify.h"
 #include "platform/WideText.h"
 #include "shell/ArchiveProgIds.h"
+#include "shell/ClassesRoot.h"
 
 namespace {
 
-constexpr DWORD kClassesRoot = 2;
-constexpr DWORD kTextChars = 1024;
+using shell::ReadText;
+using shell::UseClassesKey;
+
 constexpr wchar_t kContentType[] = L"Content Type";
 constexpr wchar_t kVarnickContentType[] = L"application/varnick";
 // A saved value shorter than this is no usable ProgID.
 constexpr std::size_t kShortestSavedValue = 3;
-
-// Points `key` at `path` below HKEY_CLASSES_ROOT, making the key when asked.
-void UseClassesKey(CRegistry &key, const std::wstring &path, bool create) {
-    key.SetMajorKey(kClassesRoot);
-    if (create) {
-        key.CreateAppKey(path.c_str());
-    } else {
-        key.SetAppKey(path.c_str());
-    }
-}
-
-// A text value; false when it cannot be read. Stored text has no
-// terminator, so the buffer starts cleared and keeps its last character.
-bool ReadText(CRegistry &key, const wchar_t *name, std::wstring &text) {
-    wchar_t buffer[kTextChars] = {};
-    if (!key.GetRegSetting(name, buffer, (kTextChars - 1) * 2)) return false;
-    text = buffer;
-    return true;
-}
 
 bool InAssociationList(format::type type) {
     for (const format::type listed : kFileAssociationTypes) {

@@ -3,28 +3,22 @@
 #include <string>
 
 #include "CRegistry.h"
+#include "shell/ClassesRoot.h"
 
 namespace {
 
+using shell::WriteClassesText;
+
 constexpr DWORD kCurrentUser = 0;
-constexpr DWORD kClassesRoot = 2;
 constexpr WORD kFirstLaterSystem = 0x600;
 
 // An empty zip file: the end-of-central-directory record alone.
 constexpr DWORD kEmptyZipSize = 22;
 unsigned char kEmptyZip[kEmptyZipSize] = {'P', 'K', 5, 6};
 
-void WriteClassesText(const wchar_t *keyPath, const wchar_t *name, const wchar_t *text) {
-    CRegistry key;
-    key.SetMajorKey(kClassesRoot);
-    key.CreateAppKey(keyPath);
-    key.WriteRegSetting(name, text);
-}
-
 void WriteEmptyZipTemplate(bool laterSystem) {
     CRegistry shellNew;
-    shellNew.SetMajorKey(kClassesRoot);
-    shellNew.CreateAppKey(L".zip\\CompressedFolder\\ShellNew");
+    shell::UseClassesKey(shellNew, L".zip\\CompressedFolder\\ShellNew", true);
     shellNew.WriteRegSetting(L"Data", static_cast<void *>(kEmptyZip), kEmptyZipSize);
     if (laterSystem) {
         shellNew.WriteRegSetting(L"ItemName", L"@%SystemRoot%\\system32\\zipfldr.dll,-10194");
@@ -47,8 +41,8 @@ void RestoreZipRegistration(WORD version) {
     WriteClassesText(L".zip", L"Content Type", L"application/x-zip-compressed");
     WriteClassesText(L".zip", nullptr, L"CompressedFolder");
     WriteEmptyZipTemplate(laterSystem);
-    // The value name has lost its first letter; it is written so on purpose,
-    // as the registration has always been written.
+    // The value name lacks its first letter. Kept exactly so: registrations
+    // written before carry this name.
     WriteClassesText(L".zip\\OpenWithProgids", L"ompressedFolder", L"");
     WriteClassesText(L".zip\\PersistentHandler", nullptr,
                      L"{098f2470-bae0-11cd-b579-08002b30bfeb}");

@@ -6,13 +6,11 @@
 
 #include "CRegistry.h"
 #include "platform/ShellNotify.h"
+#include "shell/ClassesRoot.h"
 
 namespace shelltest {
 
 namespace {
-
-constexpr DWORD kClassesRoot = 2;
-constexpr DWORD kTextChars = 1024;
 
 std::mutex gNoticeLock;
 std::vector<LONG> gNotices;
@@ -26,11 +24,10 @@ void Record(LONG eventId, UINT, const void *, const void *) {
 
 std::optional<std::wstring> ClassesText(const std::wstring &key, const wchar_t *name) {
     CRegistry registry;
-    registry.SetMajorKey(kClassesRoot);
-    registry.SetAppKey(key.c_str());
-    wchar_t buffer[kTextChars] = {};
-    if (!registry.GetRegSetting(name, buffer, (kTextChars - 1) * 2)) return std::nullopt;
-    return std::wstring(buffer);
+    shell::UseClassesKey(registry, key, false);
+    std::wstring text;
+    if (!shell::ReadText(registry, name, text)) return std::nullopt;
+    return text;
 }
 
 void SetClassesText(const std::wstring &key, const wchar_t *name, const std::wstring &text) {
@@ -39,8 +36,7 @@ void SetClassesText(const std::wstring &key, const wchar_t *name, const std::wst
                               nullptr, &handle, nullptr),
               ERROR_SUCCESS);
     CRegistry registry;
-    registry.SetMajorKey(kClassesRoot);
-    registry.SetAppKey(key.c_str());
+    shell::UseClassesKey(registry, key, false);
     registry.WriteRegSetting(name, text.c_str());
     RegCloseKey(handle);
 }

@@ -16,11 +16,11 @@
 #include "support/LoadedResources.h"
 #include "support/TempHome.h"
 
+using platform::ListRow;
 using shelltest::ClassesText;
 using shelltest::SetClassesText;
 using testsupport::Click;
 using testsupport::WaitFor;
-using platform::ListRow;
 
 namespace {
 
@@ -33,7 +33,10 @@ protected:
     // one; `user` ends it.
     bool RunWith(CChangeFileAssociations &dialog, const std::function<void(HWND)> &user) {
         std::thread person([&] {
-            if (WaitFor([&] { return dialog.window.load() != nullptr; })) user(dialog.window);
+            if (!WaitFor([&] { return dialog.window.load() != nullptr; })) return;
+            // Answered only once the dialog's loop runs, after its set-up.
+            SendMessageW(dialog.window, WM_NULL, 0, 0);
+            user(dialog.window);
         });
         const bool ok = dialog.Run();
         person.join();
