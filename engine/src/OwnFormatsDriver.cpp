@@ -95,6 +95,8 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
     }
     settings.cipher = static_cast<std::uint8_t>(encryption == 2 ? 2 : 1);
     settings.encryptCatalogue = BooleanOf(format, kFormatPropEncryptArchive, false);
+    settings.redundancy =
+        static_cast<unsigned>(std::clamp(IntegerOf(format, kFormatPropRedundancyLevel, 0), 0, 50));
     if (settings.version == 0) {
         choice.method = FirstVersionMethod(choice.method);
         settings.cipher = vnkx::kCipherAesGcm;

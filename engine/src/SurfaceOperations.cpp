@@ -7,6 +7,7 @@
 #include "Operation.h"
 #include "SelfExtracting.h"
 #include "Surface.h"
+#include "VnkxArchive.h"
 
 using namespace engine;
 
@@ -222,8 +223,9 @@ EngineResult RecoverArchive(OpaqueEngineObject *engine, FSObject archive, FSObje
     Operation operation(*session);
     std::string id;
     if (Result result = DetermineFormat(file->Native(), id)) return result;
-    if (id != "zip") return kEngineNotImplemented;
+    if (id != "zip" && id != "vnkx") return kEngineNotImplemented;
     if (Result result = MakeFolders(folder->Native())) return result;
+    if (id == "vnkx") return vnkx::RecoverArchiveFile(file->Native(), folder->Native());
     return RecoverZip(operation, file->Native(), folder->Native());
 }
 

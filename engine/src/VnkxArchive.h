@@ -54,9 +54,14 @@ struct WriteSettings {
     bool legacyNames = false;
     std::uint8_t cipher = kCipherAesGcm;  // with a password
     bool encryptCatalogue = false;
+    unsigned redundancy = 0;  // percent of recovery data, 0 for none
 };
 
 Result WriteArchive(const WriteRequest &request, ItemFeed &feed, const WriteSettings &settings);
+
+// Writes a repaired copy of the archive under its own name into `folder`
+// with its recovery record.
+Result RecoverArchiveFile(const std::string &archive, const std::string &folder);
 
 // Derives the key of a record from a password; false when it does not fit.
 bool KeyFits(const KeyRecord &record, const std::string &password, cipher::DerivedKey &key);

@@ -295,4 +295,30 @@ std::array<std::uint8_t, kHashSize> Sha256(const std::uint8_t *data, std::size_t
     return hash;
 }
 
+Bytes BlockAssociatedData(const BlockEntry &block) {
+    Writer out;
+    out.U8(block.method);
+    out.U8(block.filter);
+    out.U8(block.cipher);
+    out.U64(block.unpackedSize);
+    return out.bytes;
+}
+
+Digest NewDigest() {
+    Digest digest(EVP_MD_CTX_new());
+    if (digest) EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
+    return digest;
+}
+
+void UpdateDigest(Digest &digest, const void *data, std::size_t size) {
+    if (digest) EVP_DigestUpdate(digest.get(), data, size);
+}
+
+std::array<std::uint8_t, kHashSize> FinishDigest(Digest &digest) {
+    std::array<std::uint8_t, kHashSize> hash{};
+    unsigned length = 0;
+    if (digest) EVP_DigestFinal_ex(digest.get(), hash.data(), &length);
+    return hash;
+}
+
 }  // namespace engine::vnkx

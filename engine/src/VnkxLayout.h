@@ -4,8 +4,11 @@
 // archive's signature, wherever the archive starts in its file.
 #pragma once
 
+#include <openssl/evp.h>
+
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -171,7 +174,22 @@ bool DecodeKeyRecord(Reader &in, KeyRecord &key);
 Bytes EncodeCatalogue(const CatalogueBody &body, std::uint16_t version);
 Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, CatalogueBody &body);
 
+inline constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
+
+// What a block's seal binds besides its payload: method, filter, cipher and
+// unpacked size.
+Bytes BlockAssociatedData(const BlockEntry &block);
+
 std::uint32_t Crc32(const std::uint8_t *data, std::size_t size, std::uint32_t crc = 0);
 std::array<std::uint8_t, kHashSize> Sha256(const std::uint8_t *data, std::size_t size);
+
+// SHA-256 over data that comes in pieces.
+struct DigestFree {
+    void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
+};
+using Digest = std::unique_ptr<EVP_MD_CTX, DigestFree>;
+Digest NewDigest();
+void UpdateDigest(Digest &digest, const void *data, std::size_t size);
+std::array<std::uint8_t, kHashSize> FinishDigest(Digest &digest);
 
 }  // namespace engine::vnkx

@@ -111,27 +111,20 @@ bool CompressOther(const MethodChoice &choice, const Bytes &in, Bytes &out) {
     }
 }
 
-// The short branch targets of x86 calls and jumps (E8, E9) made absolute,
-// so that calls of one function look alike. Only operands whose top byte is
-// 00 or FF are changed, and the changed ones keep that property, so the
-// inverse finds the same places.
+// The targets of x86 near calls (E8) made absolute, so that calls of one
+// function look alike. Every E8 is changed and the four bytes after it
+// skipped, so the inverse, which sees the same opcodes, finds the same places.
 void X86(Bytes &data, bool encode) {
-    if (data.size() < 5) return;
     for (std::size_t i = 0; i + 5 <= data.size();) {
-        std::uint8_t opcode = data[i];
-        std::uint8_t top = data[i + 4];
-        if ((opcode != 0xE8 && opcode != 0xE9) || (top != 0x00 && top != 0xFF)) {
+        if (data[i] != 0xE8) {
             ++i;
             continue;
         }
-        std::uint32_t value =
-            data[i + 1] | (data[i + 2] << 8) | (data[i + 3] << 16) | (top == 0xFF ? 1u << 24 : 0u);
+        std::uint32_t value = data[i + 1] | (data[i + 2] << 8) | (data[i + 3] << 16) |
+                              (static_cast<std::uint32_t>(data[i + 4]) << 24);
         std::uint32_t position = static_cast<std::uint32_t>(i + 5);
-        value = (encode ? value + position : value - position) & 0x1FFFFFF;
-        data[i + 1] = static_cast<std::uint8_t>(value);
-        data[i + 2] = static_cast<std::uint8_t>(value >> 8);
-        data[i + 3] = static_cast<std::uint8_t>(value >> 16);
-        data[i + 4] = (value >> 24) ? 0xFF : 0x00;
+        value = encode ? value + position : value - position;
+        for (int k = 0; k < 4; ++k) data[i + 1 + k] = static_cast<std::uint8_t>(value >> (8 * k));
         i += 5;
     }
 }
@@ -284,12 +277,11 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
 }
 
 std::uint8_t ChooseFilter(const Bytes &data) {
-    // Executable code shows as many near calls and jumps whose operand's top
+    // Executable code shows as many near calls whose operand's top
     // byte is 00 or FF; text and media rarely do.
     std::size_t branches = 0;
     for (std::size_t i = 0; i + 5 <= data.size(); ++i)
-        if ((data[i] == 0xE8 || data[i] == 0xE9) && (data[i + 4] == 0x00 || data[i + 4] == 0xFF))
-            ++branches;
+        if (data[i] == 0xE8 && (data[i + 4] == 0x00 || data[i + 4] == 0xFF)) ++branches;
     return data.size() >= 4096 && branches > data.size() / 256 ? kFilterX86 : kFilterNone;
 }
 

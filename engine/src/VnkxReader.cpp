@@ -3,21 +3,22 @@
 // the items' data is read. Every size and offset the file claims is checked
 // before it is used.
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "FileSystem.h"
 #include "Handles.h"
 #include "Operation.h"
+#include "RecoveryCode.h"
 #include "VnkxArchive.h"
 
 namespace engine::vnkx {
 namespace {
 
-constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
 // A catalogue or block larger than this is taken as damage, not allocated.
 constexpr std::uint64_t kMostCatalogue = 1ULL << 30;
 constexpr std::uint64_t kMostBlock = 1ULL << 30;
@@ -32,15 +33,6 @@ Result ReadAt(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
         done += static_cast<std::size_t>(got);
     }
     return kEngineOK;
-}
-
-Bytes Associated(const BlockEntry &block) {
-    Writer out;
-    out.U8(block.method);
-    out.U8(block.filter);
-    out.U8(block.cipher);
-    out.U64(block.unpackedSize);
-    return out.bytes;
 }
 
 Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, std::uint16_t version,
@@ -128,16 +120,13 @@ public:
             std::size_t take = static_cast<std::size_t>(
                 std::min<std::uint64_t>(size - got, extent.length - inExtent_));
             std::memcpy(out + got, block_.data() + extent.offset + inExtent_, take);
-            EVP_DigestUpdate(hash_.get(), out + got, take);
+            UpdateDigest(hash_, out + got, take);
             got += take;
             inExtent_ += take;
         }
         if (got == 0 && !checked_) {
             checked_ = true;
-            std::array<std::uint8_t, kHashSize> hash{};
-            unsigned length = 0;
-            EVP_DigestFinal_ex(hash_.get(), hash.data(), &length);
-            if (hash != data_->hash) return kEngineItemDataDamaged;
+            if (FinishDigest(hash_) != data_->hash) return kEngineItemDataDamaged;
         }
         if (operation_ && got) {
             if (Result stop = operation_->Work(got)) return stop;
@@ -151,16 +140,11 @@ public:
     }
 
 private:
-    struct DigestFree {
-        void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
-    };
-
     void StartFork() {
         extent_ = 0;
         inExtent_ = 0;
         checked_ = false;
-        hash_.reset(EVP_MD_CTX_new());
-        if (hash_) EVP_DigestInit_ex(hash_.get(), EVP_sha256(), nullptr);
+        hash_ = NewDigest();
     }
     void FinishItem() { data_ = nullptr; }
 
@@ -212,7 +196,7 @@ private:
             const cipher::DerivedKey *key = nullptr;
             if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
             cipher::BlockCipher sealer(static_cast<cipher::AeadKind>(block.cipher), *key);
-            Bytes associated = Associated(block);
+            Bytes associated = BlockAssociatedData(block);
             if (!sealer.Open(block.sealNumber, {payload, block.storedSize}, associated, opened))
                 return kEngineItemDataDamaged;
             payload = opened.data();
@@ -251,7 +235,7 @@ private:
     std::size_t extent_ = 0;
     std::uint64_t inExtent_ = 0;
     bool checked_ = false;
-    std::unique_ptr<EVP_MD_CTX, DigestFree> hash_;
+    Digest hash_;
     std::size_t blockIndex_ = kNoIndex;
     Bytes block_;
     std::map<std::uint32_t, cipher::DerivedKey> keys_;
@@ -345,6 +329,60 @@ Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, Archi
         if (block.cipher != kCipherNone && block.keySlot >= file.keys.size())
             return kEngineCatalogueDamaged;
     return kEngineOK;
+}
+
+Result RecoverArchiveFile(const std::string &archive, const std::string &folder) {
+    // The damaged archive is kept as it is: never the destination.
+    struct stat home {
+    }, destination{};
+    if (stat(ParentOf(archive).c_str(), &home) == 0 && stat(folder.c_str(), &destination) == 0 &&
+        home.st_dev == destination.st_dev && home.st_ino == destination.st_ino)
+        return kEngineDestinationRefused;
+    std::string target = folder + "/" + NameOf(archive);
+
+    UniqueFd source(open(archive.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!source.valid()) return LastErrno();
+    struct stat status {};
+    if (fstat(source.get(), &status) != 0) return LastErrno();
+    auto size = static_cast<std::uint64_t>(status.st_size);
+    std::uint8_t end[kTrailerSize];
+    Trailer trailer;
+    if (size < kHeaderSize + kTrailerSize ||
+        ReadAt(source.get(), size - kTrailerSize, end, kTrailerSize) != kEngineOK ||
+        !DecodeTrailer(end, kTrailerSize, trailer) || trailer.archiveLength > size ||
+        !(trailer.flags & kFlagRecoveryData) ||
+        trailer.catalogueOffset + trailer.catalogueSize > trailer.recoveryOffset ||
+        trailer.recoveryOffset + trailer.recoverySize + kTrailerSize > trailer.archiveLength)
+        return kEngineNotRecoverable;
+    std::string temporary;
+    if (Result result = TemporaryBeside(target, temporary)) return result;
+    Result result = kEngineOK;
+    {
+        UniqueFd copy(open(temporary.c_str(), O_RDWR | O_TRUNC | O_CLOEXEC));
+        if (!copy.valid()) result = LastErrno();
+        Bytes buffer(1 << 20);
+        for (std::uint64_t at = 0; result == kEngineOK && at < size;) {
+            std::size_t want =
+                static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size - at));
+            result = ReadAt(source.get(), at, buffer.data(), want);
+            if (result == kEngineOK) result = WriteAll(copy.get(), buffer.data(), want);
+            at += want;
+        }
+        if (result == kEngineOK) {
+            std::uint64_t start = size - trailer.archiveLength;
+            recovery::FileRegion region{copy.get(), start,
+                                        trailer.catalogueOffset + trailer.catalogueSize};
+            recovery::FileRegion record{copy.get(), start + trailer.recoveryOffset,
+                                        trailer.recoverySize};
+            recovery::Report report;
+            result = recovery::RepairRegion(region, record, report);
+        }
+    }
+    if (result != kEngineOK) {
+        unlink(temporary.c_str());
+        return result;
+    }
+    return PutInPlace(temporary, target);
 }
 
 std::unique_ptr<ReadCursor> MakeCursor(std::shared_ptr<const ArchiveFile> file,

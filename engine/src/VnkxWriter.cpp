@@ -4,7 +4,6 @@
 // are stored once, and the catalogue and trailer close the archive. Items of
 // another archive of the format bring their blocks along as they are stored.
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <condition_variable>
@@ -19,43 +18,16 @@
 #include "FileSystem.h"
 #include "Handles.h"
 #include "Operation.h"
+#include "RecoveryCode.h"
 #include "VnkxArchive.h"
 
 namespace engine::vnkx {
 namespace {
 
-constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
 // Items up to this size are read whole before they are placed, so that a
 // duplicate is found before any of it is written.
 constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
 constexpr std::size_t kChunk = 1 << 20;
-
-struct DigestFree {
-    void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
-};
-using Digest = std::unique_ptr<EVP_MD_CTX, DigestFree>;
-
-Digest NewDigest() {
-    Digest digest(EVP_MD_CTX_new());
-    if (digest) EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
-    return digest;
-}
-
-std::array<std::uint8_t, kHashSize> FinishDigest(Digest &digest) {
-    std::array<std::uint8_t, kHashSize> hash{};
-    unsigned length = 0;
-    EVP_DigestFinal_ex(digest.get(), hash.data(), &length);
-    return hash;
-}
-
-Bytes Associated(const BlockEntry &block) {
-    Writer out;
-    out.U8(block.method);
-    out.U8(block.filter);
-    out.U8(block.cipher);
-    out.U64(block.unpackedSize);
-    return out.bytes;
-}
 
 // One block on its way into the archive.
 struct Job {
@@ -87,7 +59,8 @@ public:
     }
 
     Result Run(ItemFeed &feed) {
-        fd_ = open(request_.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        // Read back too: the recovery record is computed from what was written.
+        fd_ = open(request_.path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd_ < 0) return LastErrno();
         if (Result result = StartKey()) return result;
         std::uint16_t flags = settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0;
@@ -232,7 +205,7 @@ private:
             std::size_t got = 0;
             if (Result result = data.Read(chunk.data(), chunk.size(), got)) return result;
             if (got == 0) break;
-            EVP_DigestUpdate(digest.get(), chunk.data(), got);
+            UpdateDigest(digest, chunk.data(), got);
             fork.size += got;
             if (Result result = Append(chunk.data(), got, storeOnly, fork)) return result;
             if (Result stop = Progress(got, got)) return stop;
@@ -253,7 +226,7 @@ private:
             std::size_t got = 0;
             if (Result result = data.Read(chunk.data(), chunk.size(), got)) return result;
             if (got == 0) break;
-            EVP_DigestUpdate(digest.get(), chunk.data(), got);
+            UpdateDigest(digest, chunk.data(), got);
             fork.size += got;
             if (fwrite(chunk.data(), 1, got, spool.get()) != got) return kEngineDiskFull;
             if (Result stop = Progress(got, 0)) return stop;
@@ -450,7 +423,7 @@ private:
             entry.cipher = settings_.cipher;
             entry.keySlot = keySlot_;
             Bytes sealed;
-            if (!sealer_->Seal(entry.sealNumber, job.data, Associated(entry), sealed)) {
+            if (!sealer_->Seal(entry.sealNumber, job.data, BlockAssociatedData(entry), sealed)) {
                 job.result = kEngineEncryptFailed;
                 return;
             }
@@ -562,9 +535,21 @@ private:
         trailer.flags = catalogueCipher != kCipherNone ? kFlagCatalogueEnciphered : 0;
         trailer.catalogueOffset = offset_;
         trailer.catalogueSize = region.bytes.size();
-        trailer.archiveLength = offset_ + region.bytes.size() + kTrailerSize;
         trailer.catalogueHash = Sha256(region.bytes.data(), region.bytes.size());
         if (Result result = Write(region.bytes.data(), region.bytes.size())) return result;
+        if (settings_.redundancy > 0 && settings_.version > 0) {
+            std::uint64_t size = 0;
+            recovery::FileRegion covered{fd_, 0, offset_};
+            if (Result result =
+                    recovery::WriteRecord(covered, settings_.redundancy, fd_, offset_, size))
+                return result;
+            trailer.flags |= kFlagRecoveryData;
+            trailer.recoveryOffset = offset_;
+            trailer.recoverySize = size;
+            offset_ += size;
+            if (lseek(fd_, static_cast<off_t>(offset_), SEEK_SET) < 0) return LastErrno();
+        }
+        trailer.archiveLength = offset_ + kTrailerSize;
         Bytes end = EncodeTrailer(trailer);
         return Write(end.data(), end.size());
     }

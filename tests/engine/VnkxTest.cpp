@@ -17,6 +17,17 @@ protected:
         EngineTest::SetUp();
         tree = MakeSampleTree("src");
         folder = Scratch("vnkx");
+        // Dense near calls, as in machine code, with operands of every kind,
+        // so that the branch filter is chosen and undone.
+        std::string code;
+        for (unsigned i = 0, x = 7; i < 60000; ++i) {
+            x = x * 1664525u + 1013904223u;
+            code += '\xE8';
+            for (int k = 0; k < 3; ++k) code += static_cast<char>(x >> (8 * k));
+            code += (i % 3 == 0) ? '\0' : (i % 3 == 1) ? '\xFF' : static_cast<char>(x >> 24);
+            code += static_cast<char>(i % 7 == 0 ? 0xE8 : x >> 13);
+        }
+        WriteFile(tree / "data" / "code.bin", code);
     }
     void SetBool(const char *name, bool value) {
         ASSERT_EQ(SetFormatBooleanProperty(engine, "vnkx", name, value), kEngineOK);
@@ -316,6 +327,38 @@ TEST_F(VnkxTest, DamageIsFoundAndSurvived) {
         WriteFile(damaged, hit);
         Verify(damaged);
     }
+}
+
+TEST_F(VnkxTest, RecoveryDataRepairsDamagedBlocksAndCatalogue) {
+    SetVnkx(kFormatPropRedundancyLevel, 10);
+    fs::path archive = Made("guarded.vnkx");
+    std::string bytes = ReadFile(archive);
+    ASSERT_EQ(Verify(archive), kEngineOK);
+    std::string damaged = bytes;
+    for (std::size_t i = 200; i < 260; ++i) damaged[i] = static_cast<char>(damaged[i] ^ 0x5A);
+    uint64_t catalogue = 0;
+    for (int i = 8; i-- > 0;)
+        catalogue = (catalogue << 8) | static_cast<uint8_t>(bytes[bytes.size() - 88 + 8 + i]);
+    damaged[catalogue + 30] = static_cast<char>(damaged[catalogue + 30] ^ 0x01);
+    fs::path broken = folder / "broken" / "guarded.vnkx";
+    WriteFile(broken, damaged);
+    EXPECT_NE(Verify(broken), kEngineOK);
+    OwnedFS file = Path(broken);
+    OwnedFS same = Path(broken.parent_path());
+    EXPECT_EQ(RecoverArchive(engine, file.get(), same.get(), 0, nullptr),
+              kEngineDestinationRefused);
+    fs::path repaired = Scratch("repaired");
+    OwnedFS destination = Path(repaired);
+    ASSERT_EQ(RecoverArchive(engine, file.get(), destination.get(), 0, nullptr), kEngineOK);
+    EXPECT_EQ(ReadFile(repaired / "guarded.vnkx"), bytes);
+    ExpectRoundTrip(repaired / "guarded.vnkx", "repaired");
+
+    // Without recovery data there is nothing to repair with.
+    SetVnkx(kFormatPropRedundancyLevel, 0);
+    fs::path bare = Made("bare.vnkx");
+    OwnedFS bareFile = Path(bare);
+    EXPECT_EQ(RecoverArchive(engine, bareFile.get(), destination.get(), 0, nullptr),
+              kEngineNotRecoverable);
 }
 
 }  // namespace
