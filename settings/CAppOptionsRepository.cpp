@@ -12,16 +12,10 @@
 namespace {
 
 using Self = CAppOptionsRepository;
-using Field = std::variant<bool Self::*, DWORD Self::*, std::wstring Self::*>;
-using List = std::vector<std::wstring> Self::*;
+using NamedField = optionstore::NamedField<Self, bool, DWORD, std::wstring>;
 using optionstore::OptionKey;
 using optionstore::ReadFields;
 using optionstore::WriteFields;
-
-struct NamedField {
-    const wchar_t *name;
-    Field field;
-};
 
 // One registry key and its values, in the order they are read and written.
 struct RegistryGroup {

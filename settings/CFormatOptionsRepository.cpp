@@ -11,15 +11,11 @@
 namespace {
 
 using Self = CFormatOptionsRepository;
-using Field = std::variant<bool Self::*, DWORD Self::*>;
+using NamedField = optionstore::NamedField<Self, bool, DWORD>;
+using Field = decltype(NamedField::field);
 using optionstore::OptionKey;
 using optionstore::ReadFields;
 using optionstore::WriteFields;
-
-struct NamedField {
-    const wchar_t *name;
-    Field field;
-};
 
 constexpr char kVnkxFormatId[] = "vnkx";
 constexpr const wchar_t *kVnkxSection = L"VarnickXFormatOptions";

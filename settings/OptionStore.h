@@ -38,6 +38,14 @@ private:
     CRegistry registry_;
 };
 
+// A stored field of a record: its value name and a pointer to the member,
+// of one of the stored types.
+template <class Record, class... Types>
+struct NamedField {
+    const wchar_t *name;
+    std::variant<Types Record::*...> field;
+};
+
 // Every field of a table through one key. A table row has `name` and
 // `field`, a variant of pointers to members of the record.
 template <class Record, class Table>
