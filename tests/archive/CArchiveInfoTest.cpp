@@ -182,6 +182,37 @@ TEST_F(CArchiveInfoTest, RenameAndCommentChangeTheArchiveInPlace) {
         std::system(("unzip -tq '" + (work / "sample.zip").string() + "' >/dev/null").c_str()), 0);
 }
 
+TEST_F(CArchiveInfoTest, VnkxInfoCommentAndItemEncryption) {
+    SampleZip();
+    const std::vector<std::filesystem::path> sources{work / "src/a.txt", work / "src/docs"};
+    ASSERT_EQ(Create(work / "plain.vnkx", sources, "vnkx"), 0);
+    ASSERT_EQ(Create(work / "locked.vnkx", sources, "vnkx", L"geheim"), 0);
+
+    auto plain = MakeArchive(work / "plain.vnkx");
+    ASSERT_TRUE(plain->GetArchiveInfo(false));
+    EXPECT_EQ(plain->formatType, format::vnkx);
+    EXPECT_EQ(plain->fileCount, 3u);
+    EXPECT_EQ(plain->folderCount, 3u);
+    EXPECT_EQ(plain->expandedSize, 3001u);
+    EXPECT_EQ(Paths(*plain), kSampleTree);
+    EXPECT_FALSE(plain->IsEncrypted());
+    EXPECT_TRUE(plain->SetVnkxComment(L"vnkx comment"));
+    plain->comment.clear();
+    EXPECT_TRUE(plain->GetVnkxComment());
+    EXPECT_EQ(plain->comment, L"vnkx comment");
+
+    // The item prompt is zip's: a vnkx with enciphered items lists without
+    // asking, and its encrypted flag says whether a password is known.
+    auto locked = MakeArchive(work / "locked.vnkx");
+    ASSERT_TRUE(locked->GetArchiveInfo(false));
+    EXPECT_TRUE(host.Prompts().empty());
+    EXPECT_EQ(locked->fileCount, 3u);
+    EXPECT_TRUE(locked->encrypted) << "an item said so";
+    EXPECT_TRUE(Item(*locked, L"a.txt")->encrypted);
+    locked->encrypted = false;
+    EXPECT_TRUE(locked->IsEncrypted()) << "the items of a vnkx are walked";
+}
+
 TEST_F(CArchiveInfoTest, FirstSegmentByNameAndIndexFiles) {
     CArchive archive(parent, &engine, appOptions.get(), formatOptions.get());
     archive.SetArchiveName(Wide(work / (Text(763) + L"photos.vidx")).c_str());

@@ -16,6 +16,7 @@
 #include "CEngine.h"
 #include "CFormatOptionsRepository.h"
 #include "archive/ArchiveTest.h"
+#include "archive/EngineHandles.h"
 
 namespace archivetest {
 
@@ -62,6 +63,26 @@ protected:
         Put("src/docs/b.txt", std::string(2000, 'b'));
         Put("src/docs/sub/c.txt", "c");
         return Make(name, "cd src && zip -qr ../" + name + " a.txt docs");
+    }
+
+    // An archive of `sources` made by the engine in the format `formatId`.
+    EngineResult Create(const std::filesystem::path &output,
+                        const std::vector<std::filesystem::path> &sources,
+                        const char *formatId = "zip", const wchar_t *password = nullptr) {
+        OpaqueEngineObject *session = engine.GetEngine();
+        ::archive::ScopedFSObjectList list;
+        ::archive::ScopedFSObject out, made;
+        ::archive::ScopedStringRef secret;
+        NewFSObjectList(session, list.Out());
+        for (const auto &source : sources) {
+            ::archive::ScopedFSObject item;
+            NewFSObjectFromUnicodePath(Wide(source).c_str(), item.Out());
+            AddFSObjectToFSObjectList(session, item.Get(), list.Get());
+        }
+        NewFSObjectFromUnicodePath(Wide(output).c_str(), out.Out());
+        if (password) NewStringRefFromUnicodeString(password, secret.Out());
+        return ArchiveFSObjectList(session, formatId, list.Get(), out.Get(), made.Out(),
+                                   secret.Get());
     }
 
     // Pumps this thread's messages until `done` holds (ten seconds at most).

@@ -10,7 +10,6 @@
 
 #include "CExpandConflictAction.h"
 #include "CProgressDialog.h"
-#include "archive/EngineHandles.h"
 #include "archive/FacadeTest.h"
 
 namespace {
@@ -72,29 +71,14 @@ protected:
 
     EngineResult Expand(const std::filesystem::path &from, const std::filesystem::path &to,
                         const wchar_t *password = nullptr) {
-        archive::ScopedFSObject source, destination;
-        archive::ScopedFSObjectList result;
-        archive::ScopedStringRef secret;
+        ::archive::ScopedFSObject source, destination;
+        ::archive::ScopedFSObjectList result;
+        ::archive::ScopedStringRef secret;
         NewFSObjectFromUnicodePath(Wide(from).c_str(), source.Out());
         NewFSObjectFromUnicodePath(Wide(to).c_str(), destination.Out());
         if (password) NewStringRefFromUnicodeString(password, secret.Out());
         return ExpandOrDecodeFile(session, source.Get(), destination.Get(), result.Out(),
                                   secret.Get());
-    }
-
-    // A zip of `sources` (paths) made by the engine.
-    EngineResult Create(const std::filesystem::path &output,
-                        const std::vector<std::filesystem::path> &sources) {
-        archive::ScopedFSObjectList list;
-        archive::ScopedFSObject out, made;
-        NewFSObjectList(session, list.Out());
-        for (const auto &source : sources) {
-            archive::ScopedFSObject item;
-            NewFSObjectFromUnicodePath(Wide(source).c_str(), item.Out());
-            AddFSObjectToFSObjectList(session, item.Get(), list.Get());
-        }
-        NewFSObjectFromUnicodePath(Wide(output).c_str(), out.Out());
-        return ArchiveFSObjectList(session, "zip", list.Get(), out.Get(), made.Out(), nullptr);
     }
 
     static std::string Shell(const std::string &command) {
