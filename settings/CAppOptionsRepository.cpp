@@ -129,7 +129,7 @@ constexpr const wchar_t *kJobSection = L"AppOptions";
 constexpr const wchar_t *kExcludeLocations = L"ExcludeLocations";
 constexpr const wchar_t *kSmartSendExtTriggers = L"SmartSendExtTriggers";
 constexpr const wchar_t *kLocationHistoryKey = L"\\StartActivity\\LocationHistory";
-// Name and value buffers of the list reads, in characters.
+// Name buffers of the list reads, in characters.
 constexpr DWORD kListBufferChars = 1024;
 // Value buffers of the job-file string reads, in characters.
 constexpr unsigned kIniStringChars = 1024;
@@ -153,8 +153,8 @@ void ReadRegistryList(const std::wstring &keyPath, std::vector<std::wstring> &li
     list.clear();
     do {
         if (name[0] == L'\0') break;
-        wchar_t value[kListBufferChars + 1] = {};
-        if (registry.GetRegSetting(name, value, kListBufferChars * 2)) list.push_back(value);
+        std::wstring value;
+        if (key.Read(name, value)) list.push_back(value);
         name[0] = L'\0';
     } while (registry.FindNext(name, kListBufferChars));
 }

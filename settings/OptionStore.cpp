@@ -18,23 +18,28 @@ OptionKey::OptionKey(const std::wstring &fullPath, bool create) {
     if (create) registry_.CreateAppKey(fullPath.c_str());
 }
 
-void OptionKey::Read(const wchar_t *name, DWORD &field) {
+bool OptionKey::Read(const wchar_t *name, DWORD &field) {
     DWORD value = 0;
-    if (registry_.GetRegSetting(name, &value)) field = value;
+    if (!registry_.GetRegSetting(name, &value)) return false;
+    field = value;
+    return true;
 }
 
-void OptionKey::Read(const wchar_t *name, bool &field) {
+bool OptionKey::Read(const wchar_t *name, bool &field) {
     DWORD value = 0;
-    if (registry_.GetRegSetting(name, &value)) field = value == 1;
+    if (!registry_.GetRegSetting(name, &value)) return false;
+    field = value == 1;
+    return true;
 }
 
-void OptionKey::Read(const wchar_t *name, std::wstring &field) {
+bool OptionKey::Read(const wchar_t *name, std::wstring &field) {
     wchar_t buffer[kStringBufferChars] = {};
-    if (!registry_.GetRegSetting(name, buffer, kStringBufferBytes)) return;
+    if (!registry_.GetRegSetting(name, buffer, kStringBufferBytes)) return false;
     // The store keeps text without its terminator; a text that fills the
     // buffer would have no room for one, so 511 characters is the most read.
-    if (buffer[kStringBufferChars - 1] != L'\0') return;
+    if (buffer[kStringBufferChars - 1] != L'\0') return false;
     field = buffer;
+    return true;
 }
 
 void OptionKey::Write(const wchar_t *name, DWORD value) { registry_.WriteRegSetting(name, &value); }

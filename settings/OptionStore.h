@@ -20,12 +20,12 @@ public:
     explicit OptionKey(const wchar_t *subKey, bool create = false);
     OptionKey(const std::wstring &fullPath, bool create);
 
-    // A missing or unreadable value leaves the field.
-    void Read(const wchar_t *name, DWORD &field);
+    // A missing or unreadable value leaves the field and gives false.
+    bool Read(const wchar_t *name, DWORD &field);
     // True only for exactly 1.
-    void Read(const wchar_t *name, bool &field);
+    bool Read(const wchar_t *name, bool &field);
     // Text of at most 511 characters (a buffer of 1,024 bytes).
-    void Read(const wchar_t *name, std::wstring &field);
+    bool Read(const wchar_t *name, std::wstring &field);
 
     void Write(const wchar_t *name, DWORD value);
     // A DWORD of 1 or 0.

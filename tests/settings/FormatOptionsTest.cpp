@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CEngine.h"
@@ -50,19 +51,18 @@ TEST_F(FormatOptionsTest, LevelAndExtentTableFollowsTheEngineWithItsThreeCopying
     options.SetLevelAndExtentTable();
     const auto &table = options.LevelAndExtentTable;
 
+    const std::pair<int, const char *> ranges[] = {{kLevelLeast, kFormatPropCompressionLeast},
+                                                   {kLevelMost, kFormatPropCompressionMost},
+                                                   {kLevelDefault, kFormatPropCompressionDefault},
+                                                   {kExtentLeast, kFormatPropCompExtentLeast},
+                                                   {kExtentMost, kFormatPropCompExtentMost},
+                                                   {kExtentDefault, kFormatPropCompExtentDefault}};
     for (int row = 1; row <= 9; ++row) {
-        SCOPED_TRACE(row);
-        const bool levels = row != 6 && row != 7;
-        EXPECT_EQ(table[row][kLevelLeast],
-                  levels ? EngineRange(engine, row, kFormatPropCompressionLeast) : -1);
-        EXPECT_EQ(table[row][kLevelMost],
-                  levels ? EngineRange(engine, row, kFormatPropCompressionMost) : -1);
-        EXPECT_EQ(table[row][kLevelDefault],
-                  levels ? EngineRange(engine, row, kFormatPropCompressionDefault) : -1);
-        EXPECT_EQ(table[row][kExtentLeast], EngineRange(engine, row, kFormatPropCompExtentLeast));
-        EXPECT_EQ(table[row][kExtentMost], EngineRange(engine, row, kFormatPropCompExtentMost));
-        EXPECT_EQ(table[row][kExtentDefault],
-                  EngineRange(engine, row, kFormatPropCompExtentDefault));
+        const bool noLevels = row == 6 || row == 7;
+        for (auto [column, property] : ranges)
+            EXPECT_EQ(table[row][column],
+                      noLevels && column < kExtentDefault ? -1 : EngineRange(engine, row, property))
+                << row << "," << column;
     }
     for (int row : {1, 2, 3, 6, 7}) {
         EXPECT_EQ(table[row][kLevelCurrent], table[row][kLevelDefault]) << row;
