@@ -1,0 +1,264 @@
+#include "ArchiveIniInterface.h"
+
+#include <new>
+#include <string>
+
+#include "CAppOptionsRepository.h"
+#include "CCrypto.h"
+#include "CEngine.h"
+#include "CFormatOptionsRepository.h"
+#include "CIniFile.h"
+#include "CNewArchiveContentList.h"
+#include "platform/Win32.h"
+#include "settings/CmdLineLaunch.h"
+
+namespace {
+
+constexpr unsigned kSavedPasswordChars = 254;
+// SEE_MASK_NOCLOSEPROCESS | SEE_MASK_UNICODE.
+constexpr ULONG kLaunchMask = 16448;
+
+void DeleteOptions(INIINFOOPTIONS *options) {
+    if (!options) return;
+    if (options->FormatOptions) delete options->FormatOptions->Engine;
+    delete options->FormatOptions;
+    delete options->AppOptions;
+    delete options->Content;
+    delete options;
+}
+
+// The companions with the user's stored options and an open engine; null
+// when any part cannot be made.
+INIINFOOPTIONS *NewOptions() {
+    auto *options = new (std::nothrow) INIINFOOPTIONS{};
+    if (!options) return nullptr;
+    options->AppOptions = new (std::nothrow) CAppOptionsRepository;
+    options->FormatOptions = new (std::nothrow) CFormatOptionsRepository;
+    options->Content = new (std::nothrow) CNewArchiveContentList;
+    CEngine *engine = options->FormatOptions ? new (std::nothrow) CEngine : nullptr;
+    if (!options->AppOptions || !options->Content || !engine) {
+        delete engine;
+        DeleteOptions(options);
+        return nullptr;
+    }
+    options->FormatOptions->Engine = engine;
+    options->FormatOptions->Read(true);
+    options->AppOptions->Read();
+    return options;
+}
+
+void TakeFormatDefaults(INIINFO &info, const CFormatOptionsRepository &format) {
+    info.VnkxCompressionMethod = format.VnkxCompressionMethod;
+    info.VnkxCompressionLevel = format.VnkxCompressionLevel;
+    info.CompressionMemory = format.CompressionMemory;
+    info.VnkxEncryptionMethod = format.VnkxEncryptionMethod;
+    info.UseBlockMode = format.UseBlockMode;
+    info.RedundancyLevel = format.RedundancyLevel;
+    info.TextEncoding = format.TextEncoding;
+    info.EmbedJPGThumbnails = format.EmbedJPGThumbnails;
+    info.ZipRecompression = format.ZipRecompression;
+    info.RecompressionMask = format.RecompressionMask;
+    info.ZipCompressionMethod = format.ZipCompressionMethod;
+    info.ZipCompressionLevel = format.ZipCompressionLevel;
+    info.ZipEncryptionMethod = format.ZipEncryptionMethod;
+    info.BZipCompressionLevel = format.BZipCompressionLevel;
+    info.GZipCompressionLevel = format.GZipCompressionLevel;
+}
+
+void GiveFormatFields(const INIINFO &info, CFormatOptionsRepository &format) {
+    format.VnkxCompressionMethod = info.VnkxCompressionMethod;
+    format.VnkxCompressionLevel = info.VnkxCompressionLevel;
+    format.CompressionMemory = info.CompressionMemory;
+    format.VnkxEncryptionMethod = info.VnkxEncryptionMethod;
+    format.UseBlockMode = info.UseBlockMode;
+    format.RedundancyLevel = info.RedundancyLevel;
+    format.TextEncoding = info.TextEncoding;
+    format.EmbedJPGThumbnails = info.EmbedJPGThumbnails;
+    format.ZipRecompression = info.ZipRecompression;
+    format.RecompressionMask = info.RecompressionMask;
+    format.ZipCompressionMethod = info.ZipCompressionMethod;
+    format.ZipCompressionLevel = info.ZipCompressionLevel;
+    format.ZipEncryptionMethod = info.ZipEncryptionMethod;
+    format.BZipCompressionLevel = info.BZipCompressionLevel;
+    format.GZipCompressionLevel = info.GZipCompressionLevel;
+}
+
+void TakeAppDefaults(INIINFO &info, const CAppOptionsRepository &app) {
+    info.UseEncryption = app.UseEncryption;
+    info.DeleteSrc = app.DeleteSrc;
+    info.CompressOrig = app.CompressOrig;
+    info.DontCompressArcs = !app.CompressArcs;
+    info.ForkHandling = app.ForkHandling;
+    info.AddConflictMethod = app.AddConflictMethod;
+    info.AddMergeContents = app.AddMergeContents;
+    info.CompressFolderMethod = app.CompressFolderMethod;
+    wcsncpy_s(info.DefaultCompressFolder, 1024, app.DefaultCompressFolder.c_str(), _TRUNCATE);
+}
+
+void GiveAppFields(const INIINFO &info, CAppOptionsRepository &app) {
+    app.UseEncryption = info.UseEncryption;
+    app.DeleteSrc = info.DeleteSrc;
+    app.CompressOrig = info.CompressOrig;
+    app.CompressArcs = !info.DontCompressArcs;
+    app.ForkHandling = info.ForkHandling;
+    app.AddConflictMethod = info.AddConflictMethod;
+    app.AddMergeContents = info.AddMergeContents;
+    app.CompressFolderMethod = info.CompressFolderMethod;
+    app.DefaultCompressFolder = info.DefaultCompressFolder;
+}
+
+void FillFilter(const INIINFO &info, CFilterObject &filter) {
+    filter.Mask = info.Mask;
+    filter.ByDate = info.ByDate;
+    filter.DateType = info.DateType;
+    filter.DateStart = info.DateStart;
+    filter.DateEnd = info.DateEnd;
+    filter.Since = info.Since;
+    filter.AddArchived = info.AddArchived;
+    filter.ResetArchived = info.ResetArchived;
+    filter.SystemAndHidden = info.SystemAndHidden;
+}
+
+void SaveContent(const INIINFO &info, CNewArchiveContentList &content) {
+    content.OneArchivePerItem = info.OneArchivePerItem;
+    content.Timestamp = info.Timestamp;
+    content.SegmentSize = info.SegmentSize;
+    content.MakeIndex = info.MakeIndex;
+    if (info.UseFilter) {
+        content.GetNewFilterObject();
+        if (content.Filter) FillFilter(info, *content.Filter);
+    }
+    content.SaveToIni(info.IniPath);
+    content.DisposeOfFilterObject();
+}
+
+void SaveArchiveAndDelivery(const INIINFO &info) {
+    CIniFile ini(info.IniPath);
+    ini.SetInt(L"Archive", L"WizardType", info.WizardType);
+    ini.SetBool(L"Archive", L"KeepArchive", info.KeepArchive);
+    ini.SetString(L"ArchiveInfo", L"Name", info.ArchiveName);
+    ini.SetBool(L"ArchiveInfo", L"Encrypt", info.Encrypt);
+    if (info.Encrypt) {
+        wchar_t hex[kSavedPasswordChars] = {};
+        CCrypto crypto;
+        crypto.EncryptString(info.Password, hex, kSavedPasswordChars);
+        ini.SetString(L"ArchiveInfo", L"Password", hex);
+    }
+    ini.SetInt(L"ArchiveInfo", L"Format", info.Format);
+    if (info.WizardType == 1) {
+        ini.SetString(L"FTP", L"ProfileName", info.FTPProfileName);
+        ini.SetBool(L"FTP", L"FTPMD5File", info.FTPMD5File);
+    } else if (info.WizardType == 3) {
+        ini.SetTCHAR(L"Burn", L"Device", info.Device);
+        ini.SetBool(L"Burn", L"SafeSpeed", info.SafeSpeed);
+        ini.SetString(L"Burn", L"Label", info.Label);
+        ini.SetBool(L"Burn", L"Appendable", info.Appendable);
+        ini.SetBool(L"Burn", L"PreEraseRW", info.PreEraseRW);
+        ini.SetBool(L"Burn", L"Rename", info.Rename);
+    }
+    ini.Save();
+}
+
+}  // namespace
+
+namespace jobfile {
+
+bool RunCmdLineBeside(const wchar_t *moduleFile, const wchar_t *arguments) {
+    std::wstring program = moduleFile ? moduleFile : L"";
+    const std::size_t cut = program.rfind(kPathSep);
+    if (cut == std::wstring::npos) return false;
+    program.erase(cut);
+    const std::wstring folder = program;
+    program += kPathSep;
+    program += L"CmdLine.exe";
+
+    SHELLEXECUTEINFOW execute{};
+    execute.cbSize = sizeof(execute);
+    execute.fMask = kLaunchMask;
+    execute.lpVerb = L"open";
+    execute.lpFile = program.c_str();
+    execute.lpParameters = arguments;
+    execute.lpDirectory = folder.c_str();
+    execute.nShow = SW_SHOWNORMAL;
+    if (!ShellExecuteExW(&execute)) return false;
+    if (execute.hProcess) {
+        WaitForSingleObject(execute.hProcess, INFINITE);
+        CloseHandle(execute.hProcess);
+    }
+    return true;
+}
+
+}  // namespace jobfile
+
+extern "C" {
+
+INIINFO *CreateIni(const wchar_t *path) {
+    auto *info = new (std::nothrow) INIINFO{};
+    if (!info) return nullptr;
+    info->Options = NewOptions();
+    if (!info->Options) {
+        delete info;
+        return nullptr;
+    }
+    wcsncpy_s(info->IniPath, 1024, path ? path : L"", _TRUNCATE);
+    info->WizardType = 2;
+    info->KeepArchive = true;
+    info->Device = L'A';
+    TakeFormatDefaults(*info, *info->Options->FormatOptions);
+    TakeAppDefaults(*info, *info->Options->AppOptions);
+    return info;
+}
+
+void AddFile(INIINFO *info, const wchar_t *path) {
+    if (info && info->Options) info->Options->Content->Files.push_back(path ? path : L"");
+}
+
+void AddFolder(INIINFO *info, const wchar_t *path) {
+    if (info && info->Options) info->Options->Content->Folders.push_back(path ? path : L"");
+}
+
+bool SaveIni(INIINFO *info) {
+    if (!info) return false;
+    if (info->Options) {
+        SaveContent(*info, *info->Options->Content);
+        GiveAppFields(*info, *info->Options->AppOptions);
+        info->Options->AppOptions->SaveToIni(info->IniPath);
+        GiveFormatFields(*info, *info->Options->FormatOptions);
+        info->Options->FormatOptions->SaveToIni(info->IniPath);
+    }
+    SaveArchiveAndDelivery(*info);
+    DeleteINIINFO(info);
+    return true;
+}
+
+void DeleteINIINFO(INIINFO *info) {
+    if (!info) return;
+    DeleteOptions(info->Options);
+    delete info;
+}
+
+const wchar_t *GetLogFile(const wchar_t *path) {
+    static wchar_t logFile[1024];
+    logFile[0] = L'\0';
+    CIniFile ini(path);
+    if (!ini.GetString(L"CmdLine", L"LogFile", logFile, 1024)) logFile[0] = L'\0';
+    return logFile;
+}
+
+void LaunchCmdLineBlocking(const wchar_t *arguments) {
+    wchar_t library[1024] = {};
+    if (GetModuleFileNameW(platform::LibraryModule(), library, 1024) == 0) return;
+    jobfile::RunCmdLineBeside(library, arguments);
+}
+
+const wchar_t *RunUploadProfileDlg(const wchar_t *name, HWND parent) {
+    static std::wstring chosen;
+    (void)parent;
+    // The profile dialog is not part of this library yet: an edit keeps the
+    // name it was given, as it does after the dialog, and a new profile has
+    // no name until the dialog can give it one.
+    chosen = name ? name : L"";
+    return chosen.c_str();
+}
+
+}  // extern "C"

@@ -1,0 +1,408 @@
+// The job file: CArchiveINI's writer and reader with their result rules, the
+// plain C writer's own section order, the names of the archives a job made,
+// the runner's log file, and starting the runner.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ArchiveIniInterface.h"
+#include "CAppOptionsRepository.h"
+#include "CArchive.h"
+#include "CArchiveINI.h"
+#include "CCrypto.h"
+#include "CFSUtils.h"
+#include "CFormatOptionsRepository.h"
+#include "CIniFile.h"
+#include "CNewArchiveContentList.h"
+#include "OptionsTestSupport.h"
+#include "platform/WideText.h"
+#include "settings/CmdLineLaunch.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::wstring>;
+
+class ArchiveIniTest : public testsupport::JobFileTest {
+protected:
+    // An existing file below the scratch folder; the content list drops
+    // files that have gone when it reads a job.
+    std::wstring ExistingFile(const std::string &name) {
+        const fs::path path = home.Scratch() / name;
+        testsupport::WriteBytes(path, "data");
+        return path.wstring();
+    }
+    std::wstring ExistingFolder(const std::string &name) {
+        const fs::path path = home.Scratch() / name;
+        fs::create_directories(path);
+        return path.wstring();
+    }
+    std::wstring JobText() {
+        const std::string bytes = testsupport::ReadBytes(JobFile());
+        return platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()), bytes.size());
+    }
+    bool JobHas(const std::wstring &line) {
+        return JobText().find(L"\r\n" + line + L"\r\n") != std::wstring::npos;
+    }
+};
+
+std::wstring Enciphered(const wchar_t *password) {
+    wchar_t hex[254] = {};
+    CCrypto crypto;
+    crypto.EncryptString(password, hex, 254);
+    return hex;
+}
+
+void ReplaceAll(std::wstring &text, const std::wstring &from, const std::wstring &to) {
+    for (std::size_t at = text.find(from); at != std::wstring::npos;
+         at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+}
+
+// ---------------------------------------------------------------------------
+// CArchiveINI: reading
+
+TEST_F(ArchiveIniTest, ReadFailsOnlyForAnEmptyPathAFolderOrAMissingFile) {
+    CArchiveINI job;
+    EXPECT_FALSE(job.Read(L""));
+    EXPECT_FALSE(job.Read(home.Scratch().wstring()));
+    EXPECT_FALSE(job.Read((home.Scratch() / "missing.ini").wstring()));
+    EXPECT_EQ((home.Scratch() / "missing.ini").wstring(), job.GetIniFileName());
+
+    // An empty file has no WizardType, yet the context menu's reader has
+    // the last word.
+    WriteJobFile("");
+    EXPECT_TRUE(job.Read(JobFile()));
+    EXPECT_EQ(0u, job.WizardType);
+    EXPECT_TRUE(job.KeepArchive);
+}
+
+TEST_F(ArchiveIniTest, ReadOfAJobOfTypeZeroKeepsTheArchiveWhateverKeepArchiveSays) {
+    WriteJobFile("[Archive]\nWizardType=0\nKeepArchive=0\n");
+    CArchiveINI job;
+    ASSERT_TRUE(job.Read(JobFile()));
+    EXPECT_TRUE(job.KeepArchive);
+
+    WriteJobFile("[Archive]\nWizardType=2\n");
+    CArchiveINI mail;
+    ASSERT_TRUE(mail.Read(JobFile()));
+    EXPECT_FALSE(mail.KeepArchive) << "a delivery job keeps the archive only when asked";
+}
+
+TEST_F(ArchiveIniTest, ReadOfAnFtpJobWhoseProfileHasGoneLoadsTheRestWithTheBareName) {
+    const std::wstring file = ExistingFile("a.txt");
+    WriteJobFile(
+        "[Archive]\nWizardType=1\nKeepArchive=1\n[ArchiveInfo]\nName=/out/a.zip\n"
+        "[FilesToInclude]\n0=" +
+        platform::ToUtf8(file) +
+        "\n[FTP]\nProfileName=Gone Server\nFTPMD5File=1\n"
+        "[ContextMenu]\nRequestedActionCmd=7\nExtractTo=/dest\n");
+    CArchiveINI job;
+    ASSERT_TRUE(job.Read(JobFile()));
+    EXPECT_EQ(L"Gone Server", job.FTPProfileName);
+    EXPECT_TRUE(job.FTPMD5File);
+    EXPECT_TRUE(job.KeepArchive);
+    EXPECT_EQ(L"/out/a.zip", job.GetArchive()->name);
+    EXPECT_EQ(Strings{file}, job.GetArchiveContent()->Files);
+    EXPECT_EQ(7u, job.RequestedActionCmd);
+    EXPECT_EQ(L"/dest", job.ExtractTo);
+}
+
+TEST_F(ArchiveIniTest, ReadOfABurnJobWithoutDeviceReadsNothingElseOfBurn) {
+    WriteJobFile("[Archive]\nWizardType=3\n[Burn]\nLabel=Disc\nSafeSpeed=1\n");
+    CArchiveINI job;
+    ASSERT_TRUE(job.Read(JobFile()));
+    EXPECT_EQ(L'\0', job.Device);
+    EXPECT_TRUE(job.Label.empty());
+    EXPECT_FALSE(job.SafeSpeed);
+}
+
+TEST_F(ArchiveIniTest, UploadServiceIsReadOnlyWithAProfileName) {
+    WriteJobFile("[Archive]\nWizardType=4\n[UploadService]\nService=1182\n");
+    CArchiveINI unnamed;
+    ASSERT_TRUE(unnamed.Read(JobFile()));
+    EXPECT_EQ(0u, unnamed.Service);
+
+    WriteJobFile("[Archive]\nWizardType=4\n[UploadService]\nProfileName=Share\nService=1182\n");
+    CArchiveINI named;
+    ASSERT_TRUE(named.Read(JobFile()));
+    EXPECT_EQ(L"Share", named.UploadProfileName);
+    EXPECT_EQ(1182u, named.Service);
+}
+
+TEST_F(ArchiveIniTest, ExtractFolderOptionsFromTheContextMenuLastsOnlyWithoutAppOptionsKey) {
+    WriteJobFile("[ContextMenu]\nExtractFolderOptions=2\n[AppOptions]\nExpandFolderOptions=0\n");
+    CArchiveINI overridden;
+    ASSERT_TRUE(overridden.Read(JobFile()));
+    EXPECT_EQ(0u, overridden.GetAppOptions()->ExpandFolderOptions);
+
+    WriteJobFile("[ContextMenu]\nExtractFolderOptions=2\n");
+    CArchiveINI kept;
+    ASSERT_TRUE(kept.Read(JobFile()));
+    EXPECT_EQ(2u, kept.GetAppOptions()->ExpandFolderOptions);
+}
+
+// ---------------------------------------------------------------------------
+// CArchiveINI: writing and reading back
+
+TEST_F(ArchiveIniTest, CreateThenReadGivesBackABurnJob) {
+    const std::wstring file = ExistingFile("b.txt");
+    const std::wstring folder = ExistingFolder("tree");
+    {
+        CArchiveINI job;
+        job.WizardType = kWizardBurn;
+        job.KeepArchive = false;
+        job.Device = L'E';
+        job.Label = L"Backup";
+        job.SafeSpeed = job.Appendable = job.Rename = true;
+        job.GetArchive()->name = L"/out/b.vnkx";
+        job.GetArchive()->encrypted = true;
+        job.GetArchive()->password = L"s3cret";
+        job.GetArchive()->formatType = static_cast<format::type>(7);
+        job.GetArchiveContent()->SegmentSize = 650 * 1024 * 1024LL;
+        job.GetAppOptions()->CompressOrig = false;
+        ASSERT_TRUE(job.AddFilespec(file.c_str(), false));
+        ASSERT_TRUE(job.AddFilespec(folder.c_str(), true));
+        std::wstring path = JobFile();
+        EXPECT_EQ(&path, job.Create(&path));
+    }
+    EXPECT_FALSE(JobHas(L"Password=")) << "an encrypted job stores the password enciphered";
+    EXPECT_FALSE(JobHas(L"[Email]"));
+
+    CArchiveINI read;
+    ASSERT_TRUE(read.Read(JobFile()));
+    EXPECT_EQ(3u, read.WizardType);
+    EXPECT_FALSE(read.KeepArchive);
+    EXPECT_EQ(L'E', read.Device);
+    EXPECT_EQ(L"Backup", read.Label);
+    EXPECT_TRUE(read.SafeSpeed && read.Appendable && read.Rename);
+    EXPECT_FALSE(read.PreEraseRW);
+    EXPECT_EQ(L"/out/b.vnkx", read.GetArchive()->name);
+    EXPECT_TRUE(read.GetArchive()->encrypted);
+    EXPECT_EQ(L"s3cret", read.GetArchive()->password);
+    EXPECT_EQ(7, static_cast<int>(read.GetArchive()->formatType));
+    EXPECT_TRUE(read.Segmented);
+    EXPECT_FALSE(read.GetAppOptions()->CompressOrig);
+    EXPECT_EQ(2u, read.GetFilespecCount());
+}
+
+TEST_F(ArchiveIniTest, CreateOfAnUnencryptedJobDropsThePasswordAndWritesAnEmptyLine) {
+    CArchiveINI job;
+    job.GetArchive()->password = L"left over";
+    std::wstring path = JobFile();
+    job.Create(&path);
+    EXPECT_TRUE(job.GetArchive()->password.empty());
+    EXPECT_TRUE(JobHas(L"Password="));
+    EXPECT_TRUE(JobHas(L"KeepArchive=1"));
+}
+
+TEST_F(ArchiveIniTest, CreateWithoutAPathMakesAnSwTemporaryFileOwnedByTheCaller) {
+    CArchiveINI job;
+    std::unique_ptr<std::wstring> path(job.Create(nullptr));
+    ASSERT_TRUE(path);
+    const fs::path made(*path);
+    EXPECT_EQ(fs::path(CFSUtils::GetTempFolder()), made.parent_path());
+    EXPECT_EQ(L"SW", made.filename().wstring().substr(0, 2));
+    CArchiveINI read;
+    EXPECT_TRUE(read.Read(*path));
+    fs::remove(made);
+
+    std::wstring empty;
+    EXPECT_EQ(&empty, job.Create(&empty));
+}
+
+// ---------------------------------------------------------------------------
+// CArchiveINI: content
+
+TEST_F(ArchiveIniTest, FilespecsListFoldersFirstThenFiles) {
+    CArchiveINI job;
+    job.GetAppOptions()->CompressOrig = false;
+    job.AddFilespec(L"/f1", false);
+    job.AddFilespec(L"/d1", true);
+    job.AddFilespec(L"/f2", false);
+    EXPECT_EQ(3u, job.GetFilespecCount());
+    EXPECT_EQ(1u, job.GetFolderspecCount());
+    EXPECT_STREQ(L"/d1", job.GetFilespec(0));
+    EXPECT_STREQ(L"/f1", job.GetFilespec(1));
+    EXPECT_STREQ(L"/f2", job.GetFilespec(2));
+    EXPECT_EQ(nullptr, job.GetFilespec(3));
+    job.ClearFilespec();
+    EXPECT_EQ(0u, job.GetFilespecCount());
+    EXPECT_EQ(nullptr, job.GetFilespec(0));
+}
+
+TEST_F(ArchiveIniTest, AddFilespecFollowsAFileShortcutOnlyWhenCompressOrigIsSet) {
+    const std::wstring target = ExistingFile("target.txt");
+    const fs::path link = home.Scratch() / "link.txt";
+    fs::create_symlink(target, link);
+    const fs::path folderLink = home.Scratch() / "folderlink";
+    fs::create_directory_symlink(ExistingFolder("real"), folderLink);
+
+    CArchiveINI job;
+    job.GetAppOptions()->CompressOrig = true;
+    job.AddFilespec(link.wstring().c_str(), false);
+    job.AddFilespec(folderLink.wstring().c_str(), true);
+    job.GetAppOptions()->CompressOrig = false;
+    job.AddFilespec(link.wstring().c_str(), false);
+    EXPECT_EQ((Strings{target, link.wstring()}), job.GetArchiveContent()->Files);
+    EXPECT_EQ(Strings{folderLink.wstring()}, job.GetArchiveContent()->Folders);
+}
+
+// ---------------------------------------------------------------------------
+// Names of the archives made, and the runner's log
+
+TEST_F(ArchiveIniTest, NewArchiveNamesGoToTheJobReadAndAreAppendedOnEveryRead) {
+    WriteJobFile("[Archive]\nWizardType=0\n");
+    CArchiveINI runner;
+    ASSERT_TRUE(runner.Read(JobFile()));
+    runner.NewArcNames = {L"/out/one.zip", L"/out/two.zip"};
+    runner.SaveNewArcNames();
+    EXPECT_TRUE(JobHas(L"[ArcNames]\r\n0=/out/one.zip\r\n1=/out/two.zip"));
+    EXPECT_TRUE(JobHas(L"WizardType=0")) << "the rest of the job stays";
+
+    CArchiveINI requester;
+    requester.ReadNewArcNames(JobFile().c_str());
+    requester.ReadNewArcNames(JobFile().c_str());
+    EXPECT_EQ((Strings{L"/out/one.zip", L"/out/two.zip", L"/out/one.zip", L"/out/two.zip"}),
+              requester.NewArcNames);
+}
+
+TEST_F(ArchiveIniTest, GetLogFileReadsTheRunnersLogIntoOneSharedBuffer) {
+    WriteJobFile("[CmdLine]\nLogFile=/logs/run.log\n");
+    const wchar_t *first = GetLogFile(JobFile().c_str());
+    EXPECT_STREQ(L"/logs/run.log", first);
+    const wchar_t *second = GetLogFile((home.Scratch() / "none.ini").wstring().c_str());
+    EXPECT_EQ(first, second);
+    EXPECT_STREQ(L"", second);
+}
+
+// ---------------------------------------------------------------------------
+// The plain C writer
+
+TEST_F(ArchiveIniTest, CreateIniStartsFromItsDefaultsAndTheUsersOptions) {
+    INIINFO *info = CreateIni(JobFile().c_str());
+    ASSERT_NE(nullptr, info);
+    EXPECT_EQ(JobFile(), info->IniPath);
+    EXPECT_EQ(2u, info->WizardType);
+    EXPECT_TRUE(info->KeepArchive);
+    EXPECT_EQ(L'A', info->Device);
+    CAppOptionsRepository *app = info->Options->AppOptions;
+    EXPECT_EQ(!app->CompressArcs, info->DontCompressArcs);
+    EXPECT_EQ(app->DefaultCompressFolder, info->DefaultCompressFolder);
+    EXPECT_NE(nullptr, info->Options->FormatOptions->Engine);
+    DeleteINIINFO(info);
+    EXPECT_FALSE(fs::exists(JobFile())) << "deleting the record writes nothing";
+    EXPECT_FALSE(SaveIni(nullptr));
+}
+
+TEST_F(ArchiveIniTest, SaveIniWritesItsOwnSectionOrder) {
+    INIINFO *info = CreateIni(JobFile().c_str());
+    ASSERT_NE(nullptr, info);
+    info->WizardType = 1;
+    info->KeepArchive = false;
+    wcscpy_s(info->ArchiveName, 1024, L"/out/job.vnkx");
+    info->Encrypt = true;
+    wcscpy_s(info->Password, 256, L"pass word");
+    info->Format = 7;
+    info->Timestamp = true;
+    info->SegmentSize = 5000000000LL;
+    info->UseFilter = true;
+    wcscpy_s(info->Mask, 1024, L"*.txt");
+    info->DateType = 4;
+    info->Since = 3;
+    info->DateStart = FILETIME{1, 2};
+    info->DateEnd = FILETIME{3, 4};
+    info->DontCompressArcs = false;
+    info->AddConflictMethod = 2;
+    info->ZipCompressionLevel = 9;
+    wcscpy_s(info->FTPProfileName, 256, L"Office");
+    info->FTPMD5File = true;
+    AddFile(info, L"/in/a.txt");
+    AddFolder(info, L"/in/tree");
+    AddFile(info, L"/in/b.txt");
+    ASSERT_TRUE(SaveIni(info));
+
+    std::wstring expected =
+        L"\xFEFF"
+        L"[ArchiveInfo]\r\nOneArchivePerItem=0\r\nTimestamp=1\r\nSegmentSize=5000000000\r\n"
+        L"Name=/out/job.vnkx\r\nEncrypt=1\r\nPassword=%PASSWORD%\r\nFormat=7\r\n"
+        L"[Format]\r\nMakeIndex=0\r\n"
+        L"[FilesToInclude]\r\n0=/in/a.txt\r\n1=/in/b.txt\r\n"
+        L"[FoldersToInclude]\r\n0=/in/tree\r\n"
+        L"[FolderFilter]\r\nFolderFilterState=1\r\nMask=*.txt\r\nByDate=0\r\nDateType=4\r\n"
+        L"DateStartHigh=2\r\nDateStartLow=1\r\nDateEndHigh=4\r\nDateEndLow=3\r\nSince=3\r\n"
+        L"AddArchived=0\r\nResetArchived=0\r\nSystemAndHidden=0\r\n"
+        L"[AppOptions]\r\nRecentListSize=5\r\nCheckForUpdates=1\r\nEnableContextMenu=1\r\n"
+        L"TempFolder=%HOME%/user/.local/share/Orvane Labs/Temp\r\nViewFlat=1\r\nViewState=3\r\n"
+        L"UseEncryption=0\r\nFormatType=0\r\nUseSmartArchiving=1\r\nShowArcNameWarningMsg=1\r\n"
+        L"UseWizard=0\r\nDblClickAction=1\r\nUseQuickToolsOpen=1\r\nDeleteSrc=0\r\n"
+        L"CompressOrig=1\r\nCompressArcs=1\r\nForkHandling=0\r\nAddConflictMethod=2\r\n"
+        L"AddMergeContents=1\r\nCompressFolderMethod=0\r\n"
+        L"DefaultCompressFolder=%HOME%/user/Documents/\r\nDeleteArcAfterExpand=0\r\n"
+        L"ExpandFolderOptions=0\r\nExpandConflictMethod=0\r\nExpandMergeContents=1\r\n"
+        L"ExpandFolderMethod=0\r\n"
+        L"WizardTaskFolder=%HOME%/user/.local/share/Orvane Labs/WizardTasks\r\n"
+        L"WizardDeleteArchiveAfterExpansion=0\r\nWizardShowSchedulerPage=1\r\nUseSmartSend=1\r\n"
+        L"SmartSendService=1\r\nAVOption=0\r\n"
+        L"[ExcludeLocations]\r\n0=%HOME%/machine/usr\r\n1=%HOME%/machine/opt\r\n"
+        L"2=%HOME%/user/.cache\r\n"
+        L"[VarnickXFormatOptions]\r\nCompressionMethod=5\r\nCompressionLevel=1\r\n"
+        L"CompressionMemory=22\r\nEncryptionMethod=1\r\nUseBlockMode=1\r\nRedundancyLevel=0\r\n"
+        L"RecompressionLevel=0\r\nTextEncoding=0\r\nEmbedJPGThumbnails=1\r\nZipRecompression=1\r\n"
+        L"VnkxBackwardCompatible=0\r\nVnkxDuplicateFolding=1\r\nVnkxOptimize=1\r\n"
+        L"RecompressionMask=12703\r\nVnkxUseSimple=1\r\nSimpleVnkxMethod=3\r\n"
+        L"[ZipFormatOptions]\r\nCompressionMethod=1\r\nCompressionLevel=9\r\nEncryptionMethod=1\r\n"
+        L"[BZipFormatOptions]\r\nCompressionLevel=5\r\n"
+        L"[GZipFormatOptions]\r\nCompressionLevel=6\r\n"
+        L"[Archive]\r\nWizardType=1\r\nKeepArchive=0\r\n"
+        L"[FTP]\r\nProfileName=Office\r\nFTPMD5File=1\r\n";
+    ReplaceAll(expected, L"%HOME%", home.Path().wstring());
+    ReplaceAll(expected, L"%PASSWORD%", Enciphered(L"pass word"));
+    EXPECT_EQ(expected, JobText());
+
+    CArchiveINI read;
+    ASSERT_TRUE(read.Read(JobFile()));
+    EXPECT_EQ(L"pass word", read.GetArchive()->password);
+    ASSERT_TRUE(read.FilterSet());
+}
+
+TEST_F(ArchiveIniTest, SaveIniWritesNoPasswordLineWithoutEncryptionAndNoEmailSection) {
+    INIINFO *info = CreateIni(JobFile().c_str());
+    ASSERT_NE(nullptr, info);
+    wcscpy_s(info->Password, 256, L"unused");
+    ASSERT_TRUE(SaveIni(info));
+    EXPECT_EQ(std::wstring::npos, JobText().find(L"Password"));
+    EXPECT_EQ(std::wstring::npos, JobText().find(L"[Email]"));
+    EXPECT_TRUE(JobHas(L"WizardType=2"));
+    EXPECT_TRUE(JobHas(L"[FolderFilter]\r\nFolderFilterState=0"));
+}
+
+// ---------------------------------------------------------------------------
+// Starting the runner
+
+TEST_F(ArchiveIniTest, TheRunnerStartsBesideTheLibraryWithTheArgumentsAsGivenAndIsAwaited) {
+    const fs::path folder = home.Scratch("programs");
+    const fs::path record = home.Scratch() / "record.txt";
+    testsupport::WriteBytes(
+        folder / "varnick-cmdline",
+        "#!/bin/sh\nsleep 0.3\n{ pwd; for a in \"$@\"; do echo \"[$a]\"; done; } > '" +
+            record.string() + "'\n");
+    fs::permissions(folder / "varnick-cmdline", fs::perms::owner_all);
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(jobfile::RunCmdLineBeside((folder / "libvarnick.so").wstring().c_str(),
+                                          L"\"/jobs/my job.ini\" -x"));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+    ASSERT_TRUE(fs::exists(record)) << "the call returns once the runner has ended";
+    EXPECT_EQ(folder.string() + "\n[/jobs/my job.ini]\n[-x]\n", testsupport::ReadBytes(record));
+
+    EXPECT_FALSE(jobfile::RunCmdLineBeside(L"libvarnick.so", L"job.ini"));
+    EXPECT_FALSE(jobfile::RunCmdLineBeside(
+        (home.Scratch("empty") / "libvarnick.so").wstring().c_str(), L"job.ini"));
+}
+
+}  // namespace
