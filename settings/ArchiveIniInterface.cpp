@@ -47,63 +47,49 @@ INIINFOOPTIONS *NewOptions() {
     return options;
 }
 
-void TakeFormatDefaults(INIINFO &info, const CFormatOptionsRepository &format) {
-    info.VnkxCompressionMethod = format.VnkxCompressionMethod;
-    info.VnkxCompressionLevel = format.VnkxCompressionLevel;
-    info.CompressionMemory = format.CompressionMemory;
-    info.VnkxEncryptionMethod = format.VnkxEncryptionMethod;
-    info.UseBlockMode = format.UseBlockMode;
-    info.RedundancyLevel = format.RedundancyLevel;
-    info.TextEncoding = format.TextEncoding;
-    info.EmbedJPGThumbnails = format.EmbedJPGThumbnails;
-    info.ZipRecompression = format.ZipRecompression;
-    info.RecompressionMask = format.RecompressionMask;
-    info.ZipCompressionMethod = format.ZipCompressionMethod;
-    info.ZipCompressionLevel = format.ZipCompressionLevel;
-    info.ZipEncryptionMethod = format.ZipEncryptionMethod;
-    info.BZipCompressionLevel = format.BZipCompressionLevel;
-    info.GZipCompressionLevel = format.GZipCompressionLevel;
+// The record and the format options share these field names, so one list
+// serves both directions.
+template <typename From, typename To>
+void CopyFormatFields(const From &from, To &to) {
+    to.VnkxCompressionMethod = from.VnkxCompressionMethod;
+    to.VnkxCompressionLevel = from.VnkxCompressionLevel;
+    to.CompressionMemory = from.CompressionMemory;
+    to.VnkxEncryptionMethod = from.VnkxEncryptionMethod;
+    to.UseBlockMode = from.UseBlockMode;
+    to.RedundancyLevel = from.RedundancyLevel;
+    to.TextEncoding = from.TextEncoding;
+    to.EmbedJPGThumbnails = from.EmbedJPGThumbnails;
+    to.ZipRecompression = from.ZipRecompression;
+    to.RecompressionMask = from.RecompressionMask;
+    to.ZipCompressionMethod = from.ZipCompressionMethod;
+    to.ZipCompressionLevel = from.ZipCompressionLevel;
+    to.ZipEncryptionMethod = from.ZipEncryptionMethod;
+    to.BZipCompressionLevel = from.BZipCompressionLevel;
+    to.GZipCompressionLevel = from.GZipCompressionLevel;
 }
 
-void GiveFormatFields(const INIINFO &info, CFormatOptionsRepository &format) {
-    format.VnkxCompressionMethod = info.VnkxCompressionMethod;
-    format.VnkxCompressionLevel = info.VnkxCompressionLevel;
-    format.CompressionMemory = info.CompressionMemory;
-    format.VnkxEncryptionMethod = info.VnkxEncryptionMethod;
-    format.UseBlockMode = info.UseBlockMode;
-    format.RedundancyLevel = info.RedundancyLevel;
-    format.TextEncoding = info.TextEncoding;
-    format.EmbedJPGThumbnails = info.EmbedJPGThumbnails;
-    format.ZipRecompression = info.ZipRecompression;
-    format.RecompressionMask = info.RecompressionMask;
-    format.ZipCompressionMethod = info.ZipCompressionMethod;
-    format.ZipCompressionLevel = info.ZipCompressionLevel;
-    format.ZipEncryptionMethod = info.ZipEncryptionMethod;
-    format.BZipCompressionLevel = info.BZipCompressionLevel;
-    format.GZipCompressionLevel = info.GZipCompressionLevel;
+// Likewise for the application fields of the same name; the inverted
+// CompressArcs and the folder text are the callers' own.
+template <typename From, typename To>
+void CopySharedAppFields(const From &from, To &to) {
+    to.UseEncryption = from.UseEncryption;
+    to.DeleteSrc = from.DeleteSrc;
+    to.CompressOrig = from.CompressOrig;
+    to.ForkHandling = from.ForkHandling;
+    to.AddConflictMethod = from.AddConflictMethod;
+    to.AddMergeContents = from.AddMergeContents;
+    to.CompressFolderMethod = from.CompressFolderMethod;
 }
 
 void TakeAppDefaults(INIINFO &info, const CAppOptionsRepository &app) {
-    info.UseEncryption = app.UseEncryption;
-    info.DeleteSrc = app.DeleteSrc;
-    info.CompressOrig = app.CompressOrig;
+    CopySharedAppFields(app, info);
     info.DontCompressArcs = !app.CompressArcs;
-    info.ForkHandling = app.ForkHandling;
-    info.AddConflictMethod = app.AddConflictMethod;
-    info.AddMergeContents = app.AddMergeContents;
-    info.CompressFolderMethod = app.CompressFolderMethod;
     wcsncpy_s(info.DefaultCompressFolder, 1024, app.DefaultCompressFolder.c_str(), _TRUNCATE);
 }
 
 void GiveAppFields(const INIINFO &info, CAppOptionsRepository &app) {
-    app.UseEncryption = info.UseEncryption;
-    app.DeleteSrc = info.DeleteSrc;
-    app.CompressOrig = info.CompressOrig;
+    CopySharedAppFields(info, app);
     app.CompressArcs = !info.DontCompressArcs;
-    app.ForkHandling = info.ForkHandling;
-    app.AddConflictMethod = info.AddConflictMethod;
-    app.AddMergeContents = info.AddMergeContents;
-    app.CompressFolderMethod = info.CompressFolderMethod;
     app.DefaultCompressFolder = info.DefaultCompressFolder;
 }
 
@@ -204,7 +190,7 @@ INIINFO *CreateIni(const wchar_t *path) {
     info->WizardType = 2;
     info->KeepArchive = true;
     info->Device = L'A';
-    TakeFormatDefaults(*info, *info->Options->FormatOptions);
+    CopyFormatFields(*info->Options->FormatOptions, *info);
     TakeAppDefaults(*info, *info->Options->AppOptions);
     return info;
 }
@@ -223,7 +209,7 @@ bool SaveIni(INIINFO *info) {
         SaveContent(*info, *info->Options->Content);
         GiveAppFields(*info, *info->Options->AppOptions);
         info->Options->AppOptions->SaveToIni(info->IniPath);
-        GiveFormatFields(*info, *info->Options->FormatOptions);
+        CopyFormatFields(*info, *info->Options->FormatOptions);
         info->Options->FormatOptions->SaveToIni(info->IniPath);
     }
     SaveArchiveAndDelivery(*info);

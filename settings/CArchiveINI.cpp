@@ -206,13 +206,11 @@ bool CArchiveINI::ReadContentSection(const wchar_t *path) {
 
 bool CArchiveINI::ReadFtpSection(const wchar_t *path) {
     CIniFile ini(path);
-    const bool named =
-        ReadText(ini, kFtpSection, L"ProfileName", kFtpProfileNameChars, FTPProfileName);
+    ReadText(ini, kFtpSection, L"ProfileName", kFtpProfileNameChars, FTPProfileName);
     ini.GetBool(kFtpSection, L"FTPMD5File", &FTPMD5File);
-    // Resolving the name to a stored profile belongs to the profile store;
-    // until this library has one, a named profile is not found and the
-    // record keeps the bare name.
-    (void)named;
+    // Finding the named profile belongs to the profile store; until this
+    // library has one, every profile counts as not found and the job keeps
+    // the bare name.
     return false;
 }
 
