@@ -75,20 +75,14 @@ TEST_F(FileAssociationsTest, ProgIdsAndTaskClassAreWrittenAndNoArchiveExtensionI
     const std::wstring scheduler = platform::JoinPath(CAppUtils::GetExePath(), L"Scheduler.exe");
     const std::wstring icons = CAppUtils::GetInstResNLPath();
 
-    EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.Zip"), CAppUtils::LoadString(966));
     EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.Zip\\DefaultIcon"), L"\"" + icons + L"\",6");
     EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.Rar\\DefaultIcon"), L"\"" + icons + L"\",7");
     EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.Generic"), CAppUtils::LoadString(405));
-    EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.7Zip\\shell\\Open"), CAppUtils::LoadString(406));
     EXPECT_EQ(ClassesText(L"Varnick.Archive.Open.Tar\\shell\\Open\\Command"),
               L"\"" + viewer + L"\" -o \"%1\"");
-
     EXPECT_EQ(ClassesText(L".varnicktask"), L"Varnick.Scheduler.Task");
-    EXPECT_EQ(ClassesText(L".varnicktask", L"Content Type"), L"application/varnick");
-    EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\DefaultIcon"), L"\"" + scheduler + L"\",-0");
     EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\shell\\Open\\Command"),
               L"\"" + scheduler + L"\" -s \"%1\"");
-    EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\shell\\Edit"), CAppUtils::LoadString(642));
 
     for (format::type type : kFileAssociationTypes) {
         EXPECT_FALSE(ClassesKeyExists(GetFormatExtension(type))) << "kind " << type;
