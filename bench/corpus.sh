@@ -90,9 +90,8 @@ mkdir -p "$CORPUS.tmp"
 : >"$CORPUS.tmp/.contents"
 add_headers "$CORPUS.tmp/headers"
 add_binary "$CORPUS.tmp/binary"
-echo "total: $(du -scb --apparent-size "$CORPUS.tmp"/headers "$CORPUS.tmp"/binary | tail -1 | cut -f1)" \
-  "bytes in $(find "$CORPUS.tmp"/headers "$CORPUS.tmp"/binary -type f | wc -l) files" \
-  >>"$CORPUS.tmp/.contents"
+find "$CORPUS.tmp"/headers "$CORPUS.tmp"/binary -type f -printf '%s\n' |
+  awk '{ s += $1 } END { print "total:", s, "bytes in", NR, "files" }' >>"$CORPUS.tmp/.contents"
 touch "$CORPUS.tmp/.complete"
 rm -rf "$CORPUS"
 mv "$CORPUS.tmp" "$CORPUS"
