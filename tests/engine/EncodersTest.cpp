@@ -150,6 +150,10 @@ TEST_F(EncodersTest, EveryEncodingRoundTripsThroughTheEnginesDecoderByteForByte)
                 << name << " " << got.begin()->second.size();
         }
     }
+    // Cut before its "end", a uu file is truncated rather than shorter data.
+    std::string uu = ReadFile(out / "uu-0.uue");
+    WriteFile(out / "cut.uue", uu.substr(0, uu.size() / 2));
+    EXPECT_EQ(Expand(out / "cut.uue", Scratch("cut")), kEngineArchiveTruncated);
 }
 
 TEST_F(EncodersTest, LinesKeepTheLengthsReadersExpect) {
