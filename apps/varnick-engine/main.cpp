@@ -12,6 +12,7 @@
 
 #include "ResultText.h"
 #include "VarnickEngine.h"
+#include "archive/EngineHandles.h"
 #include "platform/WideText.h"
 
 namespace {
@@ -128,30 +129,13 @@ bool ParseArguments(int argc, char **argv, Options &options) {
 // ---------------------------------------------------------------------------
 // Handles of the engine, given back when they go out of scope
 
-template <typename Handle, EngineResult (*Release)(Handle)>
-class Owned {
-public:
-    Owned() = default;
-    explicit Owned(Handle handle) : handle_(handle) {}
-    Owned(const Owned &) = delete;
-    Owned &operator=(const Owned &) = delete;
-    ~Owned() {
-        if (handle_) Release(handle_);
-    }
-    Handle get() const { return handle_; }
-    Handle *out() { return &handle_; }
-
-private:
-    Handle handle_ = nullptr;
-};
-
-using OwnedSession = Owned<OpaqueEngineObject *, CloseVarnickEngine>;
-using OwnedFSObject = Owned<FSObject, DisposeFSObject>;
-using OwnedFSObjectList = Owned<FSObjectList, DisposeFSObjectList>;
-using OwnedString = Owned<StringRef, DisposeStringRef>;
-using OwnedArchive = Owned<EngineArchive, ReleaseArchive>;
-using OwnedItem = Owned<ArchiveObject, ReleaseArchiveObject>;
-using OwnedIterator = Owned<ArchiveIterator, DisposeArchiveIterator>;
+using OwnedSession = archive::EngineHandle<OpaqueEngineObject *, CloseVarnickEngine>;
+using OwnedFSObject = archive::ScopedFSObject;
+using OwnedFSObjectList = archive::ScopedFSObjectList;
+using OwnedString = archive::ScopedStringRef;
+using OwnedArchive = archive::ScopedArchive;
+using OwnedItem = archive::ScopedArchiveObject;
+using OwnedIterator = archive::ScopedArchiveIterator;
 
 // A failed call of the engine: which one, and what it answered.
 struct Failure {
@@ -177,14 +161,14 @@ std::wstring AbsolutePath(const std::string &path) {
 }
 
 bool MakeFSObject(const std::string &path, OwnedFSObject &object, Failure &failure) {
-    ENGINE_CALL(NewFSObjectFromUnicodePath(AbsolutePath(path).c_str(), object.out()));
+    ENGINE_CALL(NewFSObjectFromUnicodePath(AbsolutePath(path).c_str(), object.Out()));
     return true;
 }
 
 bool MakePassword(const Options &options, OwnedString &password, Failure &failure) {
     if (!options.password) return true;
     ENGINE_CALL(NewStringRefFromUnicodeString(platform::FromUtf8(*options.password).c_str(),
-                                              password.out()));
+                                              password.Out()));
     return true;
 }
 
@@ -271,19 +255,19 @@ bool Create(const Options &options, OpaqueEngineObject *engine, Failure &failure
     if (!ApplyFormatSettings(options, engine, format, failure)) return false;
 
     OwnedFSObjectList sources;
-    ENGINE_CALL(NewFSObjectList(engine, sources.out()));
+    ENGINE_CALL(NewFSObjectList(engine, sources.Out()));
     for (std::size_t i = 1; i < options.operands.size(); ++i) {
         OwnedFSObject source;
         if (!MakeFSObject(options.operands[i], source, failure)) return false;
-        ENGINE_CALL(AddFSObjectToFSObjectList(engine, source.get(), sources.get()));
+        ENGINE_CALL(AddFSObjectToFSObjectList(engine, source.Get(), sources.Get()));
     }
     OwnedFSObject output;
     OwnedFSObject written;
     OwnedString password;
     if (!MakeFSObject(archive, output, failure) || !MakePassword(options, password, failure))
         return false;
-    ENGINE_CALL(ArchiveFSObjectList(engine, format.id.c_str(), sources.get(), output.get(),
-                                    written.out(), password.get()));
+    ENGINE_CALL(ArchiveFSObjectList(engine, format.id.c_str(), sources.Get(), output.Get(),
+                                    written.Out(), password.Get()));
     return true;
 }
 
@@ -298,8 +282,8 @@ bool Expand(const Options &options, OpaqueEngineObject *engine, Failure &failure
         !MakeFSObject(options.operands[1], destination, failure) ||
         !MakePassword(options, password, failure))
         return false;
-    ENGINE_CALL(ExpandOrDecodeFile(engine, archive.get(), destination.get(), expanded.out(),
-                                   password.get()));
+    ENGINE_CALL(ExpandOrDecodeFile(engine, archive.Get(), destination.Get(), expanded.Out(),
+                                   password.Get()));
     return true;
 }
 
@@ -309,7 +293,7 @@ bool Test(const Options &options, OpaqueEngineObject *engine, Failure &failure) 
     if (!MakeFSObject(options.operands[0], archive, failure) ||
         !MakePassword(options, password, failure))
         return false;
-    ENGINE_CALL(VerifyArchive(engine, archive.get(), password.get()));
+    ENGINE_CALL(VerifyArchive(engine, archive.Get(), password.Get()));
     std::puts("ok");
     return true;
 }
@@ -348,19 +332,19 @@ void PrintItem(ArchiveObject item, const std::wstring &path, bool folder, ListTo
 bool ListFolder(ArchiveObject folder, const std::wstring &prefix, ListTotals &totals,
                 Failure &failure) {
     OwnedIterator walk;
-    ENGINE_CALL(NewArchiveIterator(folder, walk.out()));
+    ENGINE_CALL(NewArchiveIterator(folder, walk.Out()));
     for (;;) {
         OwnedItem item;
-        EngineResult next = AcquireNextArchiveObject(walk.get(), item.out());
+        EngineResult next = AcquireNextArchiveObject(walk.Get(), item.Out());
         if (next == kEngineNoMoreObjects) return true;
         ENGINE_CALL(next);
         OwnedString name;
         bool isFolder = false;
-        ENGINE_CALL(AcquireArchiveObjectName(item.get(), name.out()));
-        ENGINE_CALL(GetArchiveObjectIsFolder(item.get(), &isFolder));
-        std::wstring path = prefix + GetUnicodeStringFromStringRef(name.get());
-        PrintItem(item.get(), path, isFolder, totals);
-        if (isFolder && !ListFolder(item.get(), path + L"/", totals, failure)) return false;
+        ENGINE_CALL(AcquireArchiveObjectName(item.Get(), name.Out()));
+        ENGINE_CALL(GetArchiveObjectIsFolder(item.Get(), &isFolder));
+        std::wstring path = prefix + GetUnicodeStringFromStringRef(name.Get());
+        PrintItem(item.Get(), path, isFolder, totals);
+        if (isFolder && !ListFolder(item.Get(), path + L"/", totals, failure)) return false;
     }
 }
 
@@ -369,22 +353,22 @@ bool List(const Options &options, OpaqueEngineObject *engine, Failure &failure) 
     OwnedArchive archive;
     OwnedItem root;
     if (!MakeFSObject(options.operands[0], file, failure)) return false;
-    ENGINE_CALL(AcquireArchive(engine, file.get(), archive.out()));
+    ENGINE_CALL(AcquireArchive(engine, file.Get(), archive.Out()));
     if (options.password) {
         OwnedString password;
         if (!MakePassword(options, password, failure)) return false;
-        ENGINE_CALL(OpenEncryptedArchive(engine, archive.get(), kEngineAccessRead, password.get()));
+        ENGINE_CALL(OpenEncryptedArchive(engine, archive.Get(), kEngineAccessRead, password.Get()));
     } else {
-        ENGINE_CALL(OpenArchive(engine, archive.get(), kEngineAccessRead));
+        ENGINE_CALL(OpenArchive(engine, archive.Get(), kEngineAccessRead));
     }
-    ENGINE_CALL(AcquireRootArchiveObject(archive.get(), root.out()));
+    ENGINE_CALL(AcquireRootArchiveObject(archive.Get(), root.Out()));
     ListTotals totals;
-    if (!ListFolder(root.get(), L"", totals, failure)) return false;
+    if (!ListFolder(root.Get(), L"", totals, failure)) return false;
     std::printf("%14lld %14lld  %llu files, %llu folders\n",
                 static_cast<long long>(totals.expanded), static_cast<long long>(totals.compressed),
                 static_cast<unsigned long long>(totals.files),
                 static_cast<unsigned long long>(totals.folders));
-    ENGINE_CALL(CloseArchive(archive.get()));
+    ENGINE_CALL(CloseArchive(archive.Get()));
     return true;
 }
 
@@ -406,12 +390,12 @@ constexpr Command kCommands[] = {
 
 int Run(const Command &command, const Options &options) {
     OwnedSession engine;
-    EngineResult opened = OpenVarnickEngine(engine.out(), "varnick-engine");
+    EngineResult opened = OpenVarnickEngine(engine.Out(), "varnick-engine");
     Failure failure;
     if (opened != kEngineOK) {
         failure = Failure{"OpenVarnickEngine", opened};
-    } else if (ApplyEngineSettings(options, engine.get(), failure) &&
-               command.run(options, engine.get(), failure)) {
+    } else if (ApplyEngineSettings(options, engine.Get(), failure) &&
+               command.run(options, engine.Get(), failure)) {
         return kExitSuccess;
     }
     if (failure.call.empty()) return kExitFailure;  // already reported
