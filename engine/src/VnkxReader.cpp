@@ -119,7 +119,7 @@ public:
             if (Result result = LoadBlock(extent.block, current_)) return result;
             std::size_t take = static_cast<std::size_t>(
                 std::min<std::uint64_t>(size - got, extent.length - inExtent_));
-            std::memcpy(out + got, block_.data() + extent.offset + inExtent_, take);
+            std::memcpy(out + got, block_->data() + extent.offset + inExtent_, take);
             UpdateDigest(hash_, out + got, take);
             got += take;
             inExtent_ += take;
@@ -165,16 +165,28 @@ private:
         for (const Extent &extent : fork.extents) {
             if (Result result = LoadBlock(extent.block, current_)) return result;
             bytes.insert(
-                bytes.end(), block_.begin() + static_cast<std::ptrdiff_t>(extent.offset),
-                block_.begin() + static_cast<std::ptrdiff_t>(extent.offset + extent.length));
+                bytes.end(), block_->begin() + static_cast<std::ptrdiff_t>(extent.offset),
+                block_->begin() + static_cast<std::ptrdiff_t>(extent.offset + extent.length));
         }
         if (Sha256(bytes.data(), bytes.size()) != fork.hash) return kEngineItemDataDamaged;
         return kEngineOK;
     }
 
     Result LoadBlock(std::uint32_t index, std::size_t item) {
-        if (blockIndex_ == index) return kEngineOK;
-        blockIndex_ = kNoIndex;
+        // Folded items point back into earlier blocks: a few decoded blocks
+        // are kept, the one used longest ago giving way.
+        for (Cached &cached : cache_)
+            if (cached.index == index) {
+                cached.used = ++clock_;
+                block_ = &cached.bytes;
+                return kEngineOK;
+            }
+        Cached *slot = &cache_[0];
+        for (Cached &cached : cache_)
+            if (cached.used < slot->used) slot = &cached;
+        slot->index = kNoIndex;
+        slot->used = ++clock_;
+        block_ = &slot->bytes;
         const BlockEntry &block = file_->body.blocks[index];
         if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock)
             return kEngineItemDataDamaged;
@@ -203,10 +215,10 @@ private:
         }
         std::size_t payloadSize = block.cipher != kCipherNone ? opened.size() : block.storedSize;
         if (Result result =
-                Decompress(block.method, payload, payloadSize, block.unpackedSize, block_))
+                Decompress(block.method, payload, payloadSize, block.unpackedSize, *block_))
             return result;
-        if (!RemoveFilter(block.filter, block_)) return kEngineMethodUnsupported;
-        blockIndex_ = index;
+        if (!RemoveFilter(block.filter, *block_)) return kEngineMethodUnsupported;
+        slot->index = index;
         return kEngineOK;
     }
 
@@ -236,8 +248,14 @@ private:
     std::uint64_t inExtent_ = 0;
     bool checked_ = false;
     Digest hash_;
-    std::size_t blockIndex_ = kNoIndex;
-    Bytes block_;
+    struct Cached {
+        std::size_t index = kNoIndex;
+        std::uint64_t used = 0;
+        Bytes bytes;
+    };
+    std::array<Cached, 4> cache_;
+    std::uint64_t clock_ = 0;
+    Bytes *block_ = nullptr;
     std::map<std::uint32_t, cipher::DerivedKey> keys_;
 };
 
