@@ -77,12 +77,19 @@ TEST_F(SelfExtractingTest, PasswordComesFromStandardInputOrAFile) {
 }
 
 TEST_F(SelfExtractingTest, CreatingWithTheFormatPropertyMakesAProgram) {
-    ASSERT_EQ(SetFormatBooleanProperty(engine, "zip", kFormatPropSelfExtracting, true), kEngineOK);
-    fs::path made = MakeZip("made.zip");
-    EXPECT_EQ(FormatOf(made), "zip");
-    Shell ran = Run(made, folder / "made");
-    ASSERT_EQ(ran.status, 0) << ran.output;
-    EXPECT_EQ(ReadFile(folder / "made" / "data" / "Grüße, 東京.txt"), "unicode name\n");
+    for (const char *format : {"zip", "vnkx"}) {
+        SCOPED_TRACE(format);
+        ASSERT_EQ(SetFormatBooleanProperty(engine, format, kFormatPropSelfExtracting, true),
+                  kEngineOK);
+        fs::path made = folder / (std::string("made.") + format);
+        ASSERT_EQ(Create(format, {tree / "readme.txt", tree / "data"}, made), kEngineOK);
+        EXPECT_EQ(FormatOf(made), format);
+        Shell ran = Run(made, folder / format);
+        ASSERT_EQ(ran.status, 0) << ran.output;
+        EXPECT_EQ(ReadFile(folder / format / "data" / "Grüße, 東京.txt"), "unicode name\n");
+        EXPECT_EQ(ReadFile(folder / format / "data" / "blob.bin"),
+                  ReadFile(tree / "data" / "blob.bin"));
+    }
 }
 
 TEST_F(SelfExtractingTest, FormatsThatCannotRunBehindAStubAreRefused) {
