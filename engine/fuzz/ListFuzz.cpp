@@ -59,7 +59,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::fwrite(data, 1, size, file);
     std::fclose(file);
     FSObject object = nullptr;
-    if (NewFSObjectFromUnicodePath(path.c_str(), &object) != kEngineOK) return 0;
+    if (NewFSObjectFromUnicodePath(path.c_str(), &object) != kEngineOK) {
+        unlink(native.c_str());
+        return 0;
+    }
     EngineFormatId id = {};
     if (DetermineFileFormat(Engine(), object, id) == kEngineOK) {
         EngineArchive archive = nullptr;
@@ -77,5 +80,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
     }
     DisposeFSObject(object);
+    unlink(native.c_str());
     return 0;
 }
