@@ -129,13 +129,13 @@ bool ParseArguments(int argc, char **argv, Options &options) {
 // ---------------------------------------------------------------------------
 // Handles of the engine, given back when they go out of scope
 
-using OwnedSession = archive::EngineHandle<OpaqueEngineObject *, CloseVarnickEngine>;
-using OwnedFSObject = archive::ScopedFSObject;
-using OwnedFSObjectList = archive::ScopedFSObjectList;
-using OwnedString = archive::ScopedStringRef;
-using OwnedArchive = archive::ScopedArchive;
-using OwnedItem = archive::ScopedArchiveObject;
-using OwnedIterator = archive::ScopedArchiveIterator;
+using ScopedSession = archive::EngineHandle<OpaqueEngineObject *, CloseVarnickEngine>;
+using archive::ScopedArchive;
+using archive::ScopedArchiveIterator;
+using archive::ScopedArchiveObject;
+using archive::ScopedFSObject;
+using archive::ScopedFSObjectList;
+using archive::ScopedStringRef;
 
 // A failed call of the engine: which one, and what it answered.
 struct Failure {
@@ -160,12 +160,12 @@ std::wstring AbsolutePath(const std::string &path) {
     return platform::FromUtf8(text);
 }
 
-bool MakeFSObject(const std::string &path, OwnedFSObject &object, Failure &failure) {
+bool MakeFSObject(const std::string &path, ScopedFSObject &object, Failure &failure) {
     ENGINE_CALL(NewFSObjectFromUnicodePath(AbsolutePath(path).c_str(), object.Out()));
     return true;
 }
 
-bool MakePassword(const Options &options, OwnedString &password, Failure &failure) {
+bool MakePassword(const Options &options, ScopedStringRef &password, Failure &failure) {
     if (!options.password) return true;
     ENGINE_CALL(NewStringRefFromUnicodeString(platform::FromUtf8(*options.password).c_str(),
                                               password.Out()));
@@ -254,16 +254,16 @@ bool Create(const Options &options, OpaqueEngineObject *engine, Failure &failure
     }
     if (!ApplyFormatSettings(options, engine, format, failure)) return false;
 
-    OwnedFSObjectList sources;
+    ScopedFSObjectList sources;
     ENGINE_CALL(NewFSObjectList(engine, sources.Out()));
     for (std::size_t i = 1; i < options.operands.size(); ++i) {
-        OwnedFSObject source;
+        ScopedFSObject source;
         if (!MakeFSObject(options.operands[i], source, failure)) return false;
         ENGINE_CALL(AddFSObjectToFSObjectList(engine, source.Get(), sources.Get()));
     }
-    OwnedFSObject output;
-    OwnedFSObject written;
-    OwnedString password;
+    ScopedFSObject output;
+    ScopedFSObject written;
+    ScopedStringRef password;
     if (!MakeFSObject(archive, output, failure) || !MakePassword(options, password, failure))
         return false;
     ENGINE_CALL(ArchiveFSObjectList(engine, format.id.c_str(), sources.Get(), output.Get(),
@@ -274,10 +274,10 @@ bool Create(const Options &options, OpaqueEngineObject *engine, Failure &failure
 bool Expand(const Options &options, OpaqueEngineObject *engine, Failure &failure) {
     std::error_code ignored;
     std::filesystem::create_directories(options.operands[1], ignored);
-    OwnedFSObject archive;
-    OwnedFSObject destination;
-    OwnedFSObjectList expanded;
-    OwnedString password;
+    ScopedFSObject archive;
+    ScopedFSObject destination;
+    ScopedFSObjectList expanded;
+    ScopedStringRef password;
     if (!MakeFSObject(options.operands[0], archive, failure) ||
         !MakeFSObject(options.operands[1], destination, failure) ||
         !MakePassword(options, password, failure))
@@ -288,8 +288,8 @@ bool Expand(const Options &options, OpaqueEngineObject *engine, Failure &failure
 }
 
 bool Test(const Options &options, OpaqueEngineObject *engine, Failure &failure) {
-    OwnedFSObject archive;
-    OwnedString password;
+    ScopedFSObject archive;
+    ScopedStringRef password;
     if (!MakeFSObject(options.operands[0], archive, failure) ||
         !MakePassword(options, password, failure))
         return false;
@@ -331,14 +331,14 @@ void PrintItem(ArchiveObject item, const std::wstring &path, bool folder, ListTo
 
 bool ListFolder(ArchiveObject folder, const std::wstring &prefix, ListTotals &totals,
                 Failure &failure) {
-    OwnedIterator walk;
+    ScopedArchiveIterator walk;
     ENGINE_CALL(NewArchiveIterator(folder, walk.Out()));
     for (;;) {
-        OwnedItem item;
+        ScopedArchiveObject item;
         EngineResult next = AcquireNextArchiveObject(walk.Get(), item.Out());
         if (next == kEngineNoMoreObjects) return true;
         ENGINE_CALL(next);
-        OwnedString name;
+        ScopedStringRef name;
         bool isFolder = false;
         ENGINE_CALL(AcquireArchiveObjectName(item.Get(), name.Out()));
         ENGINE_CALL(GetArchiveObjectIsFolder(item.Get(), &isFolder));
@@ -349,13 +349,13 @@ bool ListFolder(ArchiveObject folder, const std::wstring &prefix, ListTotals &to
 }
 
 bool List(const Options &options, OpaqueEngineObject *engine, Failure &failure) {
-    OwnedFSObject file;
-    OwnedArchive archive;
-    OwnedItem root;
+    ScopedFSObject file;
+    ScopedArchive archive;
+    ScopedArchiveObject root;
     if (!MakeFSObject(options.operands[0], file, failure)) return false;
     ENGINE_CALL(AcquireArchive(engine, file.Get(), archive.Out()));
     if (options.password) {
-        OwnedString password;
+        ScopedStringRef password;
         if (!MakePassword(options, password, failure)) return false;
         ENGINE_CALL(OpenEncryptedArchive(engine, archive.Get(), kEngineAccessRead, password.Get()));
     } else {
@@ -389,7 +389,7 @@ constexpr Command kCommands[] = {
 };
 
 int Run(const Command &command, const Options &options) {
-    OwnedSession engine;
+    ScopedSession engine;
     EngineResult opened = OpenVarnickEngine(engine.Out(), "varnick-engine");
     Failure failure;
     if (opened != kEngineOK) {
