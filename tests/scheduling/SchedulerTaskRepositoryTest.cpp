@@ -1,0 +1,290 @@
+#include "CSchedulerTaskRepository.h"
+
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "CAppUtils.h"
+#include "CCrypto.h"
+#include "CIniFile.h"
+#include "platform/Debugger.h"
+#include "platform/WideText.h"
+#include "platform/WinModule.h"
+#include "platform/WinTime.h"
+#include "support/TempHome.h"
+
+namespace {
+
+constexpr const wchar_t *kSection = L"Scheduler";
+
+class SchedulerTaskRepositoryTest : public testsupport::HomeTest {
+protected:
+    std::wstring TaskFile(const std::string &name = "task.varnicktask") {
+        return platform::FromUtf8((home.Scratch() / name).string());
+    }
+
+    // The text of a key of the task file, or "<none>".
+    static std::wstring Key(const std::wstring &file, const wchar_t *name,
+                            const wchar_t *section = kSection) {
+        CIniFile ini(file.c_str());
+        wchar_t buffer[1024] = {};
+        return ini.GetString(section, name, buffer, 1024) ? buffer : L"<none>";
+    }
+
+    static void SetKeys(const std::wstring &file,
+                        std::initializer_list<std::pair<const wchar_t *, const wchar_t *>> keys) {
+        CIniFile ini(file.c_str());
+        for (const auto &[name, value] : keys) ini.SetString(kSection, name, value);
+        ini.Save();
+    }
+};
+
+SYSTEMTIME Time(WORD year, WORD month, WORD day, WORD hour, WORD minute) {
+    SYSTEMTIME time{};
+    time.wYear = year;
+    time.wMonth = month;
+    time.wDay = day;
+    time.wHour = hour;
+    time.wMinute = minute;
+    return time;
+}
+
+// A weekly trigger with every field distinct from its neighbours.
+TASK_TRIGGER WeeklyTrigger() {
+    TASK_TRIGGER trigger{};
+    trigger.cbTriggerSize = 48;
+    trigger.wBeginYear = 2026;
+    trigger.wBeginMonth = 11;
+    trigger.wBeginDay = 22;
+    trigger.wEndYear = 2027;
+    trigger.wEndMonth = 1;
+    trigger.wEndDay = 2;
+    trigger.wStartHour = 13;
+    trigger.wStartMinute = 45;
+    trigger.MinutesDuration = 0x01020304;
+    trigger.MinutesInterval = 60;
+    trigger.rgFlags = TASK_TRIGGER_FLAG_HAS_END_DATE;
+    trigger.TriggerType = TASK_TIME_TRIGGER_WEEKLY;
+    trigger.Type.Weekly.WeeksInterval = 2;
+    trigger.Type.Weekly.rgfDaysOfTheWeek = 0x41;
+    trigger.wRandomMinutesInterval = 0xABCD;
+    return trigger;
+}
+
+bool SameBytes(const void *a, const void *b, std::size_t size) {
+    return std::memcmp(a, b, size) == 0;
+}
+
+TEST(TaskTriggerLayoutTest, FieldsLieAtTheirPublishedBytes) {
+    const TASK_TRIGGER trigger = WeeklyTrigger();
+    const std::array<unsigned char, 48> expected = {
+        0x30, 0x00, 0x00, 0x00,                          // cbTriggerSize, Reserved1
+        0xEA, 0x07, 0x0B, 0x00, 0x16, 0x00,              // begin 2026-11-22
+        0xEB, 0x07, 0x01, 0x00, 0x02, 0x00,              // end 2027-01-02
+        0x0D, 0x00, 0x2D, 0x00,                          // 13:45
+        0x04, 0x03, 0x02, 0x01, 0x3C, 0x00, 0x00, 0x00,  // duration, interval
+        0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00,  // flags, type
+        0x02, 0x00, 0x41, 0x00, 0x00, 0x00, 0x00, 0x00,  // weekly
+        0x00, 0x00, 0xCD, 0xAB,                          // Reserved2, random minutes
+    };
+    ASSERT_EQ(sizeof trigger, expected.size());
+    EXPECT_TRUE(SameBytes(&trigger, expected.data(), expected.size()));
+
+    TASK_TRIGGER monthly{};
+    monthly.Type.MonthlyDate.rgfDays = 0x80000001;
+    monthly.Type.MonthlyDate.rgfMonths = 0x0FFF;
+    const unsigned char monthlyBytes[] = {0x01, 0x00, 0x00, 0x80, 0xFF, 0x0F};
+    EXPECT_TRUE(SameBytes(reinterpret_cast<unsigned char *>(&monthly) + 36, monthlyBytes, 6));
+}
+
+TEST_F(SchedulerTaskRepositoryTest, MissingFileGivesOneTimeTriggerAtThePresentMinute) {
+    SYSTEMTIME before{}, after{};
+    GetLocalTime(&before);
+    CSchedulerTaskRepository task(nullptr, TaskFile().c_str());
+    GetLocalTime(&after);
+
+    EXPECT_EQ(task.m_Trigger.cbTriggerSize, 48);
+    EXPECT_EQ(task.m_Trigger.TriggerType, TASK_TIME_TRIGGER_ONCE);
+    EXPECT_EQ(task.m_Trigger.rgFlags, 0u);
+    const auto matches = [&](const SYSTEMTIME &now) {
+        return task.m_Trigger.wBeginYear == now.wYear && task.m_Trigger.wBeginMonth == now.wMonth &&
+               task.m_Trigger.wBeginDay == now.wDay && task.m_Trigger.wStartHour == now.wHour &&
+               task.m_Trigger.wStartMinute == now.wMinute;
+    };
+    EXPECT_TRUE(matches(before) || matches(after));
+    EXPECT_EQ(task.m_WizardType, 0);
+    EXPECT_FALSE(task.m_AtShutdown);
+    EXPECT_EQ(task.m_TaskFile, TaskFile());
+    EXPECT_FALSE(std::filesystem::exists(home.Scratch() / "task.varnicktask"));
+}
+
+TEST_F(SchedulerTaskRepositoryTest, SaveAndReadKeepEveryMemberAndTheJobSections) {
+    const std::wstring file = TaskFile();
+    {
+        CIniFile job(file.c_str());
+        job.SetString(L"Archive", L"KeepArchive", L"1");
+        job.Save();
+    }
+    CSchedulerTaskRepository task(nullptr, file.c_str());
+    task.m_WizardType = 3;
+    task.m_AtShutdown = true;
+    task.m_LogFile = L"/var/log/run.log";
+    task.m_TaskName = L"Nightly äöü";
+    task.m_AccountName = L"user";
+    task.m_AccountPassword = L"s3cret pass";
+    task.m_Comment = L"my comment";
+    task.m_LastRun = Time(2026, 1, 2, 3, 4);
+    task.m_NextRun = Time(2026, 5, 6, 7, 8);
+    task.m_TriggerDescription = L"Every other week";
+    task.m_Trigger = WeeklyTrigger();
+    task.Save();
+
+    CSchedulerTaskRepository read(nullptr, file.c_str());
+    EXPECT_EQ(read.m_WizardType, 3);
+    EXPECT_TRUE(read.m_AtShutdown);
+    EXPECT_EQ(read.m_LogFile, task.m_LogFile);
+    EXPECT_EQ(read.m_TaskName, task.m_TaskName);
+    EXPECT_EQ(read.m_AccountName, task.m_AccountName);
+    EXPECT_EQ(read.m_AccountPassword, task.m_AccountPassword);
+    EXPECT_EQ(read.m_Comment, task.m_Comment);
+    EXPECT_TRUE(SameBytes(&read.m_LastRun, &task.m_LastRun, sizeof(SYSTEMTIME)));
+    EXPECT_TRUE(SameBytes(&read.m_NextRun, &task.m_NextRun, sizeof(SYSTEMTIME)));
+    EXPECT_EQ(read.m_TriggerDescription, task.m_TriggerDescription);
+    EXPECT_TRUE(SameBytes(&read.m_Trigger, &task.m_Trigger, sizeof(TASK_TRIGGER)));
+
+    EXPECT_EQ(Key(file, L"KeepArchive", L"Archive"), L"1");
+    EXPECT_EQ(Key(file, L"ApplicationName"), file);
+    EXPECT_EQ(Key(file, L"Trigger").size(), 96u);
+}
+
+TEST_F(SchedulerTaskRepositoryTest, PasswordIsStoredEncipheredUnderDateTimeStruct) {
+    const std::wstring file = TaskFile();
+    CSchedulerTaskRepository task(nullptr, file.c_str());
+    task.m_AccountPassword = L"PlainPassword";
+    task.Save();
+
+    const std::string bytes = testsupport::ReadBytes(home.Scratch() / "task.varnicktask");
+    const std::vector<BYTE> plainBytes = platform::ToUtf16Bytes(L"PlainPassword");
+    EXPECT_EQ(bytes.find(std::string(plainBytes.begin(), plainBytes.end())), std::string::npos);
+    const std::wstring stored = Key(file, L"DateTimeStruct");
+    wchar_t plain[1024] = {};
+    CCrypto crypto;
+    ASSERT_TRUE(crypto.DecryptString(stored.c_str(), plain, 1024));
+    EXPECT_STREQ(plain, L"PlainPassword");
+}
+
+TEST_F(SchedulerTaskRepositoryTest, ApplicationNameIsWrittenButNeverRead) {
+    const std::wstring file = TaskFile();
+    SetKeys(file, {{L"ApplicationName", L"/elsewhere.varnicktask"}});
+    CSchedulerTaskRepository task(nullptr, file.c_str());
+    EXPECT_EQ(task.m_TaskFile, file);
+}
+
+TEST_F(SchedulerTaskRepositoryTest, LogFileWinsOverLastRunLogAndSaveLogFileWritesOnlyIt) {
+    const std::wstring file = TaskFile();
+    SetKeys(file, {{L"LastRunLog", L"last.log"}, {L"LogFile", L"chosen.log"}});
+    CSchedulerTaskRepository task(nullptr, file.c_str());
+    EXPECT_EQ(task.m_LogFile, L"chosen.log");
+
+    task.m_LogFile = L"new.log";
+    task.m_TaskName = L"not saved";
+    task.SaveLogFile();
+    EXPECT_EQ(Key(file, L"LogFile"), L"new.log");
+    EXPECT_EQ(Key(file, L"LastRunLog"), L"last.log");
+    EXPECT_EQ(Key(file, L"TaskName"), L"<none>");
+}
+
+TEST_F(SchedulerTaskRepositoryTest, MissingOrEmptyCommentShowsString649) {
+    HINSTANCE resources = LoadLibraryW(CAppUtils::GetInstResPath());
+    ASSERT_NE(resources, nullptr);
+    wchar_t text[1024] = {};
+    ASSERT_GT(LoadStringW(resources, 649, text, 1024), 0);
+
+    const std::wstring file = TaskFile();
+    EXPECT_EQ(CSchedulerTaskRepository(resources, file.c_str()).m_Comment, text);
+    SetKeys(file, {{L"Comment", L""}});
+    EXPECT_EQ(CSchedulerTaskRepository(resources, file.c_str()).m_Comment, text);
+    SetKeys(file, {{L"Comment", L"own"}});
+    EXPECT_EQ(CSchedulerTaskRepository(resources, file.c_str()).m_Comment, L"own");
+    FreeLibrary(resources);
+}
+
+TEST_F(SchedulerTaskRepositoryTest, TriggerWithZeroFirstWordOrTooLongLeavesTheDefault) {
+    const std::wstring file = TaskFile();
+    const std::wstring zeroSize = L"0000" + std::wstring(92, L'1');
+    SetKeys(file, {{L"Trigger", zeroSize.c_str()}});
+    CSchedulerTaskRepository zero(nullptr, file.c_str());
+    EXPECT_EQ(zero.m_Trigger.cbTriggerSize, 48);
+    EXPECT_EQ(zero.m_Trigger.wEndYear, 0);
+
+    const std::wstring tooLong = L"3000" + std::wstring(100, L'1');
+    SetKeys(file, {{L"Trigger", tooLong.c_str()}});
+    CSchedulerTaskRepository longer(nullptr, file.c_str());
+    EXPECT_EQ(longer.m_Trigger.wEndYear, 0);
+
+    // A shorter value fills the front of a cleared record.
+    SetKeys(file, {{L"Trigger", L"30000000EA07"}});
+    CSchedulerTaskRepository shorter(nullptr, file.c_str());
+    EXPECT_EQ(shorter.m_Trigger.wBeginYear, 2026);
+    EXPECT_EQ(shorter.m_Trigger.wStartMinute, 0);
+}
+
+TEST_F(SchedulerTaskRepositoryTest, CopyTakesEveryMemberIncludingTheTriggerBytes) {
+    CSchedulerTaskRepository source(nullptr, TaskFile("a.varnicktask").c_str());
+    source.m_WizardType = 2;
+    source.m_AtShutdown = true;
+    source.m_AccountPassword = L"pw";
+    source.m_NextRun = Time(2030, 12, 31, 23, 59);
+    source.m_Trigger = WeeklyTrigger();
+
+    CSchedulerTaskRepository target(nullptr, TaskFile("b.varnicktask").c_str());
+    target.Copy(&source);
+    CSchedulerTaskRepository constructed(source);
+    for (const CSchedulerTaskRepository *copy : {&target, &constructed}) {
+        EXPECT_EQ(copy->m_TaskFile, source.m_TaskFile);
+        EXPECT_EQ(copy->m_WizardType, 2);
+        EXPECT_TRUE(copy->m_AtShutdown);
+        EXPECT_EQ(copy->m_AccountPassword, L"pw");
+        EXPECT_TRUE(SameBytes(&copy->m_NextRun, &source.m_NextRun, sizeof(SYSTEMTIME)));
+        EXPECT_TRUE(SameBytes(&copy->m_Trigger, &source.m_Trigger, sizeof(TASK_TRIGGER)));
+    }
+}
+
+TEST(SchedulerTaskRepositoryDeathTest, DefaultConstructorAbortsWithoutADebugger) {
+    ASSERT_FALSE(IsDebuggerPresent());
+    EXPECT_DEATH({ CSchedulerTaskRepository guard; }, "");
+}
+
+TEST(DebuggerTest, BreakStopsInAnAttachedTracerWhichMayContinue) {
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(2);
+        raise(SIGSTOP);  // let the tracer take hold
+        DebugBreak();
+        _exit(IsDebuggerPresent() ? 0 : 3);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status)) GTEST_SKIP() << "tracing is not permitted here";
+    ASSERT_TRUE(WIFSTOPPED(status));
+    ASSERT_EQ(WSTOPSIG(status), SIGSTOP);
+    ptrace(PTRACE_CONT, child, nullptr, nullptr);
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(WSTOPSIG(status), SIGTRAP);
+    ptrace(PTRACE_CONT, child, nullptr, nullptr);  // the signal is swallowed
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+}  // namespace
