@@ -50,7 +50,10 @@ bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void 
 bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
     lzma_options_lzma options;
     if (!LzmaOptions(choice, options)) return false;
-    lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
+    lzma_filter plain[] = {{LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
+    lzma_filter branch[] = {
+        {LZMA_FILTER_X86, nullptr}, {LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
+    lzma_filter *filters = choice.branchFilter ? branch : plain;
     out.resize(lzma_stream_buffer_bound(in.size()));
     std::size_t made = 0;
     if (lzma_stream_buffer_encode(filters, LZMA_CHECK_NONE, nullptr, in.data(), in.size(),
@@ -138,6 +141,10 @@ void Delta4(Bytes &data, bool encode) {
 }
 
 }  // namespace
+
+bool FiltersInStream(std::uint8_t method) {
+    return method == kMethodLzma2 || method == kMethodLzma2Large;
+}
 
 std::uint8_t CodedMethod(std::uint8_t requested) {
     return requested == kMethodPpmd ? static_cast<std::uint8_t>(kMethodLzma2) : requested;

@@ -14,7 +14,12 @@ struct MethodChoice {
     std::uint8_t method = kMethodZstd;  // as stored in a block (PPMd is coded as LZMA2)
     int level = 1;                      // the engine's level of the method
     int extent = 22;                    // log2 of window or dictionary
+    bool branchFilter = false;          // LZMA2: x86 branch conversion inside the stream
 };
+
+// LZMA2 streams carry their own branch filter, which converts more calls
+// than the block filter can; the other methods take the block filter.
+bool FiltersInStream(std::uint8_t method);
 
 // The method a requested one is coded with: PPMd has no coder here and
 // becomes LZMA2 at the same level and dictionary.

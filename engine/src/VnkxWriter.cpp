@@ -408,11 +408,15 @@ private:
     void Code(Job &job, void *&state) {
         BlockEntry &entry = job.entry;
         if (entry.method != kMethodStore) {
-            if (settings_.filters && settings_.version > 0) entry.filter = ChooseFilter(job.data);
-            ApplyFilter(entry.filter, job.data);
-            Bytes packed;
             MethodChoice choice = settings_.choice;
             choice.method = entry.method;
+            if (settings_.filters && settings_.version > 0) entry.filter = ChooseFilter(job.data);
+            if (entry.filter == kFilterX86 && FiltersInStream(entry.method)) {
+                choice.branchFilter = true;
+                entry.filter = kFilterNone;
+            }
+            ApplyFilter(entry.filter, job.data);
+            Bytes packed;
             if (Compress(choice, job.data, packed, state) && packed.size() < job.data.size()) {
                 job.data = std::move(packed);
             } else {
