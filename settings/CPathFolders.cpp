@@ -15,9 +15,7 @@ bool CountsAsFolder(const std::wstring &path) {
     return (GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-std::size_t LastSeparator(const std::wstring &path) {
-    return path.find_last_of(kPathSep);
-}
+std::size_t LastSeparator(const std::wstring &path) { return path.find_last_of(kPathSep); }
 
 }  // namespace
 

@@ -47,16 +47,6 @@ protected:
     }
 };
 
-SYSTEMTIME Time(WORD year, WORD month, WORD day, WORD hour, WORD minute) {
-    SYSTEMTIME time{};
-    time.wYear = year;
-    time.wMonth = month;
-    time.wDay = day;
-    time.wHour = hour;
-    time.wMinute = minute;
-    return time;
-}
-
 // A weekly trigger with every field distinct from its neighbours.
 TASK_TRIGGER WeeklyTrigger() {
     TASK_TRIGGER trigger{};
@@ -141,8 +131,8 @@ TEST_F(SchedulerTaskRepositoryTest, SaveAndReadKeepEveryMemberAndTheJobSections)
     task.m_AccountName = L"user";
     task.m_AccountPassword = L"s3cret pass";
     task.m_Comment = L"my comment";
-    task.m_LastRun = Time(2026, 1, 2, 3, 4);
-    task.m_NextRun = Time(2026, 5, 6, 7, 8);
+    task.m_LastRun = SYSTEMTIME{2026, 1, 5, 2, 3, 4, 5, 6};
+    task.m_NextRun = SYSTEMTIME{2026, 5, 3, 6, 7, 8, 9, 10};
     task.m_TriggerDescription = L"Every other week";
     task.m_Trigger = WeeklyTrigger();
     task.Save();
@@ -242,7 +232,7 @@ TEST_F(SchedulerTaskRepositoryTest, CopyTakesEveryMemberIncludingTheTriggerBytes
     source.m_WizardType = 2;
     source.m_AtShutdown = true;
     source.m_AccountPassword = L"pw";
-    source.m_NextRun = Time(2030, 12, 31, 23, 59);
+    source.m_NextRun = SYSTEMTIME{2030, 12, 2, 31, 23, 59, 0, 0};
     source.m_Trigger = WeeklyTrigger();
 
     CSchedulerTaskRepository target(nullptr, TaskFile("b.varnicktask").c_str());
