@@ -1,0 +1,216 @@
+// The profile store on disk: one INI file a profile, the process-wide
+// records and name buffers, and the one enumeration handle of both kinds.
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "CFSUtils.h"
+#include "CIniFile.h"
+#include "TransferProfiles.h"
+#include "platform/SpecialFolders.h"
+#include "platform/Win32.h"
+#include "support/TempHome.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ProfileStoreTest : public testsupport::HomeTest {
+protected:
+    static fs::path Folder(const char *kind) {
+        wchar_t base[1024] = {};
+        CFSUtils::ShellGetFolderPath(CSIDL_LOCAL_APPDATA, base);
+        return fs::path(platform::ToUtf8(base)) / "Orvane Labs" / kind;
+    }
+    static fs::path FtpFile(const std::string &name) { return Folder("FTPProfiles") / name; }
+    static fs::path UploadFile(const std::string &name) { return Folder("UploadProfiles") / name; }
+
+    static std::wstring Value(const fs::path &file, const wchar_t *section, const wchar_t *name) {
+        CIniFile ini(platform::FromUtf8(file.string()).c_str());
+        wchar_t value[1024] = {};
+        if (!ini.GetString(section, name, value, 1024)) return L"<missing>";
+        return value;
+    }
+
+    static void WriteIni(const fs::path &file, const wchar_t *section,
+                         std::initializer_list<std::pair<const wchar_t *, const wchar_t *>> keys) {
+        fs::create_directories(file.parent_path());
+        CIniFile ini(platform::FromUtf8(file.string()).c_str());
+        for (const auto &[name, value] : keys) ini.SetString(section, name, value);
+        ini.Save();
+    }
+
+    static FtpProfileRecord Ftp(const wchar_t *name, const wchar_t *password) {
+        FtpProfileRecord record{};
+        wcscpy_s(record.name, kProfileNameChars, name);
+        wcscpy_s(record.server, kProfileServerChars, L"ftp.example.org");
+        record.port = 2121;
+        wcscpy_s(record.path, kProfilePathChars, L"/incoming/backups");
+        wcscpy_s(record.user, kProfileUserChars, L"alice");
+        wcscpy_s(record.password, kProfilePasswordChars, password);
+        record.overwrite = true;
+        record.passive = true;
+        return record;
+    }
+
+    static void AddUpload(const wchar_t *name, unsigned service) {
+        UploadProfileRecord record{};
+        wcscpy_s(record.name, kProfileNameChars, name);
+        record.service = service;
+        AddUploadProfile(&record);
+    }
+
+    static std::set<std::wstring> AllFtpNames() {
+        std::set<std::wstring> names;
+        for (const wchar_t *name = GetFirstFTPProfile(); name; name = GetNextFTPProfile()) {
+            names.insert(name);
+        }
+        return names;
+    }
+};
+
+TEST_F(ProfileStoreTest, FtpProfileRoundTripsWithItsPasswordEnciphered) {
+    FtpProfileRecord written = Ftp(L"Office server", L"s3cret pass");
+    AddFTPProfile(&written);
+
+    fs::path file = FtpFile("Office server");
+    ASSERT_TRUE(fs::is_regular_file(file)) << "the file is named exactly as the profile";
+    EXPECT_EQ(Value(file, L"FTP", L"ProfileName"), L"Office server");
+    EXPECT_EQ(Value(file, L"FTP", L"Port"), L"2121");
+    EXPECT_EQ(Value(file, L"FTP", L"Passive"), L"1");
+    std::wstring cipher = Value(file, L"FTP", L"Pass");
+    EXPECT_EQ(cipher.size(), 4 * std::wcslen(L"s3cret pass"));
+    EXPECT_EQ(cipher.find(L"s3cret"), std::wstring::npos);
+
+    const FtpProfileRecord *read = GetFTPProfile(L"Office server");
+    EXPECT_STREQ(read->name, L"Office server");
+    EXPECT_STREQ(read->server, L"ftp.example.org");
+    EXPECT_EQ(read->port, 2121u);
+    EXPECT_STREQ(read->path, L"/incoming/backups");
+    EXPECT_STREQ(read->user, L"alice");
+    EXPECT_STREQ(read->password, L"s3cret pass");
+    EXPECT_TRUE(read->overwrite);
+    EXPECT_TRUE(read->passive);
+
+    // No password, no key; and the read gives an empty password.
+    FtpProfileRecord open = Ftp(L"Open", L"");
+    AddFTPProfile(&open);
+    EXPECT_EQ(Value(FtpFile("Open"), L"FTP", L"Pass"), L"<missing>");
+    EXPECT_STREQ(GetFTPProfile(L"Open")->password, L"");
+}
+
+TEST_F(ProfileStoreTest, GetFTPProfileResetsTheRecordForMissingOrServerlessFiles) {
+    FtpProfileRecord full = Ftp(L"Full", L"pw");
+    AddFTPProfile(&full);
+    FtpProfileRecord *record = GetFTPProfile(L"Full");
+
+    // The same static record, reset: nothing of the earlier read survives.
+    EXPECT_EQ(GetFTPProfile(L"Nowhere"), record);
+    EXPECT_STREQ(record->name, L"Nowhere");
+    EXPECT_STREQ(record->server, L"");
+    EXPECT_STREQ(record->user, L"");
+    EXPECT_STREQ(record->password, L"");
+    EXPECT_STREQ(record->path, L"");
+    EXPECT_EQ(record->port, 21u);
+    EXPECT_FALSE(record->overwrite);
+    EXPECT_FALSE(record->passive);
+
+    // Without a server nothing else is read, and the name comes from the
+    // request, not from the file.
+    WriteIni(FtpFile("Partial"), L"FTP",
+             {{L"ProfileName", L"Other"},
+              {L"Path", L"/x"},
+              {L"Port", L"990"},
+              {L"User", L"bob"},
+              {L"Passive", L"1"}});
+    GetFTPProfile(L"Partial");
+    EXPECT_STREQ(record->name, L"Partial");
+    EXPECT_STREQ(record->path, L"");
+    EXPECT_STREQ(record->user, L"");
+    EXPECT_EQ(record->port, 21u);
+    EXPECT_FALSE(record->passive);
+}
+
+TEST_F(ProfileStoreTest, GetUploadProfileDoesNotResetForAMissingName) {
+    AddUpload(L"Share", kUploadServiceSharing);
+    UploadProfileRecord *record = GetUploadProfile(L"Share");
+    EXPECT_STREQ(record->name, L"Share");
+    EXPECT_EQ(record->service, kUploadServiceSharing);
+
+    // The last good read stands.
+    EXPECT_EQ(GetUploadProfile(L"Gone"), record);
+    EXPECT_STREQ(record->name, L"Share");
+    EXPECT_EQ(record->service, kUploadServiceSharing);
+}
+
+TEST_F(ProfileStoreTest, UploadProfileIsUpdatedInPlace) {
+    WriteIni(UploadFile("Swarm"), L"UploadService",
+             {{L"ProfileName", L"Swarm"}, {L"Service", L"1182"}, {L"Account", L"kept"}});
+    AddUpload(L"Swarm", kUploadServicePando);
+    EXPECT_EQ(Value(UploadFile("Swarm"), L"UploadService", L"Service"), L"1181");
+    EXPECT_EQ(Value(UploadFile("Swarm"), L"UploadService", L"Account"), L"kept");
+    EXPECT_EQ(GetUploadProfile(L"Swarm")->service, kUploadServicePando);
+
+    EXPECT_TRUE(DeleteUploadProfile(L"Swarm"));
+    EXPECT_FALSE(fs::exists(UploadFile("Swarm")));
+    EXPECT_FALSE(DeleteUploadProfile(L"Swarm"));
+}
+
+TEST_F(ProfileStoreTest, EnumerationListsEveryPlainFileAndNoFolder) {
+    EXPECT_EQ(GetFirstFTPProfile(), nullptr) << "the folder is made, and empty";
+    EXPECT_EQ(GetNextFTPProfile(), nullptr);
+
+    FtpProfileRecord one = Ftp(L"One", L"");
+    FtpProfileRecord two = Ftp(L"Two", L"");
+    AddFTPProfile(&one);
+    AddFTPProfile(&two);
+    testsupport::WriteBytes(FtpFile("stray.txt"), "not a profile");
+    fs::create_directories(FtpFile("Sub folder"));
+    EXPECT_EQ(AllFtpNames(), (std::set<std::wstring>{L"One", L"Two", L"stray.txt"}));
+
+    EXPECT_TRUE(DeleteFTPProfile(L"stray.txt"));
+    EXPECT_EQ(AllFtpNames(), (std::set<std::wstring>{L"One", L"Two"}));
+}
+
+TEST_F(ProfileStoreTest, FirstNameSurvivesTheWalkAndEachNextNameOverwritesTheLast) {
+    for (const wchar_t *name : {L"A", L"B", L"C"}) {
+        FtpProfileRecord record = Ftp(name, L"");
+        AddFTPProfile(&record);
+    }
+    const wchar_t *first = GetFirstFTPProfile();
+    ASSERT_NE(first, nullptr);
+    std::wstring firstName = first;
+    const wchar_t *second = GetNextFTPProfile();
+    ASSERT_NE(second, nullptr);
+    std::wstring secondName = second;
+    const wchar_t *third = GetNextFTPProfile();
+    ASSERT_NE(third, nullptr);
+
+    EXPECT_EQ(first, std::wstring_view(firstName));
+    EXPECT_EQ(third, second) << "one buffer for every next name";
+    EXPECT_NE(std::wstring(third), secondName);
+    EXPECT_EQ(GetNextFTPProfile(), nullptr);
+    EXPECT_EQ(GetNextFTPProfile(), nullptr) << "the handle is closed and stays so";
+}
+
+TEST_F(ProfileStoreTest, OneEnumerationHandleServesBothKinds) {
+    FtpProfileRecord ftp = Ftp(L"Ftp only", L"");
+    AddFTPProfile(&ftp);
+    AddUpload(L"Upload 1", kUploadServicePando);
+    AddUpload(L"Upload 2", kUploadServicePando);
+
+    const wchar_t *first = GetFirstUploadProfile();
+    ASSERT_NE(first, nullptr);
+    // The FTP call walks on through the upload folder, into the FTP buffer.
+    const wchar_t *next = GetNextFTPProfile();
+    ASSERT_NE(next, nullptr);
+    EXPECT_NE(next, first);
+    std::set<std::wstring> seen{first, next};
+    EXPECT_EQ(seen, (std::set<std::wstring>{L"Upload 1", L"Upload 2"}));
+    EXPECT_EQ(GetNextUploadProfile(), nullptr);
+}
+
+}  // namespace
