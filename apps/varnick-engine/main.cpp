@@ -43,7 +43,7 @@ int Usage(FILE *to) {
         "  --degree N        \"compressionDegree\" of the format\n"
         "  --threads, --no-threads\n"
         "                    \"useThreads\" (on by default)\n"
-        "  --password P      password for creating, expanding and testing\n",
+        "  --password P      password for creating, expanding, testing and listing\n",
         to);
     return to == stderr ? kExitUsage : kExitSuccess;
 }
