@@ -177,6 +177,18 @@ TEST_F(ChangeTest, VerifyReadsEverythingAndFindsDamage) {
     OwnedFS damagedFile = Path(damaged);
     EngineResult result = VerifyArchive(engine, damagedFile.get(), nullptr);
     EXPECT_TRUE(result == kEngineItemDataDamaged || result == kEngineArchiveTruncated) << result;
+
+    // Stored data has no stream of its own to catch a change: the CRC must.
+    fs::path plain = Scratch("plain");
+    WriteFile(plain / "note.txt", std::string(4000, 'n'));
+    fs::path stored = folder / "stored.zip";
+    ASSERT_EQ(RunShell("cd " + Quote(plain) + " && zip -q0X " + Quote(stored) + " note.txt").status,
+              0);
+    bytes = ReadFile(stored);
+    bytes[bytes.find("nnnn") + 1000] = 'x';
+    WriteFile(stored, bytes);
+    OwnedFS storedFile = Path(stored);
+    EXPECT_EQ(VerifyArchive(engine, storedFile.get(), nullptr), kEngineItemDataDamaged);
 }
 
 TEST_F(ChangeTest, TransformWritesAZipBesideTheSourceUnderAFreeName) {
@@ -277,7 +289,7 @@ TEST_F(ChangeTest, ItemsIteratorsPropertiesAndForkData) {
     EXPECT_EQ(GetArchiveObjectFork(blob.get(), kForkThumbnail, &thumb), kEngineNoSuchFork);
 }
 
-TEST_F(ChangeTest, SegmentsIndexesAndSelfExtractingBelongToTheOwnFormat) {
+TEST_F(ChangeTest, SegmentsAndIndexesBelongToTheOwnFormat) {
     OwnedFSList sources = PathList(engine, {tree});
     OwnedFS output = Path(folder / "parts.zip");
     OwnedFS index = Path(folder / "parts.vidx");
@@ -291,9 +303,6 @@ TEST_F(ChangeTest, SegmentsIndexesAndSelfExtractingBelongToTheOwnFormat) {
               kEngineWrongFormat);
     EXPECT_FALSE(fs::exists(folder / "parts.zip"));
     fs::path archive = MadeArchive("zip", "plain.zip");
-    OwnedFS file = Path(archive);
-    EXPECT_EQ(AddSelfExtractingToArchive(engine, file.get(), result.out(), 2),
-              kEngineNotImplemented);
     OpenedArchive opened(engine, archive);
     OwnedItem readme = opened.Item(L"src/readme.txt");
     EXPECT_TRUE(ArchiveObjectHasProperty(readme.get(), kItemPropModificationDate));
