@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "TransferProfiles.h"
 #include "platform/WinTypes.h"
 
 class CAppOptionsRepository;
@@ -97,10 +98,9 @@ public:
     // Set by ReadContentSection: SegmentSize is not 0.
     bool Segmented = false;
     bool KeepArchive = true;
-    // The FTP profile's name as read (up to 1,023 characters). The rest of
-    // the profile record joins it when the profile store exists; until
-    // then a named profile counts as not found.
-    std::wstring FTPProfileName;
+    // The FTP profile: the whole stored record when the named profile
+    // exists, else only its name.
+    FtpProfileRecord FTPProfile{};
     bool FTPMD5File = false;
     // Up to 255 characters.
     std::wstring UploadProfileName;
@@ -114,8 +114,7 @@ public:
     bool Rename = false;
     // The archives the job made (section ArcNames).
     std::vector<std::wstring> NewArcNames;
-    // The task sections of the file. Read does not make it yet, so it stays
-    // null; the class that reads them is not part of this library so far.
+    // Owned; the task sections of the file, made anew by every Read.
     CSchedulerTaskRepository *TaskRepository = nullptr;
     // Left uninterpreted: the program that runs the job acts on it.
     DWORD RequestedActionCmd = 0;

@@ -9,6 +9,7 @@
 #include "CFormatOptionsRepository.h"
 #include "CIniFile.h"
 #include "CNewArchiveContentList.h"
+#include "CNewUploadProfile.h"
 #include "platform/Win32.h"
 #include "settings/CmdLineLaunch.h"
 
@@ -239,11 +240,15 @@ void LaunchCmdLineBlocking(const wchar_t *arguments) {
 
 const wchar_t *RunUploadProfileDlg(const wchar_t *name, HWND parent) {
     static std::wstring chosen;
-    (void)parent;
-    // The profile dialog is not part of this library yet: an edit keeps the
-    // name it was given, as it does after the dialog, and a new profile has
-    // no name until the dialog can give it one.
-    chosen = name ? name : L"";
+    CNewUploadProfile dialog(parent);
+    if (name) {
+        // An edit gives back the name it was given, accepted or not.
+        dialog.RunEdit(name);
+        chosen = name;
+    } else {
+        const wchar_t *created = dialog.RunNew();
+        chosen = created ? created : L"";
+    }
     return chosen.c_str();
 }
 

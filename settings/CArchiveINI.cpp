@@ -9,6 +9,7 @@
 #include "CFormatOptionsRepository.h"
 #include "CIniFile.h"
 #include "CNewArchiveContentList.h"
+#include "CSchedulerTaskRepository.h"
 #include "platform/Shortcuts.h"
 #include "platform/Win32.h"
 
@@ -64,6 +65,7 @@ CArchiveINI::CArchiveINI() {
 CArchiveINI::~CArchiveINI() {
     if (archive_) archive_->FreeNewArchiveContentList(content_);
     delete archive_;
+    delete TaskRepository;
     delete appOptions_;
     delete formatOptions_;
 }
@@ -118,7 +120,7 @@ bool CArchiveINI::CreateContentSection(const wchar_t *path) {
 
 bool CArchiveINI::CreateFtpSection(const wchar_t *path) {
     CIniFile ini(path);
-    ini.SetString(kFtpSection, L"ProfileName", FTPProfileName.c_str());
+    ini.SetString(kFtpSection, L"ProfileName", FTPProfile.name);
     ini.SetBool(kFtpSection, L"FTPMD5File", FTPMD5File);
     ini.Save();
     return true;
@@ -176,8 +178,8 @@ bool CArchiveINI::Read(std::wstring path) {
     // The context menu's answer stands for the whole read, whatever came
     // before: any existing file reads as a job.
     result = ReadContextMenuSection(file);
-    // TaskRepository: the task sections are left in the file for the task
-    // record to read once it can be made here.
+    delete TaskRepository;
+    TaskRepository = new (std::nothrow) CSchedulerTaskRepository(resourceInstance_, file);
     if (formatOptions_) formatOptions_->ReadFromIni(file);
     if (appOptions_) appOptions_->ReadFromIni(file);
     return result;
@@ -206,12 +208,18 @@ bool CArchiveINI::ReadContentSection(const wchar_t *path) {
 
 bool CArchiveINI::ReadFtpSection(const wchar_t *path) {
     CIniFile ini(path);
-    ReadText(ini, kFtpSection, L"ProfileName", kFtpProfileNameChars, FTPProfileName);
+    wchar_t name[kFtpProfileNameChars] = {};
+    const bool named = ini.GetString(kFtpSection, L"ProfileName", name, kFtpProfileNameChars);
+    if (named) wcsncpy_s(FTPProfile.name, kProfileNameChars, name, _TRUNCATE);
+    bool found = false;
+    if (named) {
+        const FtpProfileRecord *stored = GetFTPProfile(name);
+        // The store answers every name; only a profile with a server exists.
+        found = stored && stored->server[0] != L'\0';
+        if (found) FTPProfile = *stored;
+    }
     ini.GetBool(kFtpSection, L"FTPMD5File", &FTPMD5File);
-    // Finding the named profile belongs to the profile store; until this
-    // library has one, every profile counts as not found and the job keeps
-    // the bare name.
-    return false;
+    return found;
 }
 
 bool CArchiveINI::ReadBurnSection(const wchar_t *path) {

@@ -18,7 +18,9 @@
 #include "CFormatOptionsRepository.h"
 #include "CIniFile.h"
 #include "CNewArchiveContentList.h"
+#include "CSchedulerTaskRepository.h"
 #include "OptionsTestSupport.h"
+#include "TransferProfiles.h"
 #include "platform/WideText.h"
 #include "settings/CmdLineLaunch.h"
 
@@ -103,13 +105,34 @@ TEST_F(ArchiveIniTest, ReadOfAnFtpJobWhoseProfileHasGoneLoadsTheRestWithTheBareN
         "[ContextMenu]\nRequestedActionCmd=7\nExtractTo=/dest\n");
     CArchiveINI job;
     ASSERT_TRUE(job.Read(JobFile()));
-    EXPECT_EQ(L"Gone Server", job.FTPProfileName);
+    EXPECT_STREQ(L"Gone Server", job.FTPProfile.name);
+    EXPECT_EQ(L'\0', job.FTPProfile.server[0]);
     EXPECT_TRUE(job.FTPMD5File);
     EXPECT_TRUE(job.KeepArchive);
     EXPECT_EQ(L"/out/a.zip", job.GetArchive()->name);
     EXPECT_EQ(Strings{file}, job.GetArchiveContent()->Files);
     EXPECT_EQ(7u, job.RequestedActionCmd);
     EXPECT_EQ(L"/dest", job.ExtractTo);
+}
+
+TEST_F(ArchiveIniTest, ReadTakesTheStoredFtpProfileAndTheTaskSections) {
+    FtpProfileRecord stored{};
+    wcscpy_s(stored.name, kProfileNameChars, L"Office");
+    wcscpy_s(stored.server, kProfileServerChars, L"ftp.example.org");
+    stored.port = 2121;
+    stored.passive = true;
+    AddFTPProfile(&stored);
+    WriteJobFile(
+        "[Archive]\nWizardType=1\n[FTP]\nProfileName=Office\n"
+        "[Scheduler]\nTaskName=Nightly\n");
+    CArchiveINI job;
+    ASSERT_TRUE(job.Read(JobFile()));
+    EXPECT_STREQ(L"ftp.example.org", job.FTPProfile.server);
+    EXPECT_EQ(2121u, job.FTPProfile.port);
+    EXPECT_TRUE(job.FTPProfile.passive);
+    ASSERT_NE(nullptr, job.TaskRepository);
+    EXPECT_EQ(L"Nightly", job.TaskRepository->m_TaskName);
+    EXPECT_TRUE(job.ReadFtpSection(JobFile().c_str()));
 }
 
 TEST_F(ArchiveIniTest, ReadOfABurnJobWithoutDeviceReadsNothingElseOfBurn) {
