@@ -419,3 +419,29 @@ bool CFSUtils::CreateStartupShortcut(const wchar_t *target) {
     return platform::CreateApplicationDesktopFile(startup + kPathSep + name + L".desktop", target,
                                                   L"", name, L"");
 }
+
+namespace {
+
+// The wait cursor for the life of a scope, then the one before it.
+class WaitCursor {
+public:
+    WaitCursor() : previous_(SetCursor(LoadCursorW(nullptr, IDC_WAIT))) {}
+    ~WaitCursor() { SetCursor(previous_); }
+    WaitCursor(const WaitCursor &) = delete;
+    WaitCursor &operator=(const WaitCursor &) = delete;
+
+private:
+    HCURSOR previous_;
+};
+
+}  // namespace
+
+void CFSUtils::MailFile(const wchar_t *path) {
+    WaitCursor wait;
+    // A 0 goes on and anything else stops, the reverse of what the value
+    // usually means; kept as the program has always read it.
+    if (GetProfileIntW(L"Mail", L"MAPI", 0) != 0) return;
+    std::wstring arguments;
+    if (path && *path) arguments = L"--attach " + platform::QuoteArgument(path);
+    ShellExecuteW(nullptr, L"open", L"xdg-email", arguments.c_str(), nullptr, SW_SHOWNORMAL);
+}

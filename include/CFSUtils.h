@@ -109,4 +109,10 @@ public:
                                       const wchar_t *description, int flags);
     // A start-up entry that runs the target program when the user logs on.
     static bool CreateStartupShortcut(const wchar_t *target);
+
+    // Opens a new mail in the user's mail program with the file attached
+    // (none for an empty path), and returns without waiting. Only when the
+    // win.ini value "MAPI" of section "Mail" is 0 or missing; with any other
+    // value nothing is started. Nothing is reported.
+    static void MailFile(const wchar_t *path);
 };
