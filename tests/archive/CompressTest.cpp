@@ -1,0 +1,304 @@
+// Making archives and adding to them through the facade, on real files, with
+// the results checked by the command-line tools of each format.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "CArchiveCompress.h"
+#include "CNewArchiveContentList.h"
+#include "archive/FacadeTest.h"
+
+namespace archivetest {
+namespace {
+
+class CompressTest : public FacadeTest {
+protected:
+    void SetUp() override {
+        FacadeTest::SetUp();
+        Put("src/a.txt", std::string(3000, 'a'));
+        Put("src/b.log", std::string(500, 'b'));
+        Put("src/docs/c.txt", "c");
+        Put("src/docs/d.md", "d");
+    }
+
+    // Runs `start` and waits for the end of its worker; the end callback's
+    // cancelled flag.
+    bool RunToEnd(CArchive &archive, const std::function<bool()> &start) {
+        EndLog log;
+        log.Attach(archive);
+        EXPECT_TRUE(start());
+        EXPECT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive.Busy(); }));
+        archive.DisposeOfProgress();
+        return log.cancelled;
+    }
+
+    std::unique_ptr<CArchive> Created(const std::filesystem::path &path, format::type type,
+                                      CNewArchiveContentList &list) {
+        auto archive = MakeArchive(path);
+        archive->formatType = type;
+        RunToEnd(*archive, [&] { return archive->CreateFromList(&list); });
+        return archive;
+    }
+
+    // The names a command prints, one a line, sorted.
+    std::string Listing(const std::string &command) {
+        std::string file = (work / "listing.txt").string();
+        EXPECT_TRUE(RunIn(work, "{ " + command + " | sort > '" + file + "'; }")) << command;
+        return testsupport::ReadBytes(file);
+    }
+
+    // The application log's lines that carry a property's debug text.
+    static std::vector<std::string> DebugLines() {
+        std::string bytes =
+            testsupport::ReadBytes(std::filesystem::path(CLogging::LogFolder() + L"Varnick.log"));
+        std::size_t skip = bytes.size() >= 2 && bytes[0] == '\xff' && bytes[1] == '\xfe' ? 2 : 0;
+        std::string text = platform::ToUtf8(platform::FromUtf16Bytes(
+            reinterpret_cast<const BYTE *>(bytes.data()) + skip, bytes.size() - skip));
+        std::vector<std::string> lines;
+        std::istringstream stream(text);
+        for (std::string line; std::getline(stream, line);) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (line.find("kFormatPropertyID") != std::string::npos) lines.push_back(line);
+        }
+        return lines;
+    }
+
+    std::wstring Src(const std::string &relative) { return Wide(work / "src" / relative); }
+};
+
+TEST_F(CompressTest, EachFormatIsReadByItsOwnTools) {
+    CNewArchiveContentList list;
+    list.Files = {Src("a.txt"), Wide(work / "missing.txt")};
+    list.Folders = {Src("docs")};
+    const std::string expected = "a.txt\ndocs/\ndocs/c.txt\ndocs/d.md\n";
+
+    auto zip = Created(work / "out.zip", format::zip, list);
+    EXPECT_EQ(zip->lastResult, 0);
+    EXPECT_TRUE(RunIn(work, "unzip -tq out.zip"));
+    EXPECT_EQ(Listing("unzip -Z1 out.zip"), expected) << "a missing source is skipped";
+    EXPECT_EQ(zip->fileCount, 3u) << "the archive is read again after the change";
+
+    auto tgz = Created(work / "out.tgz", format::tgz, list);
+    EXPECT_EQ(tgz->lastResult, 0);
+    EXPECT_TRUE(RunIn(work, "gzip -t out.tgz"));
+    EXPECT_EQ(Listing("bsdtar -tf out.tgz"), expected);
+
+    auto tbz = Created(work / "out.tbz2", format::tbz2, list);
+    EXPECT_EQ(tbz->lastResult, 0);
+    EXPECT_TRUE(RunIn(work, "bzip2 -t out.tbz2"));
+    EXPECT_EQ(Listing("bsdtar -tf out.tbz2"), expected);
+
+    auto seven = Created(work / "out.7z", format::sevenz, list);
+    EXPECT_EQ(seven->lastResult, 0);
+    EXPECT_TRUE(RunIn(work, "7zz t out.7z"));
+
+    auto vnkx = Created(work / "out.vnkx", format::vnkx, list);
+    EXPECT_EQ(vnkx->lastResult, 0);
+    EXPECT_EQ(vnkx->fileCount, 3u);
+    EXPECT_TRUE(vnkx->Verify());
+}
+
+TEST_F(CompressTest, FilterTakesMaskDateAndArchiveBitButNeverAFileNamedDirectly) {
+    Put("src/docs/old.txt", "old");
+    std::filesystem::last_write_time(
+        work / "src/docs/old.txt",
+        std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 30));
+    Put("src/docs/done.txt", "archived already");
+    std::wstring done = Src("docs/done.txt");
+    SetFileAttributesW(done.c_str(), GetFileAttributesW(done.c_str()) & ~FILE_ATTRIBUTE_ARCHIVE);
+    const bool bitsWork = !(GetFileAttributesW(done.c_str()) & FILE_ATTRIBUTE_ARCHIVE);
+
+    CNewArchiveContentList list;
+    list.Files = {Src("b.log")};  // excluded by the mask, but named
+    list.Folders = {Src("docs")};
+    list.GetNewFilterObject();
+    list.Filter->Mask = L" *.TXT ;x.*, ";
+    list.Filter->ByDate = true;
+    list.Filter->DateType = kFilterDateSinceDays;
+    list.Filter->Since = 10;
+    list.Filter->AddArchived = true;
+    list.Filter->ResetArchived = true;
+    auto zip = Created(work / "filtered.zip", format::zip, list);
+    EXPECT_EQ(zip->lastResult, 0);
+
+    std::string listing = Listing("unzip -Z1 filtered.zip");
+    EXPECT_NE(listing.find("b.log"), std::string::npos);
+    EXPECT_NE(listing.find("docs/c.txt"), std::string::npos);
+    EXPECT_EQ(listing.find("d.md"), std::string::npos) << "no mask fits";
+    EXPECT_EQ(listing.find("old.txt"), std::string::npos) << "older than ten days";
+    if (bitsWork) {
+        EXPECT_EQ(listing.find("done.txt"), std::string::npos) << "archive bit cleared";
+        EXPECT_FALSE(GetFileAttributesW(Src("docs/c.txt").c_str()) & FILE_ATTRIBUTE_ARCHIVE)
+            << "a file taken has its bit reset";
+        EXPECT_FALSE(GetFileAttributesW(Src("docs/old.txt").c_str()) & FILE_ATTRIBUTE_ARCHIVE)
+            << "reset before the date test leaves the file out";
+    }
+}
+
+TEST_F(CompressTest, OneArchivePerItemAndTimeStampsNameEachArchive) {
+    appOptions->CompressFolderMethod = 1;
+    CNewArchiveContentList list;
+    list.Files = {Src("a.txt")};
+    list.Folders = {Src("docs")};
+    list.OneArchivePerItem = true;
+    list.Timestamp = true;
+    std::filesystem::create_directories(work / "each");
+    auto archive = Created(work / "each" / "ignored.zip", format::zip, list);
+    EXPECT_EQ(archive->lastResult, 0);
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(work / "each"))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_TRUE(std::regex_match(names[0], std::regex(R"(a\.txt\d{14}\.zip)"))) << names[0];
+    EXPECT_TRUE(std::regex_match(names[1], std::regex(R"(docs\d{14}\.zip)"))) << names[1];
+
+    // A single archive with a time stamp: the name keeps its folder and extension.
+    list.OneArchivePerItem = false;
+    auto single = Created(work / "single.zip", format::zip, list);
+    EXPECT_EQ(single->lastResult, 0);
+    EXPECT_TRUE(
+        std::regex_match(platform::ToUtf8(single->name), std::regex(".*/work/single\\d{14}\\.zip")))
+        << platform::ToUtf8(single->name);
+    EXPECT_TRUE(std::filesystem::exists(single->name));
+}
+
+TEST_F(CompressTest, VnkxDebugLinesFollowThePropertyOrder) {
+    CNewArchiveContentList list;
+    list.Files = {Src("a.txt")};
+    formatOptions->VnkxUseSimple = false;
+    formatOptions->RecompressionMask = 0x11;
+    auto detailed = Created(work / "detailed.vnkx", format::vnkx, list);
+    EXPECT_EQ(detailed->lastResult, 0);
+    std::vector<std::string> lines = DebugLines();
+    const std::vector<std::string> names = {
+        "MaxVersion",
+        "CurrentCompressionMethod",
+        "CurrentCompressionLevel",
+        "CurrentCompressionExtent",
+        "CurrentEncodingLevel",
+        "CurrentRedundancyLevel",
+        "Thumbnails",
+        "FoldDuplicates",
+        "CompressionOptimizers",
+        "Recompress",
+        "BlockMode",
+        "Recompression",
+        "RecompressionLevel",
+        "SelfExtracting",
+    };
+    ASSERT_EQ(lines.size(), names.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        EXPECT_EQ(lines[i].rfind("kFormatPropertyID" + names[i] + " = ", 0), 0u) << lines[i];
+    EXPECT_EQ(lines[11], "kFormatPropertyIDRecompression = 0x00000011");
+
+    // The simple list: four lines, and never self-extracting.
+    formatOptions->VnkxUseSimple = true;
+    formatOptions->SimpleVnkxMethod = 2;
+    auto simple = MakeArchive(work / "simple.vnkx");
+    simple->formatType = format::vnkx;
+    simple->selfExtracting = true;
+    RunToEnd(*simple, [&] { return simple->CreateFromList(&list); });
+    EXPECT_EQ(simple->lastResult, 0);
+    lines = DebugLines();
+    ASSERT_EQ(lines.size(), names.size() + 4);
+    EXPECT_EQ(lines[14], "kFormatPropertyIDMaxVersion = 7");
+    EXPECT_EQ(lines[15], "kFormatPropertyIDCurrentEncodingLevel = 0");
+    EXPECT_EQ(lines[16], "kFormatPropertyIDCurrentRedundancyLevel = 0");
+    EXPECT_EQ(lines[17], "kFormatPropertyIDSelfExtracting = 0");
+}
+
+TEST_F(CompressTest, ExtentTooHighIsRetriedOneLowerEachTime) {
+    CEngine probe;
+    int32_t most = 0;
+    ASSERT_EQ(SetFormatIntegerProperty(probe.GetEngine(), "vnkx", kFormatPropCompMethod, 2), 0);
+    ASSERT_EQ(GetFormatIntegerProperty(probe.GetEngine(), "vnkx", kFormatPropCompExtentMost, &most),
+              0);
+    formatOptions->VnkxUseSimple = false;
+    formatOptions->VnkxCompressionMethod = 2;
+    formatOptions->CompressionMemory = static_cast<DWORD>(most + 2);
+    CNewArchiveContentList list;
+    list.Files = {Src("a.txt")};
+    auto archive = Created(work / "extent.vnkx", format::vnkx, list);
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(formatOptions->CompressionMemory, static_cast<DWORD>(most))
+        << "the lowered extent stays in the options";
+    std::vector<std::string> lines = DebugLines();
+    const std::string extent = "kFormatPropertyIDCurrentCompressionExtent = ";
+    std::vector<std::string> tried;
+    for (const std::string &line : lines) {
+        if (line.rfind(extent, 0) == 0) tried.push_back(line.substr(extent.size()));
+    }
+    EXPECT_EQ(tried, (std::vector<std::string>{std::to_string(most + 2), std::to_string(most + 1),
+                                               std::to_string(most)}));
+}
+
+TEST_F(CompressTest, AddPutsTheItemsIntoTheDestinationFolder) {
+    auto archive = MakeArchive(SampleZip());
+    Put("more/new.txt", "new");
+    CNewArchiveContentList list;
+    list.Files = {Wide(work / "more" / "new.txt")};
+    RunToEnd(*archive, [&] { return archive->AddTo(&list, L"\\docs"); });
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_TRUE(RunIn(work, "unzip -tq sample.zip"));
+    EXPECT_NE(Listing("unzip -Z1 sample.zip").find("docs/new.txt\n"), std::string::npos);
+
+    // A folder that is not there ends the run with the end of the walk.
+    RunToEnd(*archive, [&] { return archive->AddTo(&list, L"\\nowhere"); });
+    EXPECT_EQ(archive->lastResult, kEngineNoMoreObjects);
+}
+
+TEST_F(CompressTest, NestedDestinationIsNotFoundAsItStands) {
+    auto archive = MakeArchive(SampleZip());
+    Put("more/deep.txt", "deep");
+    CNewArchiveContentList list;
+    list.Files = {Wide(work / "more" / "deep.txt")};
+    RunToEnd(*archive, [&] { return archive->AddTo(&list, L"\\docs\\sub"); });
+    EXPECT_EQ(archive->lastResult, kEngineNoMoreObjects);
+}
+
+TEST_F(CompressTest, RunsThatMakeNothing) {
+    // An empty list ends like a cancelled run.
+    CNewArchiveContentList empty;
+    auto none = Created(work / "none.zip", format::zip, empty);
+    EXPECT_EQ(none->lastResult, kEngineCancelled);
+    EXPECT_FALSE(std::filesystem::exists(work / "none.zip"));
+
+    // Segments are for vnkx only.
+    CNewArchiveContentList segmented;
+    segmented.Files = {Src("a.txt")};
+    segmented.SegmentSize = 1 << 20;
+    auto zip = Created(work / "seg.zip", format::zip, segmented);
+    EXPECT_EQ(zip->lastResult, kEngineNotAnArchive);
+    EXPECT_FALSE(std::filesystem::exists(work / "seg.zip"));
+}
+
+TEST_F(CompressTest, CancelInTheMiddleLeavesNoArchive) {
+    std::string noise(48 << 20, '\0');
+    std::uint32_t seed = 99;
+    for (char &byte : noise) {
+        seed = seed * 1664525u + 1013904223u;
+        byte = static_cast<char>(seed >> 24);
+    }
+    Put("big/noise.bin", noise);
+    CNewArchiveContentList list;
+    list.Folders = {Wide(work / "big")};
+    auto archive = MakeArchive(work / "out" / "big.zip");
+    std::filesystem::create_directories(work / "out");
+    EndLog log;
+    log.Attach(*archive);
+    ASSERT_TRUE(archive->CreateFromList(&list));
+    ASSERT_TRUE(PumpUntil(
+        [&] { return archive->Busy() && archive->archiveObject->progressDialog->bytesTotal > 0; }));
+    archive->Cancel();
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    archive->DisposeOfProgress();
+    EXPECT_TRUE(log.cancelled);
+    EXPECT_TRUE(archive->cancelled);
+    EXPECT_EQ(archive->lastResult, kEngineCancelled);
+    EXPECT_TRUE(std::filesystem::is_empty(work / "out")) << "nothing half-written is left";
+}
+
+}  // namespace
+}  // namespace archivetest
