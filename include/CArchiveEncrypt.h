@@ -1,8 +1,12 @@
 // Adding encryption to an archive, removing it, checking a password.
-// Runs on the archive worker of CArchiveObject and keeps its result code in
-// the archive's last result. Not written yet: every operation answers the
-// engine's "not implemented" (kEngineNotImplemented).
+// Encrypt and RemoveEncryption run on the archive worker of CArchiveObject.
+// Neither changes the archive in place: the engine writes a new file, and
+// only then is the old one deleted and the new one moved to its name. A
+// failed delete leaves both files; a failed move leaves only the new file
+// under the engine's name. Nothing is rolled back.
 #pragma once
+
+#include "VarnickEngine.h"
 
 class CArchive;
 class CArchiveObject;
@@ -14,7 +18,8 @@ public:
     CArchiveEncrypt(const CArchiveEncrypt &) = delete;
     CArchiveEncrypt &operator=(const CArchiveEncrypt &) = delete;
 
-    // Whether `password` opens the archive.
+    // Whether `password` opens the archive. An archive without encryption
+    // takes any password, and the stored one is forgotten.
     bool VerifyPassword(const wchar_t *password);
     // Whether the archive is now encrypted with `password`.
     bool Encrypt(const wchar_t *password);
@@ -22,8 +27,11 @@ public:
     bool RemoveEncryption(const wchar_t *password);
 
 private:
-    // Records the not-implemented result in the archive.
-    void NotYetWritten();
+    // Rewrites the archive through the engine with the two passwords and puts
+    // the new file in the old one's place.
+    bool Transform(FSObject file, const char *formatId, const wchar_t *oldPassword,
+                   const wchar_t *newPassword, const wchar_t *function);
+    bool ReplaceWithTransformed(FSObject transformed, const wchar_t *function);
 
     CArchiveObject *object_;
     CArchive *archive_;

@@ -1,0 +1,224 @@
+// Expanding, extracting and removing through the facade, on real archives.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "CArchiveExpand.h"
+#include "CArchiveExtract.h"
+#include "CExpandConflictAction.h"
+#include "archive/FacadeTest.h"
+
+namespace {
+
+using archivetest::EndLog;
+namespace fs = std::filesystem;
+
+class ExpandTest : public archivetest::FacadeTest {
+protected:
+    void SetUp() override {
+        FacadeTest::SetUp();
+        appOptions->ExpandFolderOptions = kCreateFolderNever;
+        appOptions->ExpandMergeContents = false;
+        appOptions->DeleteArcAfterExpand = false;
+        appOptions->AVOption = 0;
+    }
+
+    // Starts `start` and pumps until the run has ended.
+    void RunToEnd(CArchive &archive, EndLog &log, const std::function<bool()> &start) {
+        int before = log.ends;
+        ASSERT_TRUE(start());
+        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
+        archive.DisposeOfProgress();
+    }
+
+    static size_t FilesIn(const fs::path &folder) {
+        size_t count = 0;
+        for (const auto &entry : fs::recursive_directory_iterator(folder))
+            count += entry.is_regular_file() ? 1 : 0;
+        return count;
+    }
+};
+
+TEST(ConflictValue, AskBecomesTheEnginesAskingValueAndMergeAddsItsBit) {
+    CAppOptionsRepository options;
+    options.ExpandMergeContents = false;
+    options.ExpandConflictMethod = 0;
+    EXPECT_EQ(expanding::ConflictResolutionValue(options), 2);
+    options.ExpandMergeContents = true;
+    EXPECT_EQ(expanding::ConflictResolutionValue(options), 32770);
+    options.ExpandConflictMethod = 3;
+    options.ExpandMergeContents = false;
+    EXPECT_EQ(expanding::ConflictResolutionValue(options), 3);
+}
+
+TEST_F(ExpandTest, ExpandWholeArchiveWithEachConflictMethod) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    fs::path out = work / "out";
+    auto expand = [&] { return archive->ExpandTo(Wide(out).c_str()); };
+
+    appOptions->ExpandConflictMethod = kResolutionReplace;
+    RunToEnd(*archive, log, expand);
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(1000, 'a'));
+    EXPECT_EQ(testsupport::ReadBytes(out / "docs/sub/c.txt"), "c");
+
+    testsupport::WriteBytes(out / "a.txt", "old");
+    RunToEnd(*archive, log, expand);
+    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(1000, 'a')) << "replaced";
+
+    testsupport::WriteBytes(out / "a.txt", "old");
+    appOptions->ExpandConflictMethod = kResolutionKeepBoth;
+    RunToEnd(*archive, log, expand);
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old") << "kept";
+    EXPECT_EQ(FilesIn(out), 6u) << "each incoming file beside the one it met";
+
+    // Asking: the user skips every one, so nothing changes.
+    fs::remove_all(out);
+    RunToEnd(*archive, log, expand);
+    testsupport::WriteBytes(out / "a.txt", "old");
+    appOptions->ExpandConflictMethod = 0;
+    host.QueueConflictAction(CExpandConflictAction::SkipAll);
+    RunToEnd(*archive, log, expand);
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_FALSE(host.Prompts().empty()) << "the conflict was asked";
+    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old");
+    EXPECT_TRUE(host.Recorded().empty()) << "no error box";
+}
+
+TEST_F(ExpandTest, RefusedDestinationAsksForAnotherFolderOrEndsQuietly) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    appOptions->ExpandConflictMethod = kResolutionReplace;
+    // A folder that no one may create, whoever runs the test.
+    fs::path blocked = "/sys/varnick-refused";
+
+    host.QueueAnswer(IDYES);
+    host.QueueDirectory(Wide(work / "chosen"));
+    RunToEnd(*archive, log, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
+    ASSERT_EQ(host.Recorded().size(), 1u);
+    EXPECT_EQ(host.Recorded()[0].text, Text(903));
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_TRUE(fs::exists(work / "chosen/a.txt")) << "expanded into the chosen folder";
+
+    host.Reset();
+    host.QueueAnswer(IDNO);
+    RunToEnd(*archive, log, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(host.Recorded().size(), 1u) << "the question only, no error box";
+}
+
+TEST_F(ExpandTest, ExtractLeavesOutItemsThatAreGone) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    appOptions->ExpandConflictMethod = kResolutionReplace;
+    fs::path out = work / "out";
+    std::vector<std::wstring> items{L"docs\\sub\\c.txt", L"gone.txt"};
+    RunToEnd(*archive, log, [&] { return archive->Extract(&items, Wide(out).c_str()); });
+    EXPECT_EQ(FilesIn(out), 1u);
+    EXPECT_FALSE(fs::exists(out / "a.txt"));
+
+    std::vector<std::wstring> allGone{L"gone.txt", L"docs\\none.txt"};
+    fs::path empty = work / "empty";
+    RunToEnd(*archive, log, [&] { return archive->Extract(&allGone, Wide(empty).c_str()); });
+    EXPECT_FALSE(fs::exists(empty) && FilesIn(empty) > 0) << "nothing expanded";
+    EXPECT_TRUE(host.Recorded().empty()) << "and no error";
+}
+
+TEST_F(ExpandTest, CancelInTheMiddleOfAnExpansionIsNoFailure) {
+    std::string noise(48 << 20, '\0');
+    std::uint32_t seed = 99;
+    for (char &byte : noise) {
+        seed = seed * 1664525u + 1013904223u;
+        byte = static_cast<char>(seed >> 24);
+    }
+    Put("big/noise.bin", noise);
+    auto archive = MakeArchive(Make("big.zip", "cd big && zip -q -0 ../big.zip noise.bin"));
+    EndLog log;
+    log.Attach(*archive);
+    ASSERT_TRUE(archive->ExpandTo(Wide(work / "out").c_str()));
+    ASSERT_TRUE(PumpUntil(
+        [&] { return archive->Busy() && archive->archiveObject->progressDialog->bytesTotal > 0; }));
+    archive->Cancel();
+    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    EXPECT_TRUE(log.cancelled);
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_TRUE(host.Recorded().empty()) << "no error box for a cancel";
+    archive->DisposeOfProgress();
+}
+
+// The archive stays open between calls: a later change of the name does not
+// reach it until CloseExtract.
+TEST_F(ExpandTest, ExtractToTempTwiceOpensTheArchiveOnce) {
+    auto archive = MakeArchive(SampleZip());
+    archive->tempFolder = Wide(work / "temp");
+    ASSERT_TRUE(archive->ExtractToTempUnthreaded(L"a.txt"));
+    archive->SetArchiveName(Wide(work / "missing.zip").c_str());
+    ASSERT_TRUE(archive->ExtractToTempUnthreaded(L"docs\\sub\\c.txt"));
+    EXPECT_TRUE(fs::exists(work / "temp/a.txt"));
+    EXPECT_EQ(FilesIn(work / "temp"), 2u);
+
+    archive->CloseExtract();
+    EXPECT_FALSE(archive->ExtractToTempUnthreaded(L"a.txt")) << "opened again, by the new name";
+    EXPECT_NE(archive->lastResult, 0);
+}
+
+TEST_F(ExpandTest, ForkReadsReplaceOrKeepTheCallersBuffer) {
+    auto archive = MakeArchive(SampleZip());
+    archive->showProgress = false;
+    BYTE *data = nullptr;
+    std::uint64_t count = archive->ExtractFork(L"docs\\b.txt", kForkData, &data, 0);
+    ASSERT_EQ(count, 2000u);
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(data), 2000), std::string(2000, 'b'));
+
+    // Not "thumb": a new buffer whatever the caller held.
+    BYTE *held = data;
+    count = archive->ExtractFork(L"a.txt", kForkData, &data, 5000);
+    EXPECT_EQ(count, 1000u);
+    EXPECT_NE(data, held);
+    archive->FreeForkData(&held);
+
+    // No such fork, or no such item: 0 and the pointer untouched.
+    BYTE *before = data;
+    EXPECT_EQ(archive->ExtractFork(L"a.txt", kForkThumbnail, &data, 1001), 0u);
+    EXPECT_EQ(archive->ExtractFork(L"gone.txt", kForkData, &data, 1001), 0u);
+    EXPECT_EQ(data, before);
+    archive->FreeForkData(&data);
+    archive->CloseExtract();
+}
+
+TEST_F(ExpandTest, RemoveAsksForThePasswordUntilItFits) {
+    Put("src/a.txt", std::string(1000, 'a'));
+    Put("src/b.txt", std::string(1000, 'b'));
+    OpaqueEngineObject *session = engine.GetEngine();
+    ASSERT_EQ(SetFormatBooleanProperty(session, "vnkx", kFormatPropEncryptArchive, true), 0);
+    fs::path path = work / "locked.vnkx";
+    ASSERT_EQ(Create(path, {work / "src/a.txt", work / "src/b.txt"}, "vnkx", L"right"), 0);
+    SetFormatBooleanProperty(session, "vnkx", kFormatPropEncryptArchive, false);
+
+    auto archive = MakeArchive(path);
+    archive->refreshAfterChange = false;
+    EndLog log;
+    log.Attach(*archive);
+    host.QueuePassword(L"wrong");
+    host.QueuePassword(L"right");
+    std::vector<std::wstring> items{L"a.txt"};
+    RunToEnd(*archive, log, [&] { return archive->RemoveFrom(&items); });
+    EXPECT_GE(host.Prompts().size(), 2u) << "asked again after the wrong one";
+    EXPECT_FALSE(archive->cancelled);
+
+    archive->password = L"right";
+    std::vector<std::wstring> both{L"a.txt", L"b.txt"};
+    fs::path out = work / "out";
+    RunToEnd(*archive, log, [&] { return archive->Extract(&both, Wide(out).c_str()); });
+    EXPECT_FALSE(fs::exists(out / "a.txt")) << "removed";
+    EXPECT_TRUE(fs::exists(out / "b.txt"));
+}
+
+}  // namespace
