@@ -289,7 +289,7 @@ std::uint8_t ChooseFilter(const Bytes &data) {
     std::size_t branches = 0;
     for (std::size_t i = 0; i + 5 <= data.size(); ++i)
         if (data[i] == 0xE8 && (data[i + 4] == 0x00 || data[i + 4] == 0xFF)) ++branches;
-    return data.size() >= 4096 && branches > data.size() / 256 ? kFilterX86 : kFilterNone;
+    return data.size() >= 4096 && branches > data.size() / 1024 ? kFilterX86 : kFilterNone;
 }
 
 void ApplyFilter(std::uint8_t filter, Bytes &data) {
