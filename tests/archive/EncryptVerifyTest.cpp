@@ -1,0 +1,118 @@
+// Encryption, password checks, verification and recovery through the
+// facade, on real archives.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "archive/FacadeTest.h"
+
+namespace {
+
+using archivetest::EndLog;
+namespace fs = std::filesystem;
+
+class EncryptVerifyTest : public archivetest::FacadeTest {
+protected:
+    void RunToEnd(CArchive &archive, EndLog &log, const std::function<bool()> &start) {
+        int before = log.ends;
+        ASSERT_TRUE(start());
+        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
+        archive.DisposeOfProgress();
+    }
+
+    fs::path SampleArchive(const char *formatId, const std::string &name) {
+        fs::path a = Put("src/a.txt", std::string(3000, 'a'));
+        fs::path b = Put("src/b.txt", std::string(3000, 'b'));
+        fs::path path = work / name;
+        EXPECT_EQ(Create(path, {a, b}, formatId), 0);
+        return path;
+    }
+
+    static size_t EntriesIn(const fs::path &folder) {
+        return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+    }
+};
+
+TEST_F(EncryptVerifyTest, EncryptAndRemoveEncryptionOfZipAndVnkxRewriteInPlace) {
+    formatOptions->ZipEncryptionMethod = 3;
+    formatOptions->VnkxEncryptionMethod = 1;
+    for (const auto &[formatId, name] : {std::pair{"zip", "plain.zip"}, {"vnkx", "plain.vnkx"}}) {
+        SCOPED_TRACE(formatId);
+        fs::path path = SampleArchive(formatId, name);
+        size_t entries = EntriesIn(work);
+        auto archive = MakeArchive(path);
+        EndLog log;
+        log.Attach(*archive);
+
+        RunToEnd(*archive, log, [&] { return archive->Encrypt(L"secret"); });
+        EXPECT_EQ(archive->lastResult, 0);
+        EXPECT_TRUE(archive->encrypted);
+        EXPECT_EQ(archive->password, L"secret");
+        EXPECT_EQ(EntriesIn(work), entries) << "the new file took the old one's name";
+        EXPECT_TRUE(archive->VerifyPassword(L"secret"));
+        EXPECT_FALSE(archive->VerifyPassword(L"guess"));
+        EXPECT_EQ(archive->password, L"secret") << "a wrong guess forgets nothing";
+
+        RunToEnd(*archive, log, [&] { return archive->RemoveEncryption(L"secret"); });
+        EXPECT_EQ(archive->lastResult, 0);
+        EXPECT_FALSE(archive->encrypted);
+        EXPECT_TRUE(archive->password.empty());
+        EXPECT_EQ(EntriesIn(work), entries);
+
+        // Without encryption any password fits, and the stored one is dropped.
+        archive->password = L"stale";
+        EXPECT_TRUE(archive->VerifyPassword(L"anything"));
+        EXPECT_TRUE(archive->password.empty());
+        EXPECT_TRUE(host.Recorded().empty());
+    }
+}
+
+TEST_F(EncryptVerifyTest, FailedTransformLeavesTheSourceUntouched) {
+    fs::path path = Put("notes.zip", "not an archive at all");
+    auto archive = MakeArchive(path);
+    EndLog log;
+    log.Attach(*archive);
+    RunToEnd(*archive, log, [&] { return archive->Encrypt(L"secret"); });
+    EXPECT_NE(archive->lastResult, 0);
+    EXPECT_FALSE(archive->encrypted);
+    EXPECT_TRUE(archive->password.empty());
+    EXPECT_EQ(testsupport::ReadBytes(path), "not an archive at all");
+    EXPECT_EQ(EntriesIn(work), 1u) << "no half-written file beside it";
+}
+
+TEST_F(EncryptVerifyTest, VerifyAndRecoverAVnkxWithRecoveryData) {
+    OpaqueEngineObject *session = engine.GetEngine();
+    ASSERT_EQ(SetFormatIntegerProperty(session, "vnkx", kFormatPropRedundancyLevel, 10), 0);
+    fs::path path = SampleArchive("vnkx", "guarded.vnkx");
+    SetFormatIntegerProperty(session, "vnkx", kFormatPropRedundancyLevel, 0);
+    auto archive = MakeArchive(path);
+    EndLog log;
+    log.Attach(*archive);
+    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    EXPECT_EQ(archive->lastResult, 0);
+
+    std::string bytes = testsupport::ReadBytes(path);
+    for (size_t i = 100; i < 120; ++i) bytes[i] ^= 0x5A;
+    testsupport::WriteBytes(path, bytes);
+    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    EXPECT_NE(archive->lastResult, 0);
+
+    // No folder chosen: nothing runs, and that is no failure.
+    host.QueueDirectory(std::nullopt);
+    RunToEnd(*archive, log, [&] { return archive->Recover(); });
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_FALSE(fs::exists(work / "recovered"));
+
+    fs::path recovered = work / "recovered";
+    fs::create_directories(recovered);
+    host.QueueDirectory(Wide(recovered));
+    RunToEnd(*archive, log, [&] { return archive->Recover(); });
+    EXPECT_EQ(archive->lastResult, 0);
+    ASSERT_EQ(EntriesIn(recovered), 1u);
+
+    archive->SetArchiveName(Wide(fs::directory_iterator(recovered)->path()).c_str());
+    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    EXPECT_EQ(archive->lastResult, 0) << "the repaired copy checks out";
+}
+
+}  // namespace
