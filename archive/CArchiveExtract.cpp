@@ -129,6 +129,7 @@ bool CArchiveExtract::OpenForExtract() {
     OpaqueEngineObject *engine = object_->Engine();
     if (!engine || archive_->name.empty()) {
         CLogging::Err(kFunction, __LINE__, kUnit, 0, false, L"No engien or no archive");
+        openResult_ = kEngineInvalidParameter;
         return false;
     }
     EngineResult status = 0;
@@ -142,6 +143,7 @@ bool CArchiveExtract::OpenForExtract() {
         status = OpenEncryptedArchive(engine, openArchive_, kEngineAccessRead, password_);
     }
     if (status == 0) status = AcquireRootArchiveObject(openArchive_, &root_);
+    openResult_ = status;
     archive_->lastResult = status;
     if (status) {
         LogFailure(kFunction, __LINE__, status, L"OpenEncryptedArchive()");
@@ -165,7 +167,7 @@ bool CArchiveExtract::ExtractToTemp(const wchar_t *item) {
     OpaqueEngineObject *engine = object_->Engine();
     expanding::SetExpandProperties(engine, archive_->appOptions, kFunction);
     if (!IsOpen()) OpenForExtract();
-    EngineResult status = archive_->lastResult;
+    EngineResult status = openResult_;
     bool extracted = false;
     if (IsOpen()) {
         status = 0;
@@ -192,7 +194,7 @@ std::uint64_t CArchiveExtract::ExtractForkObjectData(const wchar_t *item, const 
     EngineResult status = 0;
     std::uint64_t count = 0;
     if (!IsOpen()) {
-        status = archive_->lastResult;
+        status = openResult_;
         CLogging::Err(kFunction, __LINE__, kUnit, static_cast<unsigned>(status), true,
                       L"OpenForExtract");
     } else {

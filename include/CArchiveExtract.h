@@ -65,4 +65,6 @@ private:
     FSObject archiveFile_ = nullptr;
     EngineArchive openArchive_ = nullptr;
     ArchiveObject root_ = nullptr;
+    // The outcome of the last OpenForExtract.
+    EngineResult openResult_ = 0;
 };
