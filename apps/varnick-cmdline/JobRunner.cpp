@@ -1,0 +1,265 @@
+#include "JobRunner.h"
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include "CAppUtils.h"
+#include "CArchive.h"
+#include "CFSUtils.h"
+#include "CIniFile.h"
+#include "CLogging.h"
+#include "CNewArchiveContentList.h"
+#include "SDKUtils.h"
+#include "platform/Win32.h"
+
+namespace {
+
+// Set from the SIGINT handler, read by the pump.
+std::atomic<bool> cancelRequested{false};
+
+constexpr const wchar_t *kCmdLineSection = L"CmdLine";
+constexpr const wchar_t *kLogFileKey = L"LogFile";
+constexpr const wchar_t *kLogName = L"CmdLine";
+
+void PrintError(const std::wstring &text) {
+    std::fputs(("varnick-cmdline: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
+}
+
+INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
+
+void PumpOnce() {
+    MSG message;
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+}
+
+// The top entries of `folder`, split into files and folders of a list.
+void ListTopEntries(const std::wstring &folder, CNewArchiveContentList &list) {
+    WIN32_FIND_DATAW entry{};
+    HANDLE find = FindFirstFileW(platform::JoinPath(folder, L"*.*").c_str(), &entry);
+    if (find == INVALID_HANDLE_VALUE) return;
+    do {
+        const std::wstring name = entry.cFileName;
+        if (name == L"." || name == L"..") continue;
+        const std::wstring path = platform::JoinPath(folder, name);
+        if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+            list.Folders.push_back(path);
+        } else {
+            list.Files.push_back(path);
+        }
+    } while (FindNextFileW(find, &entry));
+    FindClose(find);
+}
+
+}  // namespace
+
+JobRunner::JobRunner() {
+    parent_ = CreateDialogParamW(nullptr, MAKEINTRESOURCEW(1), nullptr, SilentDialogProc, 0);
+}
+
+JobRunner::~JobRunner() {
+    // The job owns the archive; its worker must be over before it goes.
+    while (archive_ && archive_->Busy()) {
+        PumpOnce();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    job_.reset();
+    CloseSessionLog();
+    if (parent_) DestroyWindow(parent_);
+}
+
+void JobRunner::RequestCancel() { cancelRequested = true; }
+
+int JobRunner::Run(const std::wstring &path) {
+    job_ = std::make_unique<CArchiveINI>();
+    if (!job_->Read(path)) {
+        PrintError(
+            FormatW(L"%s: %s", path.c_str(), CAppUtils::WinErrorToString(ERROR_FILE_NOT_FOUND)));
+        return kJobFailed;
+    }
+    archive_ = job_->GetArchive();
+    if (!archive_) {
+        PrintError(FormatW(L"%s: the job could not be set up", path.c_str()));
+        return kJobFailed;
+    }
+    OpenSessionLog(path);
+    archive_->engine = &engine_;
+    archive_->parentWindow = parent_;
+    archive_->hasWindow = parent_ != nullptr;
+    archive_->endCallback = [](void *context, bool cancelled) {
+        auto *runner = static_cast<JobRunner *>(context);
+        runner->endCancelled_ = cancelled;
+        runner->ended_ = true;
+    };
+    archive_->endContext = this;
+    const int result = Dispatch();
+    if (result == kJobSucceeded) job_->SaveNewArcNames();
+    Note(FormatW(L"job ended with %d", result));
+    return result;
+}
+
+// The job names its log in CmdLine/LogFile; without one the runner keeps
+// its own in the log folder and writes where it went, for GetLogFile.
+bool JobRunner::OpenSessionLog(const std::wstring &path) {
+    CIniFile ini(path.c_str());
+    wchar_t named[1024] = {};
+    if (ini.GetString(kCmdLineSection, kLogFileKey, named, 1024) && named[0]) {
+        log_ = CLogging::OpenExternalLog(named, true);
+    } else {
+        log_ = CLogging::OpenLog(kLogName, false);
+        if (log_) {
+            ini.SetString(kCmdLineSection, kLogFileKey, CLogging::LastLogPath().c_str());
+            ini.Save();
+        }
+    }
+    if (!log_) return false;
+    CLogging::SetSessionErrorHandle(log_);
+    Note(FormatW(L"job %s", path.c_str()));
+    return true;
+}
+
+void JobRunner::CloseSessionLog() {
+    if (log_) CLogging::CloseLog(log_);
+    log_ = nullptr;
+}
+
+void JobRunner::Note(const std::wstring &text) {
+    if (log_) CLogging::Msg(log_, 0, L"%s", text.c_str());
+}
+
+int JobRunner::Dispatch() {
+    switch (job_->RequestedActionCmd) {
+        case kJobCompress:
+        case kJobCompressExplicit:
+            return Compress();
+        case kJobExpandToFolder:
+            return ExpandToFolder();
+        case kJobExpandHere:
+            return ExpandHere();
+        case kJobVerify:
+            return Verify();
+        case kJobConvertToZip:
+            return ConvertTo(format::zip, L".zip");
+        case kJobConvertToVnkx:
+            return ConvertTo(format::vnkx, L".vnkx");
+        case kJobMakeSelfExtracting:
+            return MakeSelfExtracting();
+        case kJobCompressAndMail:
+            return CompressAndMail();
+        default:
+            PrintError(FormatW(L"unknown action %u in the job", job_->RequestedActionCmd));
+            return kJobFailed;
+    }
+}
+
+template <typename Start>
+int JobRunner::RunOperation(const wchar_t *what, Start start) {
+    ended_ = false;
+    endCancelled_ = false;
+    Note(FormatW(L"%s %s", what, archive_->name.c_str()));
+    if (!start()) return ReportFailure(what, archive_->lastResult);
+    while (!ended_ || archive_->Busy()) {
+        if (cancelRequested.exchange(false)) archive_->Cancel();
+        PumpOnce();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    archive_->DisposeOfProgress();
+    if (endCancelled_ || archive_->cancelled) {
+        PrintError(FormatW(L"%s: cancelled", what));
+        Note(FormatW(L"%s cancelled", what));
+        return kJobCancelled;
+    }
+    if (archive_->lastResult != 0) return ReportFailure(what, archive_->lastResult);
+    return kJobSucceeded;
+}
+
+int JobRunner::ReportFailure(const wchar_t *what, EngineResult code) {
+    const std::wstring text = TranslateEngineError(code);
+    PrintError(FormatW(L"%s %s: %s (%d)", what, archive_->name.c_str(), text.c_str(), code));
+    Note(FormatW(L"%s failed: %s (%d)", what, text.c_str(), code));
+    return kJobFailed;
+}
+
+int JobRunner::Compress() {
+    CNewArchiveContentList *content = job_->GetArchiveContent();
+    const int result = RunOperation(L"compress", [&] { return archive_->CreateFromList(content); });
+    if (result != kJobSucceeded) return result;
+    job_->NewArcNames.push_back(archive_->name);
+    AnnounceDelivery();
+    return result;
+}
+
+// Delivery by FTP, mail, disc or upload is not part of this runner yet: the
+// archive stays where it was made.
+void JobRunner::AnnounceDelivery() {
+    const wchar_t *kinds[] = {nullptr, L"FTP", L"e-mail", L"disc burning", L"upload"};
+    const DWORD type = job_->WizardType;
+    if (type < 1 || type > 4) return;
+    PrintError(FormatW(L"delivery by %s is not available yet; the archive is kept at %s",
+                       kinds[type], archive_->name.c_str()));
+    Note(FormatW(L"delivery %u skipped", type));
+}
+
+bool JobRunner::ExpandInto(const std::wstring &folder) {
+    return RunOperation(L"expand", [&] { return archive_->ExpandTo(folder.c_str()); }) ==
+           kJobSucceeded;
+}
+
+int JobRunner::ExpandToFolder() {
+    if (job_->ExtractTo.empty()) {
+        PrintError(L"the job asks to expand but names no folder (ContextMenu/ExtractTo)");
+        return kJobFailed;
+    }
+    CFSUtils::ForceDirectories(job_->ExtractTo.c_str());
+    return RunOperation(L"expand", [&] { return archive_->ExpandTo(job_->ExtractTo.c_str()); });
+}
+
+int JobRunner::ExpandHere() {
+    const std::wstring here = platform::ParentPath(archive_->name);
+    return RunOperation(L"expand", [&] { return archive_->ExpandTo(here.c_str()); });
+}
+
+int JobRunner::Verify() {
+    return RunOperation(L"verify", [&] { return archive_->Verify(); });
+}
+
+// Expands into a fresh temporary folder and makes a new archive of what came
+// out, beside the old one; the old archive stays.
+int JobRunner::ConvertTo(format::type target, const wchar_t *extension) {
+    const std::wstring work = CFSUtils::CreateUniqueFolder(CFSUtils::GetTempFolder(), L"Convert");
+    int result = RunOperation(L"convert", [&] { return archive_->ExpandTo(work.c_str()); });
+    if (result == kJobSucceeded) {
+        CNewArchiveContentList list;
+        ListTopEntries(work, list);
+        const std::wstring bare = CFSUtils::RemoveFileExtension(archive_->name.c_str());
+        archive_->name = CFSUtils::CreateUniqueFileName(
+            platform::ParentPath(bare).c_str(), (platform::FileNamePart(bare) + extension).c_str());
+        archive_->formatType = target;
+        archive_->password.clear();
+        archive_->encrypted = false;
+        result = RunOperation(L"convert", [&] { return archive_->CreateFromList(&list); });
+        if (result == kJobSucceeded) job_->NewArcNames.push_back(archive_->name);
+    }
+    CFSUtils::DeleteFolder(work.c_str(), true);
+    return result;
+}
+
+int JobRunner::MakeSelfExtracting() {
+    int result = Compress();
+    if (result != kJobSucceeded) return result;
+    return RunOperation(L"self-extracting", [&] {
+        return archive_->formatType == format::vnkx ? archive_->MakeSeaVnkx()
+                                                    : archive_->MakeSeaZip();
+    });
+}
+
+int JobRunner::CompressAndMail() {
+    const int result = Compress();
+    if (result == kJobSucceeded) CFSUtils::MailFile(archive_->name.c_str());
+    return result;
+}

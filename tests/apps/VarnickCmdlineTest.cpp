@@ -1,0 +1,158 @@
+// The job runner end to end: a job written here with the plain C layer, run
+// by the program in its own process, and what it left in the job file.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "ArchiveIniInterface.h"
+#include "CArchiveINI.h"
+#include "CIniFile.h"
+#include "FormatCatalogue.h"
+#include "platform/WideText.h"
+#include "support/ProgramRun.h"
+#include "support/TempHome.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::wstring Wide(const fs::path &path) { return platform::FromUtf8(path.string()); }
+
+bool Shell(const std::string &command) { return std::system(command.c_str()) == 0; }
+
+class VarnickCmdline : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        HomeTest::SetUp();
+        work = home.Scratch("work");
+        fs::create_directories(work / "src/docs");
+        testsupport::WriteBytes(work / "src/a.txt", std::string(4000, 'a'));
+        testsupport::WriteBytes(work / "src/docs/b.txt", "bee");
+        job = work / "job.ini";
+    }
+
+    // A job for `archive` holding src/a.txt and src/docs; `edit` may change
+    // the record before it is saved.
+    void WriteJob(const fs::path &archive, DWORD formatType = format::zip) {
+        INIINFO *info = CreateIni(Wide(job).c_str());
+        ASSERT_NE(info, nullptr);
+        wcsncpy_s(info->ArchiveName, 1024, Wide(archive).c_str(), _TRUNCATE);
+        info->Format = formatType;
+        AddFile(info, Wide(work / "src/a.txt").c_str());
+        AddFolder(info, Wide(work / "src/docs").c_str());
+        ASSERT_TRUE(SaveIni(info));
+    }
+
+    // The shell extension's part of a job: the action and its folder.
+    void AskFor(DWORD action, const fs::path &extractTo = {}) {
+        CIniFile ini(Wide(job).c_str());
+        ini.SetInt(L"ContextMenu", L"RequestedActionCmd", action);
+        if (!extractTo.empty())
+            ini.SetString(L"ContextMenu", L"ExtractTo", Wide(extractTo).c_str());
+        ini.Save();
+    }
+
+    testsupport::ProgramRun RunJob() {
+        return testsupport::RunProgram("varnick-cmdline", "'" + job.string() + "'");
+    }
+
+    fs::path work;
+    fs::path job;
+};
+
+TEST_F(VarnickCmdline, CompressJobMakesTheZipAndRecordsItsNameAndLog) {
+    const fs::path archive = work / "out.zip";
+    WriteJob(archive);
+
+    testsupport::ProgramRun run = RunJob();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_TRUE(Shell("unzip -tq '" + archive.string() + "' >/dev/null"));
+    EXPECT_TRUE(Shell("unzip -Z1 '" + archive.string() + "' | grep -qx 'docs/b.txt'"));
+
+    CArchiveINI readBack;
+    readBack.ReadNewArcNames(Wide(job).c_str());
+    ASSERT_EQ(readBack.NewArcNames.size(), 1u);
+    EXPECT_EQ(readBack.NewArcNames[0], Wide(archive));
+
+    const std::wstring log = GetLogFile(Wide(job).c_str());
+    ASSERT_FALSE(log.empty()) << "the runner tells where it logged";
+    EXPECT_TRUE(fs::exists(platform::ToUtf8(log)));
+    EXPECT_EQ(fs::path(platform::ToUtf8(log)).parent_path().string().rfind(home.Path().string(), 0),
+              0u)
+        << "the log lies below the home";
+}
+
+TEST_F(VarnickCmdline, ALogNamedByTheJobIsKept) {
+    WriteJob(work / "named.zip");
+    const fs::path named = work / "mine.log";
+    {
+        CIniFile ini(Wide(job).c_str());
+        ini.SetString(L"CmdLine", L"LogFile", Wide(named).c_str());
+        ini.Save();
+    }
+    ASSERT_EQ(RunJob().exitCode, 0);
+    EXPECT_EQ(GetLogFile(Wide(job).c_str()), Wide(named));
+    EXPECT_GT(fs::file_size(named), 0u);
+}
+
+TEST_F(VarnickCmdline, FailuresExitOneWithTheTextOnStandardError) {
+    // A verify of a damaged archive.
+    const fs::path damaged = work / "damaged.zip";
+    testsupport::WriteBytes(damaged, "PK\x03\x04 this is not the rest of a zip archive");
+    WriteJob(damaged);
+    AskFor(4);
+    testsupport::ProgramRun verify = RunJob();
+    EXPECT_EQ(verify.exitCode, 1) << verify.output;
+    EXPECT_NE(verify.output.find("varnick-cmdline: verify"), std::string::npos) << verify.output;
+    CArchiveINI readBack;
+    readBack.ReadNewArcNames(Wide(job).c_str());
+    EXPECT_TRUE(readBack.NewArcNames.empty()) << "a failed job names no archive";
+
+    // A job file that is not there.
+    testsupport::ProgramRun missing =
+        testsupport::RunProgram("varnick-cmdline", "'" + (work / "none.ini").string() + "'");
+    EXPECT_EQ(missing.exitCode, 1) << missing.output;
+    EXPECT_NE(missing.output.find("none.ini"), std::string::npos) << missing.output;
+
+    // An action the runner does not know, and no arguments at all.
+    WriteJob(work / "x.zip");
+    AskFor(99);
+    EXPECT_EQ(RunJob().exitCode, 1);
+    EXPECT_EQ(testsupport::RunProgram("varnick-cmdline", "").exitCode, 2);
+}
+
+TEST_F(VarnickCmdline, ExpandJobsWriteIntoTheNamedFolderOrBesideTheArchive) {
+    ASSERT_TRUE(Shell("cd '" + (work / "src").string() + "' && zip -qr ../in.zip a.txt docs"));
+    const fs::path target = work / "target";
+    WriteJob(work / "in.zip");
+    AskFor(2, target);
+    testsupport::ProgramRun run = RunJob();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(testsupport::ReadBytes(target / "docs/b.txt"), "bee");
+
+    fs::create_directories(work / "here");
+    fs::copy_file(work / "in.zip", work / "here/in.zip");
+    WriteJob(work / "here/in.zip");
+    AskFor(3);
+    run = RunJob();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(testsupport::ReadBytes(work / "here/a.txt"), std::string(4000, 'a'));
+}
+
+TEST_F(VarnickCmdline, DeliveryIsAnnouncedAndTheArchiveKept) {
+    const fs::path archive = work / "mail.zip";
+    WriteJob(archive);
+    {
+        CIniFile ini(Wide(job).c_str());
+        ini.SetInt(L"Archive", L"WizardType", kWizardEmail);
+        ini.Save();
+    }
+    testsupport::ProgramRun run =
+        testsupport::RunProgram("varnick-cmdline", "-s '" + job.string() + "'");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_NE(run.output.find("not available yet"), std::string::npos) << run.output;
+    EXPECT_TRUE(fs::exists(archive));
+}
+
+}  // namespace
