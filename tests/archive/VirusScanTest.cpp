@@ -31,7 +31,7 @@ protected:
                   0);
         std::wstring value = program.wstring();
         RegSetValueExW(handle, L"", 0, REG_SZ, reinterpret_cast<const BYTE *>(value.c_str()),
-                       static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+                       static_cast<DWORD>((value.size() + 1) * 2));  // UTF-16 bytes
         RegCloseKey(handle);
     }
 
