@@ -236,9 +236,7 @@ int JobRunner::ConvertTo(format::type target, const wchar_t *extension) {
     if (result == kJobSucceeded) {
         CNewArchiveContentList list;
         ListTopEntries(work, list);
-        const std::wstring bare = CFSUtils::RemoveFileExtension(archive_->name.c_str());
-        archive_->name = CFSUtils::CreateUniqueFileName(
-            platform::ParentPath(bare).c_str(), (platform::FileNamePart(bare) + extension).c_str());
+        archive_->name = MakeUniqueArchiveName(archive_->name.c_str(), extension, nullptr);
         archive_->formatType = target;
         archive_->password.clear();
         archive_->encrypted = false;

@@ -140,6 +140,20 @@ TEST_F(VarnickCmdline, ExpandJobsWriteIntoTheNamedFolderOrBesideTheArchive) {
     EXPECT_EQ(testsupport::ReadBytes(work / "here/a.txt"), std::string(4000, 'a'));
 }
 
+TEST_F(VarnickCmdline, ConvertMakesANewArchiveBesideTheOldOne) {
+    ASSERT_TRUE(Shell("cd '" + (work / "src").string() + "' && zip -qr ../in.zip a.txt docs"));
+    WriteJob(work / "in.zip");
+    AskFor(6);
+    testsupport::ProgramRun run = RunJob();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    CArchiveINI readBack;
+    readBack.ReadNewArcNames(Wide(job).c_str());
+    ASSERT_EQ(readBack.NewArcNames.size(), 1u);
+    EXPECT_EQ(readBack.NewArcNames[0], Wide(work / "in.vnkx"));
+    EXPECT_TRUE(fs::exists(work / "in.vnkx"));
+    EXPECT_TRUE(fs::exists(work / "in.zip"));
+}
+
 TEST_F(VarnickCmdline, DeliveryIsAnnouncedAndTheArchiveKept) {
     const fs::path archive = work / "mail.zip";
     WriteJob(archive);
