@@ -2,6 +2,10 @@
 // by the program in its own process, and what it left in the job file.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -152,6 +156,29 @@ TEST_F(VarnickCmdline, ConvertMakesANewArchiveBesideTheOldOne) {
     EXPECT_EQ(readBack.NewArcNames[0], Wide(work / "in.vnkx"));
     EXPECT_TRUE(fs::exists(work / "in.vnkx"));
     EXPECT_TRUE(fs::exists(work / "in.zip"));
+}
+
+TEST_F(VarnickCmdline, AnInterruptCancelsTheRunWithExitCodeThree) {
+    // Enough data that the run is still going when the interrupt comes.
+    std::string noise(150u << 20, '\0');
+    std::uint64_t state = 88172645463325252ull;
+    for (char &byte : noise) {
+        state ^= state << 13, state ^= state >> 7, state ^= state << 17;
+        byte = static_cast<char>(state);
+    }
+    testsupport::WriteBytes(work / "src/a.txt", noise);
+    noise.clear();
+    const fs::path archive = work / "big.zip";
+    WriteJob(archive);
+    const std::string command = "'" + std::string(VARNICK_BIN_DIR) + "/varnick-cmdline' '" +
+                                job.string() +
+                                "' 2>/dev/null & p=$!; sleep 0.5; kill -INT $p; wait $p";
+    const int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    CArchiveINI readBack;
+    readBack.ReadNewArcNames(Wide(job).c_str());
+    EXPECT_TRUE(readBack.NewArcNames.empty());
 }
 
 TEST_F(VarnickCmdline, DeliveryIsAnnouncedAndTheArchiveKept) {
