@@ -2,9 +2,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <thread>
-#include <vector>
 
 #include "CAppUtils.h"
 #include "CArchive.h"
