@@ -138,7 +138,10 @@ namespace {
 
 // The value of "key=" in a yEnc header line; "name" runs to the line's end.
 std::optional<std::string> YencField(std::string_view line, std::string_view key) {
-    std::string pattern = " " + std::string(key) + "=";
+    // Appended piece by piece: g++ 12 at -O3 misreads `" " + std::string`
+    // as an overlapping copy (-Wrestrict).
+    std::string pattern(" ");
+    pattern.append(key).append("=");
     std::size_t at = line.find(pattern);
     if (at == std::string_view::npos) return std::nullopt;
     std::string_view rest = line.substr(at + pattern.size());
@@ -210,7 +213,7 @@ Part SplitPart(std::string_view text) {
         at = end + 1;
         if (line.empty()) break;
         if ((line[0] == ' ' || line[0] == '\t') && !last.empty()) {
-            part.headers[last] += " " + std::string(Trim(line));
+            part.headers[last].append(" ").append(Trim(line));
             continue;
         }
         std::size_t colon = line.find(':');
