@@ -7,6 +7,8 @@
 
 #include "CAppUtils.h"
 #include "CFSUtils.h"
+#include "CliCommon.h"
+#include "Commands.h"
 #include "common/RegistryDump.h"
 #include "platform/Registry.h"
 #include "platform/TerminalUiHost.h"
@@ -15,21 +17,26 @@
 
 namespace {
 
-constexpr int kExitSuccess = 0;
-constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
-
-void Print(const std::wstring &text) { std::fputs(platform::ToUtf8(text).c_str(), stdout); }
-
-void PrintError(const std::wstring &text) {
-    std::fputs(("varnick: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
-}
+using cli::kExitFailure;
+using cli::kExitSuccess;
+using cli::kExitUsage;
+using cli::Print;
+using cli::PrintError;
 
 int Usage(FILE *to) {
     std::fputs(
         "usage: varnick COMMAND [ARGUMENTS]\n"
         "\n"
         "commands:\n"
+        "  list ARCHIVE [--json]\n"
+        "                  one line an item: date, size, compressed size, path\n"
+        "  info ARCHIVE    format, access, sizes, counts, encryption and comment\n"
+        "  create ARCHIVE PATH... [--format zip|vnkx] [--level 0-9]\n"
+        "                  a new archive of the files and folders\n"
+        "  expand ARCHIVE [-d FOLDER] [--overwrite|--skip]\n"
+        "                  expand into FOLDER (the current folder without -d); an\n"
+        "                  existing file is kept unless --overwrite\n"
+        "  verify ARCHIVE  test every item of the archive\n"
         "  ls [FOLDER]     list a folder: attributes, date, size and name of each entry\n"
         "  folders         show the folders the product keeps its data in\n"
         "  reg export [HIVE\\KEY]\n"
@@ -39,6 +46,8 @@ int Usage(FILE *to) {
         "  --version       show the version\n"
         "  --help          show this text\n"
         "\n"
+        "The archive commands take --password TEXT or --password-file FILE;\n"
+        "without either, VARNICK_PASSWORD is used when set.\n"
         "VARNICK_HOME, when set, moves every folder of the product below it.\n",
         to);
     return to == stderr ? kExitUsage : kExitSuccess;
@@ -194,6 +203,37 @@ bool LoadResources() {
     return true;
 }
 
+int ListFolderCommand(const std::vector<std::wstring> &rest) {
+    if (rest.size() > 1) return Usage(stderr);
+    wchar_t current[1024];
+    std::wstring folder = rest.size() == 1                      ? rest[0]
+                          : GetCurrentDirectoryW(1024, current) ? std::wstring(current)
+                                                                : L".";
+    return ListFolder(folder);
+}
+
+int FoldersCommand(const std::vector<std::wstring> &rest) {
+    return rest.empty() ? ShowFolders() : Usage(stderr);
+}
+
+int RegistryExportCommand(const std::vector<std::wstring> &rest) {
+    std::vector<std::wstring> args{L"reg"};
+    args.insert(args.end(), rest.begin(), rest.end());
+    return RegistryCommand(args);
+}
+
+struct Command {
+    const wchar_t *name;
+    int (*run)(const std::vector<std::wstring> &rest);
+};
+
+const Command kCommands[] = {
+    {L"ls", ListFolderCommand},      {L"folders", FoldersCommand},
+    {L"reg", RegistryExportCommand}, {L"list", cli::ListCommand},
+    {L"info", cli::InfoCommand},     {L"expand", cli::ExpandCommand},
+    {L"verify", cli::VerifyCommand}, {L"create", cli::CreateCommand},
+};
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -210,16 +250,10 @@ int main(int argc, char **argv) {
         return kExitSuccess;
     }
     if (!LoadResources()) return kExitFailure;
-    if (command == L"ls") {
-        if (args.size() > 2) return Usage(stderr);
-        wchar_t current[1024];
-        std::wstring folder = args.size() == 2                      ? args[1]
-                              : GetCurrentDirectoryW(1024, current) ? std::wstring(current)
-                                                                    : L".";
-        return ListFolder(folder);
+    const std::vector<std::wstring> rest(args.begin() + 1, args.end());
+    for (const Command &entry : kCommands) {
+        if (command == entry.name) return entry.run(rest);
     }
-    if (command == L"folders" && args.size() == 1) return ShowFolders();
-    if (command == L"reg") return RegistryCommand(args);
     PrintError(FormatW(L"unknown command '%s'", command.c_str()));
     return Usage(stderr);
 }

@@ -1,0 +1,204 @@
+#include "CliCommon.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "SDKUtils.h"
+#include "platform/Win32.h"
+
+namespace cli {
+
+namespace {
+
+INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
+
+void PumpOnce() {
+    MSG message;
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&message);
+        DispatchMessageW(&message);
+    }
+}
+
+bool Contains(const std::vector<std::wstring> &names, const std::wstring &name) {
+    for (const std::wstring &known : names) {
+        if (known == name) return true;
+    }
+    return false;
+}
+
+// The engine's own words for the failures a user meets most, with what to do.
+std::wstring PlainReason(EngineResult code) {
+    switch (code) {
+        case ERROR_FILE_NOT_FOUND:
+            return L"no such file";
+        case kEngineNotAnArchive:
+            return L"not an archive";
+        case kEngineWrongPassword:
+        case kEnginePasswordOnPlainArchive:
+            return L"wrong password";
+        case kEnginePasswordNeeded:
+            return L"the archive is encrypted: give --password";
+        default:
+            return TranslateEngineError(code);
+    }
+}
+
+}  // namespace
+
+void Print(const std::wstring &text) { std::fputs(platform::ToUtf8(text).c_str(), stdout); }
+
+void PrintError(const std::wstring &text) {
+    std::fputs(("varnick: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
+}
+
+int UsageOf(const char *line) {
+    std::fprintf(stderr, "usage: varnick %s\n", line);
+    return kExitUsage;
+}
+
+bool Arguments::Has(const std::wstring &name) const {
+    for (const auto &option : options) {
+        if (option.first == name) return true;
+    }
+    return false;
+}
+
+std::wstring Arguments::Value(const std::wstring &name) const {
+    std::wstring value;
+    for (const auto &option : options) {
+        if (option.first == name) value = option.second;  // the last one wins
+    }
+    return value;
+}
+
+Arguments ParseArguments(const std::vector<std::wstring> &words,
+                         const std::vector<std::wstring> &flags,
+                         const std::vector<std::wstring> &valued) {
+    Arguments parsed;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::wstring &word = words[i];
+        if (word.size() < 2 || word[0] != L'-') {
+            parsed.positional.push_back(word);
+        } else if (Contains(flags, word)) {
+            parsed.options.emplace_back(word, L"");
+        } else if (Contains(valued, word) && i + 1 < words.size()) {
+            parsed.options.emplace_back(word, words[++i]);
+        } else if (parsed.bad.empty()) {
+            parsed.bad = word;
+        }
+    }
+    return parsed;
+}
+
+bool ResolvePassword(const Arguments &arguments, std::wstring &password) {
+    password.clear();
+    if (arguments.Has(L"--password")) {
+        password = arguments.Value(L"--password");
+        return true;
+    }
+    if (arguments.Has(L"--password-file")) {
+        const std::wstring path = arguments.Value(L"--password-file");
+        std::ifstream file(platform::ToUtf8(path), std::ios::binary);
+        if (!file) {
+            PrintError(FormatW(L"%s: cannot read the password file", path.c_str()));
+            return false;
+        }
+        std::string line;
+        std::getline(file, line);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        password = platform::FromUtf8(line);
+        return true;
+    }
+    if (const char *fromEnvironment = std::getenv("VARNICK_PASSWORD")) {
+        password = platform::FromUtf8(fromEnvironment);
+    }
+    return true;
+}
+
+ArchiveSession::ArchiveSession(const std::wstring &path) {
+    parent_ = CreateDialogParamW(nullptr, MAKEINTRESOURCEW(1), nullptr, SilentDialogProc, 0);
+    archive_.engine = &engine_;
+    archive_.parentWindow = parent_;
+    archive_.hasWindow = parent_ != nullptr;
+    archive_.silent = true;  // every failure is told once, here, on stderr
+    archive_.noPrompts = !isatty(STDIN_FILENO);
+    archive_.name = path;
+    archive_.endCallback = [](void *context, bool cancelled) {
+        auto *session = static_cast<ArchiveSession *>(context);
+        session->endCancelled_ = cancelled;
+        session->ended_ = true;
+    };
+    archive_.endContext = this;
+}
+
+ArchiveSession::~ArchiveSession() {
+    // The worker must be over before the archive goes.
+    while (archive_.Busy()) {
+        PumpOnce();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    if (parent_) DestroyWindow(parent_);
+}
+
+bool ArchiveSession::ReadInfo() {
+    archive_.lastResult = 0;
+    if (archive_.GetArchiveInfo(false)) return true;
+    if (archive_.lastResult == 0) archive_.lastResult = kEngineNotAnArchive;
+    ReportFailure(L"read", archive_.lastResult);
+    return false;
+}
+
+int ArchiveSession::WaitForEnd(const wchar_t *what) {
+    while (!ended_ || archive_.Busy()) {
+        PumpOnce();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    archive_.DisposeOfProgress();
+    if (endCancelled_ || archive_.cancelled) {
+        PrintError(FormatW(L"%s: cancelled", what));
+        return kExitFailure;
+    }
+    if (archive_.lastResult != 0) return ReportFailure(what, archive_.lastResult);
+    return kExitSuccess;
+}
+
+int ArchiveSession::ReportFailure(const wchar_t *what, EngineResult code) {
+    PrintError(
+        FormatW(L"%s %s: %s (%d)", what, archive_.name.c_str(), PlainReason(code).c_str(), code));
+    return kExitFailure;
+}
+
+}  // namespace cli
+
+namespace cli {
+
+std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, const char *usage,
+                                           int &exitCode) {
+    if (!arguments.bad.empty() || arguments.positional.size() != 1) {
+        if (!arguments.bad.empty()) {
+            PrintError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
+        }
+        exitCode = UsageOf(usage);
+        return nullptr;
+    }
+    std::wstring password;
+    if (!ResolvePassword(arguments, password)) {
+        exitCode = kExitFailure;
+        return nullptr;
+    }
+    auto session = std::make_unique<ArchiveSession>(arguments.positional[0]);
+    session->Archive().password = password;
+    if (!session->ReadInfo()) {
+        exitCode = kExitFailure;
+        return nullptr;
+    }
+    return session;
+}
+
+}  // namespace cli

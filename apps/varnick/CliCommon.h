@@ -1,0 +1,87 @@
+// What every subcommand of varnick shares: exit codes, output, the options
+// of a command line and one archive opened through the library.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CArchive.h"
+#include "CEngine.h"
+#include "platform/WinTypes.h"
+
+namespace cli {
+
+constexpr int kExitSuccess = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+void Print(const std::wstring &text);
+void PrintError(const std::wstring &text);
+// The usage line of one command on stderr; kExitUsage.
+int UsageOf(const char *line);
+
+// The words of a command line split into options ("--name value" or
+// "--flag") and the rest, in order.
+struct Arguments {
+    std::vector<std::wstring> positional;
+    std::vector<std::pair<std::wstring, std::wstring>> options;
+    std::wstring bad;  // the first option not known to the command
+
+    bool Has(const std::wstring &name) const;
+    std::wstring Value(const std::wstring &name) const;
+};
+
+// `flags` are options without a value, `valued` options with one.
+Arguments ParseArguments(const std::vector<std::wstring> &words,
+                         const std::vector<std::wstring> &flags,
+                         const std::vector<std::wstring> &valued);
+
+// The password of --password, --password-file or VARNICK_PASSWORD, in that
+// order; empty when none is given. False when the file cannot be read.
+bool ResolvePassword(const Arguments &arguments, std::wstring &password);
+
+// One archive in a session of the engine, with a hidden parent window whose
+// message pump carries the progress on the terminal.
+class ArchiveSession {
+public:
+    explicit ArchiveSession(const std::wstring &path);
+    ~ArchiveSession();
+    ArchiveSession(const ArchiveSession &) = delete;
+    ArchiveSession &operator=(const ArchiveSession &) = delete;
+
+    CArchive &Archive() { return archive_; }
+
+    // Reads format, sizes and listing; on failure the reason is on stderr.
+    bool ReadInfo();
+    // Starts an operation of the archive's worker with `start` and pumps
+    // messages until its end; kExitSuccess or kExitFailure (reported).
+    template <typename Start>
+    int Run(const wchar_t *what, Start start) {
+        ended_ = false;
+        if (!start()) return ReportFailure(what, archive_.lastResult);
+        return WaitForEnd(what);
+    }
+    int ReportFailure(const wchar_t *what, EngineResult code);
+
+private:
+    int WaitForEnd(const wchar_t *what);
+
+    CEngine engine_;
+    HWND parent_ = nullptr;
+    CArchive archive_;
+    bool ended_ = false;
+    bool endCancelled_ = false;
+};
+
+}  // namespace cli
+
+namespace cli {
+
+// The one ARCHIVE of a command line opened with its password and its
+// listing read; null on failure, with the reason told and `exitCode` set.
+std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, const char *usage,
+                                           int &exitCode);
+
+}  // namespace cli

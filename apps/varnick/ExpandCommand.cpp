@@ -1,0 +1,62 @@
+// varnick expand and varnick verify: the archive's worker runs the
+// operation while this thread pumps the progress on the terminal.
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CAppOptionsRepository.h"
+#include "CFSUtils.h"
+#include "CliCommon.h"
+#include "Commands.h"
+#include "platform/Win32.h"
+
+namespace cli {
+
+namespace {
+
+constexpr const char *kExpandUsage =
+    "expand ARCHIVE [-d FOLDER] [--overwrite|--skip] [--password TEXT|--password-file FILE]";
+constexpr const char *kVerifyUsage = "verify ARCHIVE [--password TEXT|--password-file FILE]";
+
+std::wstring CurrentFolder() {
+    wchar_t current[1024];
+    return GetCurrentDirectoryW(1024, current) ? std::wstring(current) : std::wstring(L".");
+}
+
+}  // namespace
+
+int ExpandCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments = ParseArguments(words, {L"--overwrite", L"--skip"},
+                                               {L"-d", L"--password", L"--password-file"});
+    if (arguments.Has(L"--overwrite") && arguments.Has(L"--skip")) return UsageOf(kExpandUsage);
+    int exitCode = kExitSuccess;
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kExpandUsage, exitCode);
+    if (!session) return exitCode;
+    const std::wstring folder = arguments.Has(L"-d") ? arguments.Value(L"-d") : CurrentFolder();
+    CFSUtils::ForceDirectories(folder.c_str());
+    // The stored options, with the conflict answer of the command line; a
+    // conflict without one keeps the existing file, as no one is asked.
+    CAppOptionsRepository options;
+    options.ExpandConflictMethod =
+        arguments.Has(L"--overwrite") ? kResolutionReplace : kResolutionAsk;
+    options.DeleteArcAfterExpand = false;
+    CArchive &archive = session->Archive();
+    archive.appOptions = &options;
+    archive.noPrompts = true;
+    exitCode = session->Run(L"expand", [&] { return archive.ExpandTo(folder.c_str()); });
+    archive.appOptions = nullptr;
+    return exitCode;
+}
+
+int VerifyCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments = ParseArguments(words, {}, {L"--password", L"--password-file"});
+    int exitCode = kExitSuccess;
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kVerifyUsage, exitCode);
+    if (!session) return exitCode;
+    CArchive &archive = session->Archive();
+    exitCode = session->Run(L"verify", [&] { return archive.Verify(); });
+    if (exitCode == kExitSuccess) Print(FormatW(L"%s: no errors\n", archive.name.c_str()));
+    return exitCode;
+}
+
+}  // namespace cli
