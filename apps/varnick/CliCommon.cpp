@@ -8,6 +8,7 @@
 #include <sstream>
 #include <thread>
 
+#include "CAppUtils.h"
 #include "SDKUtils.h"
 #include "platform/Win32.h"
 
@@ -16,14 +17,6 @@ namespace cli {
 namespace {
 
 INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
-
-void PumpOnce() {
-    MSG message;
-    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-        TranslateMessage(&message);
-        DispatchMessageW(&message);
-    }
-}
 
 bool Contains(const std::vector<std::wstring> &names, const std::wstring &name) {
     for (const std::wstring &known : names) {
@@ -140,7 +133,7 @@ ArchiveSession::ArchiveSession(const std::wstring &path) {
 ArchiveSession::~ArchiveSession() {
     // The worker must be over before the archive goes.
     while (archive_.Busy()) {
-        PumpOnce();
+        CAppUtils::ProcessMessages();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (parent_) DestroyWindow(parent_);
@@ -156,7 +149,7 @@ bool ArchiveSession::ReadInfo() {
 
 int ArchiveSession::WaitForEnd(const wchar_t *what) {
     while (!ended_ || archive_.Busy()) {
-        PumpOnce();
+        CAppUtils::ProcessMessages();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     archive_.DisposeOfProgress();
