@@ -1,5 +1,7 @@
 // varnick expand and varnick verify: the archive's worker runs the
 // operation while this thread pumps the progress on the terminal.
+#include <unistd.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,15 +36,18 @@ int ExpandCommand(const std::vector<std::wstring> &words) {
     if (!session) return exitCode;
     const std::wstring folder = arguments.Has(L"-d") ? arguments.Value(L"-d") : CurrentFolder();
     CFSUtils::ForceDirectories(folder.c_str());
-    // The stored options, with the conflict answer of the command line; a
-    // conflict without one keeps the existing file, as no one is asked.
+    // The stored options with the answer of the command line. Replacing
+    // merges into a folder that is there, so files the archive does not hold
+    // survive. Keeping answers every conflict before it is asked; without
+    // either, a person at a terminal is asked.
     CAppOptionsRepository options;
-    options.ExpandConflictMethod =
-        arguments.Has(L"--overwrite") ? kResolutionReplace : kResolutionAsk;
+    const bool overwrite = arguments.Has(L"--overwrite");
+    options.ExpandConflictMethod = overwrite ? kResolutionReplace : kResolutionAsk;
+    options.ExpandMergeContents = true;
     options.DeleteArcAfterExpand = false;
     CArchive &archive = session->Archive();
     archive.appOptions = &options;
-    archive.noPrompts = true;
+    archive.applyToAll = arguments.Has(L"--skip") || (!overwrite && !isatty(STDIN_FILENO));
     exitCode = session->Run(L"expand", [&] { return archive.ExpandTo(folder.c_str()); });
     archive.appOptions = nullptr;
     return exitCode;

@@ -154,3 +154,25 @@ TEST_F(VarnickCli, APasswordProtectedArchiveNeedsTheRightPassword) {
     ASSERT_EQ(right.exitCode, 0) << right.output;
     ExpectSameFile(tree / "notes.txt", home.Path() / "r" / "tree" / "notes.txt");
 }
+
+TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders) {
+    const auto tree = MakeSampleTree(home);
+    const auto archive = home.Path() / "again.zip";
+    ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree)).exitCode, 0);
+    const auto out = home.Path() / "out";
+    const auto notes = out / "tree" / "notes.txt";
+    const auto own = out / "tree" / "own.txt";
+    std::filesystem::create_directories(notes.parent_path());
+    testsupport::WriteBytes(notes, "mine");
+    testsupport::WriteBytes(own, "kept");
+
+    EXPECT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --skip").exitCode, 0);
+    EXPECT_EQ(testsupport::ReadBytes(notes), "mine");
+
+    EXPECT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --overwrite").exitCode,
+              0);
+    ExpectSameFile(tree / "notes.txt", notes);
+    ExpectSameFile(tree / "sub" / "data.bin", out / "tree" / "sub" / "data.bin");
+    EXPECT_EQ(testsupport::ReadBytes(own), "kept");
+    EXPECT_EQ(Varnick("expand " + Quoted(archive) + " --overwrite --skip").exitCode, 2);
+}
