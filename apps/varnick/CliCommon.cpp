@@ -9,6 +9,8 @@
 #include <thread>
 
 #include "CAppUtils.h"
+#include "CArchiveItem.h"
+#include "CArchiveObject.h"
 #include "SDKUtils.h"
 #include "platform/Win32.h"
 
@@ -141,7 +143,13 @@ ArchiveSession::~ArchiveSession() {
 
 bool ArchiveSession::ReadInfo() {
     archive_.lastResult = 0;
-    if (archive_.GetArchiveInfo(false)) return true;
+    if (archive_.GetArchiveInfo(false)) {
+        holdsEncryptedItems_ = archive_.encrypted;
+        for (const CArchiveItem &item : archive_.archiveObject->items) {
+            holdsEncryptedItems_ = holdsEncryptedItems_ || item.encrypted;
+        }
+        return true;
+    }
     if (archive_.lastResult == 0) archive_.lastResult = kEngineNotAnArchive;
     ReportFailure(L"read", archive_.lastResult);
     return false;
@@ -153,8 +161,15 @@ int ArchiveSession::WaitForEnd(const wchar_t *what) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     archive_.DisposeOfProgress();
+    // Nothing here cancels, so a cancelled run is a question of the library
+    // that no one answered: the password of an encrypted archive, or a
+    // conflict. The library forgets which at the end of the run.
     if (endCancelled_ || archive_.cancelled) {
-        PrintError(FormatW(L"%s: cancelled", what));
+        if (holdsEncryptedItems_) {
+            return ReportFailure(
+                what, archive_.password.empty() ? kEnginePasswordNeeded : kEngineWrongPassword);
+        }
+        PrintError(FormatW(L"%s: stopped at a question no one answered", what));
         return kExitFailure;
     }
     if (archive_.lastResult != 0) return ReportFailure(what, archive_.lastResult);

@@ -52,6 +52,8 @@ public:
     ArchiveSession &operator=(const ArchiveSession &) = delete;
 
     CArchive &Archive() { return archive_; }
+    // Whether the archive or any item of its listing is encrypted.
+    bool HoldsEncryptedItems() const { return holdsEncryptedItems_; }
 
     // Reads format, sizes and listing; on failure the reason is on stderr.
     bool ReadInfo();
@@ -73,6 +75,7 @@ private:
     CArchive archive_;
     bool ended_ = false;
     bool endCancelled_ = false;
+    bool holdsEncryptedItems_ = false;  // as the listing of ReadInfo saw it
 };
 
 }  // namespace cli

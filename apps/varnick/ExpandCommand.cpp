@@ -1,7 +1,5 @@
 // varnick expand and varnick verify: the archive's worker runs the
 // operation while this thread pumps the progress on the terminal.
-#include <unistd.h>
-
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,8 +36,8 @@ int ExpandCommand(const std::vector<std::wstring> &words) {
     CFSUtils::ForceDirectories(folder.c_str());
     // The stored options with the answer of the command line. Replacing
     // merges into a folder that is there, so files the archive does not hold
-    // survive. Keeping answers every conflict before it is asked; without
-    // either, a person at a terminal is asked.
+    // survive. Otherwise the library asks about each conflict through the
+    // terminal; without a terminal the answer is to keep what is there.
     CAppOptionsRepository options;
     const bool overwrite = arguments.Has(L"--overwrite");
     options.ExpandConflictMethod = overwrite ? kResolutionReplace : kResolutionAsk;
@@ -47,7 +45,6 @@ int ExpandCommand(const std::vector<std::wstring> &words) {
     options.DeleteArcAfterExpand = false;
     CArchive &archive = session->Archive();
     archive.appOptions = &options;
-    archive.applyToAll = arguments.Has(L"--skip") || (!overwrite && !isatty(STDIN_FILENO));
     exitCode = session->Run(L"expand", [&] { return archive.ExpandTo(folder.c_str()); });
     archive.appOptions = nullptr;
     return exitCode;

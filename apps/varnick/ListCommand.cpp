@@ -108,7 +108,8 @@ int InfoCommand(const std::vector<std::wstring> &words) {
     Print(FormatW(L"compressed size  %s\n", SizeText(archive.compressedSize).c_str()));
     Print(FormatW(L"files            %u\n", archive.fileCount));
     Print(FormatW(L"folders          %u\n", archive.folderCount));
-    Print(FormatW(L"encrypted        %s\n", archive.IsEncrypted() ? L"yes" : L"no"));
+    Print(FormatW(L"encrypted        %s\n",
+                  session->HoldsEncryptedItems() || archive.IsEncrypted() ? L"yes" : L"no"));
     Print(FormatW(L"comment          %s\n", archive.comment.c_str()));
     return kExitSuccess;
 }

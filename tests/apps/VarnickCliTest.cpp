@@ -143,9 +143,16 @@ TEST_F(VarnickCli, APasswordProtectedArchiveNeedsTheRightPassword) {
                       Quoted(passwordFile))
                   .exitCode,
               0);
+    testsupport::ProgramRun info = Varnick("info " + Quoted(archive));
+    EXPECT_NE(info.output.find("encrypted        yes"), std::string::npos) << info.output;
+    testsupport::ProgramRun without = Varnick("verify " + Quoted(archive) + " < /dev/null");
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_NE(without.output.find("give --password"), std::string::npos) << without.output;
+
     testsupport::ProgramRun wrong = Varnick("expand " + Quoted(archive) + " -d " +
                                             Quoted(home.Path() / "w") + " --password nope");
     EXPECT_EQ(wrong.exitCode, 1) << wrong.output;
+    EXPECT_NE(wrong.output.find("wrong password"), std::string::npos) << wrong.output;
     EXPECT_FALSE(std::filesystem::exists(home.Path() / "w" / "tree" / "notes.txt"));
 
     testsupport::ProgramRun right =
