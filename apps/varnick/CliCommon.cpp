@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -17,6 +19,11 @@
 namespace cli {
 
 namespace {
+
+// Set from the SIGINT handler, read by the pump.
+std::atomic<bool> interrupted{false};
+
+void NoteInterrupt(int) { interrupted = true; }
 
 INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
 
@@ -130,6 +137,7 @@ ArchiveSession::ArchiveSession(const std::wstring &path) {
         session->ended_ = true;
     };
     archive_.endContext = this;
+    previousInterruptHandler_ = std::signal(SIGINT, NoteInterrupt);
 }
 
 ArchiveSession::~ArchiveSession() {
@@ -139,6 +147,7 @@ ArchiveSession::~ArchiveSession() {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (parent_) DestroyWindow(parent_);
+    std::signal(SIGINT, previousInterruptHandler_);
 }
 
 bool ArchiveSession::ReadInfo() {
@@ -157,11 +166,19 @@ bool ArchiveSession::ReadInfo() {
 
 int ArchiveSession::WaitForEnd(const wchar_t *what) {
     while (!ended_ || archive_.Busy()) {
+        if (interrupted.exchange(false)) {
+            archive_.Cancel();
+            userCancelled_ = true;
+        }
         CAppUtils::ProcessMessages();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     archive_.DisposeOfProgress();
-    // Nothing here cancels, so a cancelled run is a question of the library
+    if (userCancelled_) {
+        PrintError(FormatW(L"%s: interrupted", what));
+        return kExitFailure;
+    }
+    // Otherwise a cancelled run is a question of the library
     // that no one answered: the password of an encrypted archive, or a
     // conflict. The library forgets which at the end of the run.
     if (endCancelled_ || archive_.cancelled) {

@@ -75,6 +75,8 @@ private:
     CArchive archive_;
     bool ended_ = false;
     bool endCancelled_ = false;
+    bool userCancelled_ = false;  // by Ctrl-C
+    void (*previousInterruptHandler_)(int) = nullptr;
     bool holdsEncryptedItems_ = false;  // as the listing of ReadInfo saw it
 };
 
