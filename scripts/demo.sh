@@ -24,3 +24,15 @@ run --version
 run folders
 run ls "$DEMO/sample"
 run ls "$DEMO/sample/docs"
+
+# The main job: a vnkx archive of the sample made with progress, listed,
+# verified, expanded into a fresh folder and compared with the original.
+ARCHIVE="$DEMO/sample.vnkx"
+run create "$ARCHIVE" "$DEMO/sample"
+run list "$ARCHIVE"
+run info "$ARCHIVE"
+run verify "$ARCHIVE"
+run expand "$ARCHIVE" -d "$DEMO/expanded"
+echo
+echo "\$ diff -r sample expanded/sample"
+diff -r "$DEMO/sample" "$DEMO/expanded/sample" && echo "the expanded tree is the same as the sample"
