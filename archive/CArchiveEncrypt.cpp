@@ -28,6 +28,18 @@ void SetInteger(OpaqueEngineObject *engine, const char *formatId, const char *na
     if (status) LogFailure(function, __LINE__, status, L"SetFormatIntegerProperty()");
 }
 
+// The archive's file and the format its content shows; a failure is logged
+// and becomes the archive's last result.
+bool IdentifyArchive(OpaqueEngineObject *engine, CArchive &target, archive::ScopedFSObject &file,
+                     EngineFormatId &formatId, const wchar_t *function) {
+    EngineResult status = NewFSObjectFromUnicodePath(target.name.c_str(), file.Out());
+    if (status == 0) status = DetermineFileFormat(engine, file.Get(), formatId);
+    if (status == 0) return true;
+    LogFailure(function, __LINE__, status, L"DetermineFileFormat()");
+    target.lastResult = status;
+    return false;
+}
+
 }  // namespace
 
 CArchiveEncrypt::CArchiveEncrypt(CArchiveObject *object, CArchive *archive)
@@ -59,13 +71,7 @@ bool CArchiveEncrypt::Encrypt(const wchar_t *password) {
     OpaqueEngineObject *engine = object_->Engine();
     archive::ScopedFSObject file;
     EngineFormatId formatId = {};
-    EngineResult status = NewFSObjectFromUnicodePath(archive_->name.c_str(), file.Out());
-    if (status == 0) status = DetermineFileFormat(engine, file.Get(), formatId);
-    if (status) {
-        LogFailure(kFunction, __LINE__, status, L"DetermineFileFormat()");
-        archive_->lastResult = status;
-        return false;
-    }
+    if (!IdentifyArchive(engine, *archive_, file, formatId, kFunction)) return false;
     const CFormatOptionsRepository *options = archive_->formatOptions;
     format::type type = GetFormatType(formatId);
     if (type == format::zip && options) {
@@ -75,7 +81,8 @@ bool CArchiveEncrypt::Encrypt(const wchar_t *password) {
         SetInteger(engine, formatId, kFormatPropEncryptMethod,
                    static_cast<int32_t>(options->VnkxEncryptionMethod), kFunction);
         // Each item is enciphered, so that the listing stays readable.
-        status = SetFormatBooleanProperty(engine, formatId, kFormatPropEncryptArchive, false);
+        EngineResult status =
+            SetFormatBooleanProperty(engine, formatId, kFormatPropEncryptArchive, false);
         if (status) LogFailure(kFunction, __LINE__, status, L"SetFormatBooleanProperty()");
     }
     std::wstring secret = password ? password : L"";
@@ -90,13 +97,7 @@ bool CArchiveEncrypt::RemoveEncryption(const wchar_t *password) {
     OpaqueEngineObject *engine = object_->Engine();
     archive::ScopedFSObject file;
     EngineFormatId formatId = {};
-    EngineResult status = NewFSObjectFromUnicodePath(archive_->name.c_str(), file.Out());
-    if (status == 0) status = DetermineFileFormat(engine, file.Get(), formatId);
-    if (status) {
-        LogFailure(kFunction, __LINE__, status, L"DetermineFileFormat()");
-        archive_->lastResult = status;
-        return false;
-    }
+    if (!IdentifyArchive(engine, *archive_, file, formatId, kFunction)) return false;
     format::type type = GetFormatType(formatId);
     if (type == format::zip || type == format::vnkx)
         SetInteger(engine, formatId, kFormatPropEncryptMethod, 0, kFunction);

@@ -337,14 +337,14 @@ wchar_t *PathFindFileNameW(const wchar_t *path) {
     return const_cast<wchar_t *>(name);
 }
 
-BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *spec) {
-    if (!file || !spec) return FALSE;
-    std::wstring_view specs(spec);
+BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *patterns) {
+    if (!file || !patterns) return FALSE;
+    std::wstring_view list(patterns);
     std::size_t pos = 0;
-    while (pos < specs.size()) {
-        std::size_t end = specs.find(L';', pos);
-        if (end == std::wstring_view::npos) end = specs.size();
-        std::wstring_view one = specs.substr(pos, end - pos);
+    while (pos < list.size()) {
+        std::size_t end = list.find(L';', pos);
+        if (end == std::wstring_view::npos) end = list.size();
+        std::wstring_view one = list.substr(pos, end - pos);
         while (!one.empty() && one.front() == L' ') one.remove_prefix(1);
         if (!one.empty() && platform::MatchesWildcard(file, one)) return TRUE;
         pos = end + 1;

@@ -100,9 +100,9 @@ int _wsplitpath_s(const wchar_t *path, wchar_t *drive, std::size_t driveSize, wc
 // trailing separator stays part of the last name ("a/b/" gives "b/").
 wchar_t *PathFindExtensionW(const wchar_t *path);
 wchar_t *PathFindFileNameW(const wchar_t *path);
-// True when the file matches one of the ";"-separated specs (leading blanks
-// of each spec skipped) by MatchesWildcard. An empty spec matches nothing.
-BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *spec);
+// True when the file matches one of the ";"-separated patterns (leading
+// blanks of each skipped) by MatchesWildcard. An empty pattern matches nothing.
+BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *patterns);
 // Cuts the last name and its separator; the root stays. TRUE if it changed.
 BOOL PathRemoveFileSpecW(wchar_t *path);
 // Appends `more` with one separator and normalizes the result. FALSE, with

@@ -263,13 +263,13 @@ bool CArchiveINI::ReadContextMenuSection(const wchar_t *path) {
 
 bool CArchiveINI::AddFilespec(const wchar_t *path, bool folder) {
     if (!content_) return false;
-    std::wstring spec = path ? path : L"";
+    std::wstring entry = path ? path : L"";
     if (folder) {
-        content_->Folders.push_back(spec);
+        content_->Folders.push_back(entry);
         return true;
     }
-    if (appOptions_ && appOptions_->CompressOrig) spec = platform::ResolveShortcut(spec);
-    content_->Files.push_back(spec);
+    if (appOptions_ && appOptions_->CompressOrig) entry = platform::ResolveShortcut(entry);
+    content_->Files.push_back(entry);
     return true;
 }
 

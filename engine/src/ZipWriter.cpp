@@ -229,7 +229,7 @@ struct Batch {
 struct Central {
     std::string name;
     std::string comment;
-    std::uint16_t madeBy = (3 << 8) | 63;  // Unix, specification 6.3
+    std::uint16_t madeBy = (3 << 8) | 63;  // Unix, zip format version 6.3
     std::uint16_t versionNeeded = 20;
     std::uint16_t flags = 0;
     std::uint16_t method = 0;
