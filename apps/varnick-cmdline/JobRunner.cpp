@@ -1,11 +1,8 @@
 #include "JobRunner.h"
 
-#include <atomic>
-#include <chrono>
-#include <thread>
-
 #include "CAppUtils.h"
 #include "CArchive.h"
+#include "CArchiveRunLoop.h"
 #include "CFSUtils.h"
 #include "CIniFile.h"
 #include "CLogging.h"
@@ -14,9 +11,6 @@
 #include "platform/Win32.h"
 
 namespace {
-
-// Set from the SIGINT handler, read by the pump.
-std::atomic<bool> cancelRequested{false};
 
 constexpr const wchar_t *kCmdLineSection = L"CmdLine";
 constexpr const wchar_t *kLogFileKey = L"LogFile";
@@ -27,14 +21,6 @@ void PrintError(const std::wstring &text) {
 }
 
 INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
-
-void PumpOnce() {
-    MSG message;
-    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-        TranslateMessage(&message);
-        DispatchMessageW(&message);
-    }
-}
 
 // The top entries of `folder`, split into files and folders of a list.
 void ListTopEntries(const std::wstring &folder, CNewArchiveContentList &list) {
@@ -62,16 +48,11 @@ JobRunner::JobRunner() {
 
 JobRunner::~JobRunner() {
     // The job owns the archive; its worker must be over before it goes.
-    while (archive_ && archive_->Busy()) {
-        PumpOnce();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    if (archive_) CArchiveRunLoop::WaitUntilIdle(*archive_);
     job_.reset();
     CloseSessionLog();
     if (parent_) DestroyWindow(parent_);
 }
-
-void JobRunner::RequestCancel() { cancelRequested = true; }
 
 int JobRunner::Run(const std::wstring &path) {
     job_ = std::make_unique<CArchiveINI>();
@@ -89,12 +70,6 @@ int JobRunner::Run(const std::wstring &path) {
     archive_->engine = &engine_;
     archive_->parentWindow = parent_;
     archive_->hasWindow = parent_ != nullptr;
-    archive_->endCallback = [](void *context, bool cancelled) {
-        auto *runner = static_cast<JobRunner *>(context);
-        runner->endCancelled_ = cancelled;
-        runner->ended_ = true;
-    };
-    archive_->endContext = this;
     const int result = Dispatch();
     if (result == kJobSucceeded) job_->SaveNewArcNames();
     Note(FormatW(L"job ended with %d", result));
@@ -155,25 +130,19 @@ int JobRunner::Dispatch() {
     }
 }
 
-template <typename Start>
-int JobRunner::RunOperation(const wchar_t *what, Start start) {
-    ended_ = false;
-    endCancelled_ = false;
+int JobRunner::RunOperation(const wchar_t *what, const std::function<bool()> &start) {
     Note(FormatW(L"%s %s", what, archive_->name.c_str()));
-    if (!start()) return ReportFailure(what, archive_->lastResult);
-    while (!ended_ || archive_->Busy()) {
-        if (cancelRequested.exchange(false)) archive_->Cancel();
-        PumpOnce();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    switch (loop_.Run(*archive_, start)) {
+        case kArchiveRunSucceeded:
+            return kJobSucceeded;
+        case kArchiveRunInterrupted:
+        case kArchiveRunCancelled:
+            PrintError(FormatW(L"%s: cancelled", what));
+            Note(FormatW(L"%s cancelled", what));
+            return kJobCancelled;
+        default:
+            return ReportFailure(what, archive_->lastResult);
     }
-    archive_->DisposeOfProgress();
-    if (endCancelled_ || archive_->cancelled) {
-        PrintError(FormatW(L"%s: cancelled", what));
-        Note(FormatW(L"%s cancelled", what));
-        return kJobCancelled;
-    }
-    if (archive_->lastResult != 0) return ReportFailure(what, archive_->lastResult);
-    return kJobSucceeded;
 }
 
 int JobRunner::ReportFailure(const wchar_t *what, EngineResult code) {

@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "CArchiveINI.h"
+#include "CArchiveRunLoop.h"
 #include "CEngine.h"
 #include "FormatCatalogue.h"
 #include "platform/WinTypes.h"
@@ -45,9 +47,6 @@ public:
     // Runs the job (or scheduled task) file at `path`; a JOB_EXIT.
     int Run(const std::wstring &path);
 
-    // Asks the running operation to stop; safe from a signal handler.
-    static void RequestCancel();
-
 private:
     bool OpenSessionLog(const std::wstring &path);
     void CloseSessionLog();
@@ -63,8 +62,7 @@ private:
 
     // Starts an operation with `start` and pumps messages until its end;
     // kJobSucceeded, kJobFailed (text already reported) or kJobCancelled.
-    template <typename Start>
-    int RunOperation(const wchar_t *what, Start start);
+    int RunOperation(const wchar_t *what, const std::function<bool()> &start);
     int ReportFailure(const wchar_t *what, EngineResult code);
     void Note(const std::wstring &text);
     void AnnounceDelivery();
@@ -75,6 +73,6 @@ private:
     std::unique_ptr<CArchiveINI> job_;
     CArchive *archive_ = nullptr;  // the job's
     FILE *log_ = nullptr;
-    bool ended_ = false;
-    bool endCancelled_ = false;
+    // SIGINT cancels the running operation for as long as the runner lives.
+    CArchiveRunLoop loop_;
 };

@@ -1,6 +1,5 @@
 // varnick-cmdline: runs one job file (or, with -s, a scheduled task file)
 // written by another program of the product.
-#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -29,8 +28,6 @@ bool LoadResources() {
     return true;
 }
 
-extern "C" void OnInterrupt(int) { JobRunner::RequestCancel(); }
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -45,7 +42,6 @@ int main(int argc, char **argv) {
     platform::TerminalUiHost terminal;
     platform::ScopedUiHost installed(&terminal);
     if (!LoadResources()) return kJobFailed;
-    std::signal(SIGINT, OnInterrupt);
     JobRunner runner;
     return runner.Run(platform::FromUtf8(path));
 }
