@@ -53,15 +53,96 @@ std::wstring PlainReason(EngineResult code) {
 
 }  // namespace
 
+namespace {
+
+GlobalOptions globalOptions;
+const char *commandUsage = "COMMAND [ARGUMENTS]";
+
+}  // namespace
+
+GlobalOptions TakeGlobalOptions(std::vector<std::wstring> &words) {
+    GlobalOptions options;
+    std::vector<std::wstring> rest;
+    for (const std::wstring &word : words) {
+        if (word == L"--quiet" || word == L"-q") {
+            options.quiet = true;
+        } else if (word == L"--yes" || word == L"-y") {
+            options.yes = true;
+        } else {
+            rest.push_back(word);
+        }
+    }
+    words = std::move(rest);
+    globalOptions = options;
+    return options;
+}
+
+const GlobalOptions &Global() { return globalOptions; }
+
+int CommandLineUiHost::MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
+                                  UINT flags) {
+    if (options_.yes) {
+        const std::vector<int> buttons = platform::MessageBoxButtons(flags);
+        for (int preferred : {IDYES, IDOK}) {
+            for (int button : buttons) {
+                if (button == preferred) return button;
+            }
+        }
+    }
+    return TerminalUiHost::MessageBox(owner, text, caption, flags);
+}
+
+std::optional<int> CommandLineUiHost::AskConflictAction(const platform::ConflictPrompt &prompt) {
+    if (options_.yes) return platform::kConflictReplaceAll;
+    return TerminalUiHost::AskConflictAction(prompt);
+}
+
+std::optional<platform::FolderDeleteAnswer> CommandLineUiHost::ConfirmFolderDelete(
+    const platform::FolderDeletePrompt &prompt) {
+    // Overwriting a folder merges into it, as expand --overwrite does.
+    if (options_.yes) return platform::FolderDeleteAnswer{true, true};
+    return TerminalUiHost::ConfirmFolderDelete(prompt);
+}
+
+std::optional<int> CommandLineUiHost::AskArcNameConflict(
+    const platform::ArcNameConflictPrompt &prompt) {
+    if (options_.yes) return platform::kArcNameReplace;
+    return TerminalUiHost::AskArcNameConflict(prompt);
+}
+
+void CommandLineUiHost::ProgressChanged(HWND dialog) {
+    if (!options_.quiet) TerminalUiHost::ProgressChanged(dialog);
+}
+
+void CommandLineUiHost::ProgressEnded(HWND dialog) {
+    if (!options_.quiet) TerminalUiHost::ProgressEnded(dialog);
+}
+
+bool CommandLineUiHost::ShowText(HWND owner, const std::wstring &title, const std::wstring &text) {
+    if (options_.quiet) return true;
+    return TerminalUiHost::ShowText(owner, title, text);
+}
+
 void Print(const std::wstring &text) { std::fputs(platform::ToUtf8(text).c_str(), stdout); }
+
+void Say(const std::wstring &text) {
+    if (!globalOptions.quiet) Print(text);
+}
 
 void PrintError(const std::wstring &text) {
     std::fputs(("varnick: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
 }
 
-int UsageOf(const char *line) {
-    std::fprintf(stderr, "usage: varnick %s\n", line);
+void SetUsage(const char *usage) { commandUsage = usage; }
+
+int UsageError() {
+    std::fprintf(stderr, "usage: varnick %s\n", commandUsage);
     return kExitUsage;
+}
+
+int UsageError(const std::wstring &reason) {
+    PrintError(reason);
+    return UsageError();
 }
 
 bool Arguments::Has(const std::wstring &name) const {
@@ -176,7 +257,7 @@ int ArchiveSession::WaitForEnd(const wchar_t *what) {
     archive_.DisposeOfProgress();
     if (userCancelled_) {
         PrintError(FormatW(L"%s: interrupted", what));
-        return kExitFailure;
+        return kExitCancelled;
     }
     // Otherwise a cancelled run is a question of the library
     // that no one answered: the password of an encrypted archive, or a
@@ -203,13 +284,13 @@ int ArchiveSession::ReportFailure(const wchar_t *what, EngineResult code) {
 
 namespace cli {
 
-std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, const char *usage,
-                                           int &exitCode) {
-    if (!arguments.bad.empty() || arguments.positional.size() != 1) {
-        if (!arguments.bad.empty()) {
-            PrintError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
-        }
-        exitCode = UsageOf(usage);
+std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, int &exitCode) {
+    if (!arguments.bad.empty()) {
+        exitCode = UsageError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
+        return nullptr;
+    }
+    if (arguments.positional.size() != 1) {
+        exitCode = UsageError();
         return nullptr;
     }
     std::wstring password;

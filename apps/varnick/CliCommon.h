@@ -9,6 +9,7 @@
 
 #include "CArchive.h"
 #include "CEngine.h"
+#include "platform/TerminalUiHost.h"
 #include "platform/WinTypes.h"
 
 namespace cli {
@@ -16,11 +17,50 @@ namespace cli {
 constexpr int kExitSuccess = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr int kExitCancelled = 3;
 
+// The options of the whole program, given anywhere on its command line.
+struct GlobalOptions {
+    bool quiet = false;  // no progress, nothing said on success
+    bool yes = false;    // every question answered yes, every conflict overwrite
+};
+
+// Takes --quiet (-q) and --yes (-y) out of `words`.
+GlobalOptions TakeGlobalOptions(std::vector<std::wstring> &words);
+// The options taken last.
+const GlobalOptions &Global();
+
+// The terminal host with the global options applied: --quiet draws no
+// progress and writes no texts, --yes answers before anybody is asked.
+class CommandLineUiHost : public platform::TerminalUiHost {
+public:
+    explicit CommandLineUiHost(const GlobalOptions &options) : options_(options) {}
+
+    int MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
+                   UINT flags) override;
+    std::optional<int> AskConflictAction(const platform::ConflictPrompt &prompt) override;
+    std::optional<platform::FolderDeleteAnswer> ConfirmFolderDelete(
+        const platform::FolderDeletePrompt &prompt) override;
+    std::optional<int> AskArcNameConflict(const platform::ArcNameConflictPrompt &prompt) override;
+    void ProgressChanged(HWND dialog) override;
+    void ProgressEnded(HWND dialog) override;
+    bool ShowText(HWND owner, const std::wstring &title, const std::wstring &text) override;
+
+private:
+    GlobalOptions options_;
+};
+
+// The result of a command on stdout.
 void Print(const std::wstring &text);
+// What a command says about a success; nothing with --quiet.
+void Say(const std::wstring &text);
+// "varnick: TEXT" on stderr.
 void PrintError(const std::wstring &text);
-// The usage line of one command on stderr; kExitUsage.
-int UsageOf(const char *line);
+// The usage of the command being run, set from the command table.
+void SetUsage(const char *usage);
+// That usage on stderr; kExitUsage. With a reason, the reason first.
+int UsageError();
+int UsageError(const std::wstring &reason);
 
 // The words of a command line split into options ("--name value" or
 // "--flag") and the rest, in order.
@@ -86,7 +126,6 @@ namespace cli {
 
 // The one ARCHIVE of a command line opened with its password and its
 // listing read; null on failure, with the reason told and `exitCode` set.
-std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, const char *usage,
-                                           int &exitCode);
+std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, int &exitCode);
 
 }  // namespace cli

@@ -18,9 +18,6 @@ namespace cli {
 
 namespace {
 
-constexpr const char *kCreateUsage =
-    "create ARCHIVE PATH... [--format NAME] [--level 0-9] [--password TEXT|--password-file FILE]";
-
 // The formats a new archive can be made in from the command line.
 constexpr format::type kCreatable[] = {format::zip, format::vnkx};
 
@@ -87,17 +84,18 @@ bool CollectContent(const std::vector<std::wstring> &paths, CNewArchiveContentLi
 int CreateCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments =
         ParseArguments(words, {}, {L"--format", L"--level", L"--password", L"--password-file"});
-    if (!arguments.bad.empty()) PrintError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
-    if (!arguments.bad.empty() || arguments.positional.size() < 2) return UsageOf(kCreateUsage);
+    if (!arguments.bad.empty()) {
+        return UsageError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
+    }
+    if (arguments.positional.size() < 2) return UsageError();
     format::type type = format::zip;
     if (!ChooseFormat(arguments, type)) {
-        PrintError(L"unknown format: name zip or vnkx with --format or the archive's extension");
-        return kExitUsage;
+        return UsageError(
+            L"unknown format: name zip or vnkx with --format or the archive's extension");
     }
     DWORD level = 0;
     if (arguments.Has(L"--level") && !ParseLevel(arguments.Value(L"--level"), level)) {
-        PrintError(L"the level is a digit from 0 to 9");
-        return kExitUsage;
+        return UsageError(L"the level is a digit from 0 to 9");
     }
     CNewArchiveContentList content;
     if (!CollectContent(arguments.positional, content)) return kExitFailure;

@@ -14,10 +14,6 @@ namespace cli {
 
 namespace {
 
-constexpr const char *kExpandUsage =
-    "expand ARCHIVE [-d FOLDER] [--overwrite|--skip] [--password TEXT|--password-file FILE]";
-constexpr const char *kVerifyUsage = "verify ARCHIVE [--password TEXT|--password-file FILE]";
-
 std::wstring CurrentFolder() {
     wchar_t current[1024];
     return GetCurrentDirectoryW(1024, current) ? std::wstring(current) : std::wstring(L".");
@@ -28,9 +24,10 @@ std::wstring CurrentFolder() {
 int ExpandCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {L"--overwrite", L"--skip"},
                                                {L"-d", L"--password", L"--password-file"});
-    if (arguments.Has(L"--overwrite") && arguments.Has(L"--skip")) return UsageOf(kExpandUsage);
+    if (arguments.Has(L"--overwrite") && arguments.Has(L"--skip"))
+        return UsageError(L"--overwrite and --skip exclude each other");
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kExpandUsage, exitCode);
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
     const std::wstring folder = arguments.Has(L"-d") ? arguments.Value(L"-d") : CurrentFolder();
     CFSUtils::ForceDirectories(folder.c_str());
@@ -53,11 +50,11 @@ int ExpandCommand(const std::vector<std::wstring> &words) {
 int VerifyCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {}, {L"--password", L"--password-file"});
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kVerifyUsage, exitCode);
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
     exitCode = session->Run(L"verify", [&] { return archive.Verify(); });
-    if (exitCode == kExitSuccess) Print(FormatW(L"%s: no errors\n", archive.name.c_str()));
+    if (exitCode == kExitSuccess) Say(FormatW(L"%s: no errors\n", archive.name.c_str()));
     return exitCode;
 }
 

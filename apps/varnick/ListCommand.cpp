@@ -16,9 +16,6 @@ namespace cli {
 
 namespace {
 
-constexpr const char *kListUsage = "list ARCHIVE [--json] [--password TEXT|--password-file FILE]";
-constexpr const char *kInfoUsage = "info ARCHIVE [--password TEXT|--password-file FILE]";
-
 std::wstring DateText(EngineDateTime ticks) {
     FILETIME time{static_cast<DWORD>(ticks & 0xFFFFFFFFu), static_cast<DWORD>(ticks >> 32)};
     wchar_t date[64] = {};
@@ -83,7 +80,7 @@ int ListCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments =
         ParseArguments(words, {L"--json"}, {L"--password", L"--password-file"});
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kListUsage, exitCode);
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
     const std::vector<CArchiveItem> &items = ItemsOf(session->Archive());
     if (arguments.Has(L"--json")) {
@@ -97,7 +94,7 @@ int ListCommand(const std::vector<std::wstring> &words) {
 int InfoCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {}, {L"--password", L"--password-file"});
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, kInfoUsage, exitCode);
+    std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
     Print(FormatW(L"archive          %s\n", archive.name.c_str()));

@@ -23,36 +23,6 @@ using cli::kExitUsage;
 using cli::Print;
 using cli::PrintError;
 
-int Usage(FILE *to) {
-    std::fputs(
-        "usage: varnick COMMAND [ARGUMENTS]\n"
-        "\n"
-        "commands:\n"
-        "  list ARCHIVE [--json]\n"
-        "                  one line an item: date, size, compressed size, path\n"
-        "  info ARCHIVE    format, access, sizes, counts, encryption and comment\n"
-        "  create ARCHIVE PATH... [--format zip|vnkx] [--level 0-9]\n"
-        "                  a new archive of the files and folders\n"
-        "  expand ARCHIVE [-d FOLDER] [--overwrite|--skip]\n"
-        "                  expand into FOLDER (the current folder without -d); an\n"
-        "                  existing file is kept unless --overwrite\n"
-        "  verify ARCHIVE  test every item of the archive\n"
-        "  ls [FOLDER]     list a folder: attributes, date, size and name of each entry\n"
-        "  folders         show the folders the product keeps its data in\n"
-        "  reg export [HIVE\\KEY]\n"
-        "                  print a registry key and everything below it (HIVE is\n"
-        "                  HKCU, HKLM, HKCR or HKU, or the long name); without a key,\n"
-        "                  the whole of HKCU, HKLM and HKCR\n"
-        "  --version       show the version\n"
-        "  --help          show this text\n"
-        "\n"
-        "The archive commands take --password TEXT or --password-file FILE;\n"
-        "without either, VARNICK_PASSWORD is used when set.\n"
-        "VARNICK_HOME, when set, moves every folder of the product below it.\n",
-        to);
-    return to == stderr ? kExitUsage : kExitSuccess;
-}
-
 std::wstring AttributeText(DWORD attributes) {
     std::wstring text = L"-----";
     if (attributes & FILE_ATTRIBUTE_DIRECTORY) text[0] = L'd';
@@ -170,10 +140,7 @@ int ExportRegistryKey(HKEY hive, const std::wstring &path) {
 }
 
 int RegistryCommand(const std::vector<std::wstring> &args) {
-    if (args.size() < 2 || args.size() > 3 || args[1] != L"export") {
-        std::fputs("usage: varnick reg export [HIVE\\KEY]\n", stderr);
-        return kExitUsage;
-    }
+    if (args.size() < 2 || args.size() > 3 || args[1] != L"export") return cli::UsageError();
     if (args.size() == 2) {
         for (HKEY hive : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT}) {
             const int result = ExportRegistryKey(hive, L"");
@@ -204,7 +171,7 @@ bool LoadResources() {
 }
 
 int ListFolderCommand(const std::vector<std::wstring> &rest) {
-    if (rest.size() > 1) return Usage(stderr);
+    if (rest.size() > 1) return cli::UsageError();
     wchar_t current[1024];
     std::wstring folder = rest.size() == 1                      ? rest[0]
                           : GetCurrentDirectoryW(1024, current) ? std::wstring(current)
@@ -213,7 +180,7 @@ int ListFolderCommand(const std::vector<std::wstring> &rest) {
 }
 
 int FoldersCommand(const std::vector<std::wstring> &rest) {
-    return rest.empty() ? ShowFolders() : Usage(stderr);
+    return rest.empty() ? ShowFolders() : cli::UsageError();
 }
 
 int RegistryExportCommand(const std::vector<std::wstring> &rest) {
@@ -222,38 +189,109 @@ int RegistryExportCommand(const std::vector<std::wstring> &rest) {
     return RegistryCommand(args);
 }
 
+// One subcommand: its name, what runs it, the line `varnick --help` shows
+// and the usage `varnick NAME --help` and every usage error show. A usage
+// may run over several lines: the synopsis first, then its options.
 struct Command {
     const wchar_t *name;
-    int (*run)(const std::vector<std::wstring> &rest);
+    int (*run)(const std::vector<std::wstring> &words);
+    const char *summary;
+    const char *usage;
 };
 
 const Command kCommands[] = {
-    {L"ls", ListFolderCommand},      {L"folders", FoldersCommand},
-    {L"reg", RegistryExportCommand}, {L"list", cli::ListCommand},
-    {L"info", cli::InfoCommand},     {L"expand", cli::ExpandCommand},
-    {L"verify", cli::VerifyCommand}, {L"create", cli::CreateCommand},
+    {L"create", cli::CreateCommand, "make a new archive of files and folders",
+     "create ARCHIVE PATH... [--format NAME] [--level 0-9] [PASSWORD]"},
+    {L"list", cli::ListCommand, "one line an item: date, size, compressed size, path",
+     "list ARCHIVE [--json] [PASSWORD]"},
+    {L"info", cli::InfoCommand, "format, access, sizes, counts, encryption and comment",
+     "info ARCHIVE [PASSWORD]"},
+    {L"expand", cli::ExpandCommand, "expand every item into a folder",
+     "expand ARCHIVE [-d FOLDER] [--overwrite|--skip] [PASSWORD]\n"
+     "  without -d, into the current folder; an existing file is kept unless --overwrite"},
+    {L"verify", cli::VerifyCommand, "test every item of the archive", "verify ARCHIVE [PASSWORD]"},
+    {L"ls", ListFolderCommand, "list a folder: attributes, date, size and name of each entry",
+     "ls [FOLDER]"},
+    {L"folders", FoldersCommand, "show the folders the product keeps its data in", "folders"},
+    {L"reg", RegistryExportCommand, "print a registry key and everything below it",
+     "reg export [HIVE\\KEY]\n"
+     "  HIVE is HKCU, HKLM, HKCR or HKU, or the long name; without a key, the whole of\n"
+     "  HKCU, HKLM and HKCR"},
 };
+
+// Said once below the commands and below every command's usage.
+constexpr const char *kCommonOptions =
+    "PASSWORD is --password TEXT or --password-file FILE; without either,\n"
+    "VARNICK_PASSWORD is used when set.\n"
+    "--quiet shows no progress and nothing on success (errors still go to stderr);\n"
+    "--yes answers every question with yes, and a conflict with overwrite.\n"
+    "VARNICK_HOME, when set, moves every folder of the product below it.\n";
+
+int Help() {
+    std::string text = "usage: varnick [--quiet] [--yes] COMMAND [ARGUMENTS]\n\ncommands:\n";
+    for (const Command &entry : kCommands) {
+        text += "  " + platform::ToUtf8(entry.name);
+        text.append(
+            entry.name[0] && std::wcslen(entry.name) < 10 ? 10 - std::wcslen(entry.name) : 1, ' ');
+        text += entry.summary;
+        text += "\n";
+    }
+    text += "  --version   show the version\n";
+    text += "\n'varnick COMMAND --help' shows the usage of a command.\n";
+    text += kCommonOptions;
+    std::fputs(text.c_str(), stdout);
+    return kExitSuccess;
+}
+
+int CommandHelp(const Command &entry) {
+    std::printf("usage: varnick %s\n\n%s.\n\n%s", entry.usage, entry.summary, kCommonOptions);
+    return kExitSuccess;
+}
+
+const Command *FindCommand(const std::wstring &name) {
+    for (const Command &entry : kCommands) {
+        if (name == entry.name) return &entry;
+    }
+    return nullptr;
+}
+
+bool AsksForHelp(const std::vector<std::wstring> &words) {
+    for (const std::wstring &word : words) {
+        if (word == L"--help" || word == L"-h") return true;
+    }
+    return false;
+}
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    // Message boxes and prompts of the library reach the user's terminal.
-    platform::TerminalUiHost terminal;
-    platform::ScopedUiHost installed(&terminal);
     std::vector<std::wstring> args;
     for (int i = 1; i < argc; ++i) args.push_back(platform::FromUtf8(argv[i]));
-    if (args.empty()) return Usage(stderr);
+    const cli::GlobalOptions global = cli::TakeGlobalOptions(args);
+    // Message boxes and prompts of the library reach the user's terminal.
+    cli::CommandLineUiHost host(global);
+    platform::ScopedUiHost installed(&host);
+    if (args.empty()) {
+        std::fputs(
+            "usage: varnick [--quiet] [--yes] COMMAND [ARGUMENTS]\n"
+            "'varnick --help' lists the commands.\n",
+            stderr);
+        return kExitUsage;
+    }
     const std::wstring &command = args[0];
-    if (command == L"--help" || command == L"-h" || command == L"help") return Usage(stdout);
+    if (command == L"--help" || command == L"-h" || command == L"help") return Help();
     if (command == L"--version") {
         Print(FormatW(L"varnick %s\n", CAppUtils::AppVersion()));
         return kExitSuccess;
     }
-    if (!LoadResources()) return kExitFailure;
-    const std::vector<std::wstring> rest(args.begin() + 1, args.end());
-    for (const Command &entry : kCommands) {
-        if (command == entry.name) return entry.run(rest);
+    const Command *entry = FindCommand(command);
+    if (!entry) {
+        PrintError(FormatW(L"unknown command '%s': 'varnick --help' lists them", command.c_str()));
+        return kExitUsage;
     }
-    PrintError(FormatW(L"unknown command '%s'", command.c_str()));
-    return Usage(stderr);
+    const std::vector<std::wstring> rest(args.begin() + 1, args.end());
+    if (AsksForHelp(rest)) return CommandHelp(*entry);
+    cli::SetUsage(entry->usage);
+    if (!LoadResources()) return kExitFailure;
+    return entry->run(rest);
 }
