@@ -2,13 +2,8 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
-#include <thread>
 
 #include "CAppUtils.h"
 #include "CArchiveItem.h"
@@ -19,11 +14,6 @@
 namespace cli {
 
 namespace {
-
-// Set from the SIGINT handler, read by the pump.
-std::atomic<bool> interrupted{false};
-
-void NoteInterrupt(int) { interrupted = true; }
 
 INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
 
@@ -212,23 +202,12 @@ ArchiveSession::ArchiveSession(const std::wstring &path) {
     archive_.silent = true;  // every failure is told once, here, on stderr
     archive_.noPrompts = !isatty(STDIN_FILENO);
     archive_.name = path;
-    archive_.endCallback = [](void *context, bool cancelled) {
-        auto *session = static_cast<ArchiveSession *>(context);
-        session->endCancelled_ = cancelled;
-        session->ended_ = true;
-    };
-    archive_.endContext = this;
-    previousInterruptHandler_ = std::signal(SIGINT, NoteInterrupt);
 }
 
 ArchiveSession::~ArchiveSession() {
     // The worker must be over before the archive goes.
-    while (archive_.Busy()) {
-        CAppUtils::ProcessMessages();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    CArchiveRunLoop::WaitUntilIdle(archive_);
     if (parent_) DestroyWindow(parent_);
-    std::signal(SIGINT, previousInterruptHandler_);
 }
 
 bool ArchiveSession::ReadInfo() {
@@ -245,33 +224,30 @@ bool ArchiveSession::ReadInfo() {
     return false;
 }
 
-int ArchiveSession::WaitForEnd(const wchar_t *what) {
-    while (!ended_ || archive_.Busy()) {
-        if (interrupted.exchange(false)) {
-            archive_.Cancel();
-            userCancelled_ = true;
-        }
-        CAppUtils::ProcessMessages();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+int ArchiveSession::Run(const wchar_t *what, const std::function<bool()> &start) {
+    return ExitCodeOf(what, loop_.Run(archive_, start));
+}
+
+int ArchiveSession::ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome) {
+    switch (outcome) {
+        case kArchiveRunSucceeded:
+            return kExitSuccess;
+        case kArchiveRunInterrupted:
+            PrintError(FormatW(L"%s: interrupted", what));
+            return kExitCancelled;
+        case kArchiveRunCancelled:
+            // A question of the library that no one answered: the password
+            // of an encrypted archive, or a conflict. The library forgets
+            // which at the end of the run.
+            if (holdsEncryptedItems_) {
+                return ReportFailure(
+                    what, archive_.password.empty() ? kEnginePasswordNeeded : kEngineWrongPassword);
+            }
+            PrintError(FormatW(L"%s: stopped at a question no one answered", what));
+            return kExitFailure;
+        default:
+            return ReportFailure(what, archive_.lastResult);
     }
-    archive_.DisposeOfProgress();
-    if (userCancelled_) {
-        PrintError(FormatW(L"%s: interrupted", what));
-        return kExitCancelled;
-    }
-    // Otherwise a cancelled run is a question of the library
-    // that no one answered: the password of an encrypted archive, or a
-    // conflict. The library forgets which at the end of the run.
-    if (endCancelled_ || archive_.cancelled) {
-        if (holdsEncryptedItems_) {
-            return ReportFailure(
-                what, archive_.password.empty() ? kEnginePasswordNeeded : kEngineWrongPassword);
-        }
-        PrintError(FormatW(L"%s: stopped at a question no one answered", what));
-        return kExitFailure;
-    }
-    if (archive_.lastResult != 0) return ReportFailure(what, archive_.lastResult);
-    return kExitSuccess;
 }
 
 int ArchiveSession::ReportFailure(const wchar_t *what, EngineResult code) {

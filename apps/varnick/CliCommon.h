@@ -3,11 +3,13 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CArchive.h"
+#include "CArchiveRunLoop.h"
 #include "CEngine.h"
 #include "platform/TerminalUiHost.h"
 #include "platform/WinTypes.h"
@@ -83,7 +85,8 @@ Arguments ParseArguments(const std::vector<std::wstring> &words,
 bool ResolvePassword(const Arguments &arguments, std::wstring &password);
 
 // One archive in a session of the engine, with a hidden parent window whose
-// message pump carries the progress on the terminal.
+// message pump carries the progress on the terminal. While a session lives,
+// Ctrl-C cancels its running operation.
 class ArchiveSession {
 public:
     explicit ArchiveSession(const std::wstring &path);
@@ -92,31 +95,25 @@ public:
     ArchiveSession &operator=(const ArchiveSession &) = delete;
 
     CArchive &Archive() { return archive_; }
+    CEngine &Engine() { return engine_; }
+    HWND ParentWindow() const { return parent_; }
     // Whether the archive or any item of its listing is encrypted.
     bool HoldsEncryptedItems() const { return holdsEncryptedItems_; }
 
     // Reads format, sizes and listing; on failure the reason is on stderr.
     bool ReadInfo();
     // Starts an operation of the archive's worker with `start` and pumps
-    // messages until its end; kExitSuccess or kExitFailure (reported).
-    template <typename Start>
-    int Run(const wchar_t *what, Start start) {
-        ended_ = false;
-        if (!start()) return ReportFailure(what, archive_.lastResult);
-        return WaitForEnd(what);
-    }
+    // messages until its end; an exit code, any failure told on stderr.
+    int Run(const wchar_t *what, const std::function<bool()> &start);
     int ReportFailure(const wchar_t *what, EngineResult code);
 
 private:
-    int WaitForEnd(const wchar_t *what);
+    int ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome);
 
     CEngine engine_;
     HWND parent_ = nullptr;
     CArchive archive_;
-    bool ended_ = false;
-    bool endCancelled_ = false;
-    bool userCancelled_ = false;  // by Ctrl-C
-    void (*previousInterruptHandler_)(int) = nullptr;
+    CArchiveRunLoop loop_;
     bool holdsEncryptedItems_ = false;  // as the listing of ReadInfo saw it
 };
 
