@@ -210,6 +210,25 @@ const Command kCommands[] = {
      "expand ARCHIVE [-d FOLDER] [--overwrite|--skip] [PASSWORD]\n"
      "  without -d, into the current folder; an existing file is kept unless --overwrite"},
     {L"verify", cli::VerifyCommand, "test every item of the archive", "verify ARCHIVE [PASSWORD]"},
+    {L"add", cli::AddCommand, "add files and folders to an archive",
+     "add ARCHIVE PATH... [--into FOLDER] [PASSWORD]\n"
+     "  --into puts them in FOLDER at the top of the archive, made when missing;\n"
+     "  PASSWORD encrypts what is added"},
+    {L"remove", cli::RemoveCommand, "remove items from an archive",
+     "remove ARCHIVE ITEM... [PASSWORD]"},
+    {L"rename", cli::RenameCommand, "give an item of an archive a new name",
+     "rename ARCHIVE ITEM NEWNAME [PASSWORD]"},
+    {L"mkdir", cli::MkdirCommand, "make a new folder in an archive",
+     "mkdir ARCHIVE PARENT NAME [PASSWORD]\n  PARENT / is the top of the archive"},
+    {L"comment", cli::CommentCommand, "show the comment of an archive, or set it (vnkx)",
+     "comment ARCHIVE [TEXT] [PASSWORD]"},
+    {L"encrypt", cli::EncryptCommand, "encrypt every item of an archive with a new password",
+     "encrypt ARCHIVE [PASSWORD]\n  without PASSWORD the new one is asked twice on the terminal"},
+    {L"decrypt", cli::DecryptCommand, "take the encryption off an archive",
+     "decrypt ARCHIVE [PASSWORD]\n  without PASSWORD it is asked on the terminal"},
+    {L"recover", cli::RecoverCommand, "write a repaired copy of a damaged archive",
+     "recover ARCHIVE -d FOLDER [PASSWORD]\n"
+     "  the copy keeps the archive's name, in FOLDER (not the archive's own folder)"},
     {L"ls", ListFolderCommand, "list a folder: attributes, date, size and name of each entry",
      "ls [FOLDER]"},
     {L"folders", FoldersCommand, "show the folders the product keeps its data in", "folders"},

@@ -1,0 +1,151 @@
+// varnick encrypt, decrypt and recover: the archive is written anew by the
+// library (encryption added or taken away, or a repaired copy in a folder)
+// while this thread pumps the progress on the terminal.
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CFSUtils.h"
+#include "CFormatOptionsRepository.h"
+#include "CPassword.h"
+#include "CliCommon.h"
+#include "Commands.h"
+#include "platform/UiHost.h"
+#include "platform/Win32.h"
+
+namespace cli {
+
+namespace {
+
+const std::vector<std::wstring> kPasswordOptions = {L"--password", L"--password-file"};
+
+// The library asks the user where a recovered archive goes; the command
+// line has said it already.
+class RecoveryFolderHost : public CommandLineUiHost {
+public:
+    explicit RecoveryFolderHost(std::wstring folder)
+        : CommandLineUiHost(Global()), folder_(std::move(folder)) {}
+
+    std::optional<std::wstring> ChooseDirectory(const platform::DirectoryPrompt &) override {
+        return folder_;
+    }
+
+private:
+    std::wstring folder_;
+};
+
+// The one ARCHIVE of the command line with its listing read, before any
+// password is known: what it holds tells whether it is encrypted.
+std::unique_ptr<ArchiveSession> OpenWithoutPassword(const Arguments &arguments, int &exitCode) {
+    if (!CheckWords(arguments, 1, 1, exitCode)) return nullptr;
+    auto session = std::make_unique<ArchiveSession>(arguments.positional[0]);
+    if (!session->ReadInfo()) {
+        exitCode = kExitFailure;
+        return nullptr;
+    }
+    return session;
+}
+
+// The password of the command line, or else one typed at the prompt of the
+// library (twice for a new one); nothing when neither gives one (told).
+std::optional<std::wstring> PasswordFor(const Arguments &arguments, ArchiveSession &session,
+                                        bool isNew) {
+    std::wstring password;
+    if (!ResolvePassword(arguments, password)) return std::nullopt;
+    if (!password.empty()) return password;
+    CArchive &archive = session.Archive();
+    CPassword prompt(archive.parentWindow, archive.name.c_str(), isNew, false);
+    if (prompt.Run() && !prompt.password.empty()) return prompt.password;
+    PrintError(FormatW(L"%s: %s", archive.name.c_str(),
+                       isNew ? L"a new password is needed: give --password"
+                             : L"the archive is encrypted: give --password"));
+    return std::nullopt;
+}
+
+}  // namespace
+
+int EncryptCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments = ParseArguments(words, {}, kPasswordOptions);
+    int exitCode = kExitSuccess;
+    std::unique_ptr<ArchiveSession> session = OpenWithoutPassword(arguments, exitCode);
+    if (!session) return exitCode;
+    CArchive &archive = session->Archive();
+    if (session->HoldsEncryptedItems()) {
+        PrintError(
+            FormatW(L"encrypt %s: already encrypted (decrypt it first)", archive.name.c_str()));
+        return kExitFailure;
+    }
+    const std::optional<std::wstring> password = PasswordFor(arguments, *session, true);
+    if (!password) return kExitFailure;
+    CFormatOptionsRepository formatOptions;
+    archive.formatOptions = &formatOptions;
+    archive.encrypted = false;
+    exitCode = session->Run(L"encrypt", [&] { return archive.Encrypt(password->c_str()); });
+    archive.formatOptions = nullptr;
+    // The library says nothing when the new file cannot take the old one's
+    // place; only a finished run marks the archive encrypted.
+    if (exitCode == kExitSuccess && !archive.encrypted) {
+        PrintError(FormatW(L"encrypt %s: the encrypted archive could not replace the old one",
+                           archive.name.c_str()));
+        return kExitFailure;
+    }
+    return exitCode;
+}
+
+int DecryptCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments = ParseArguments(words, {}, kPasswordOptions);
+    int exitCode = kExitSuccess;
+    std::unique_ptr<ArchiveSession> session = OpenWithoutPassword(arguments, exitCode);
+    if (!session) return exitCode;
+    CArchive &archive = session->Archive();
+    if (!session->HoldsEncryptedItems() && !archive.IsEncrypted()) {
+        PrintError(FormatW(L"decrypt %s: the archive is not encrypted", archive.name.c_str()));
+        return kExitFailure;
+    }
+    const std::optional<std::wstring> password = PasswordFor(arguments, *session, false);
+    if (!password) return kExitFailure;
+    if (!archive.VerifyPassword(password->c_str())) {
+        return session->ReportFailure(L"decrypt", kEngineWrongPassword);
+    }
+    archive.password = *password;
+    exitCode =
+        session->Run(L"decrypt", [&] { return archive.RemoveEncryption(password->c_str()); });
+    if (exitCode == kExitSuccess && !archive.password.empty()) {
+        PrintError(FormatW(L"decrypt %s: the decrypted archive could not replace the old one",
+                           archive.name.c_str()));
+        return kExitFailure;
+    }
+    return exitCode;
+}
+
+int RecoverCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments =
+        ParseArguments(words, {}, {L"-d", L"--password", L"--password-file"});
+    int exitCode = kExitSuccess;
+    if (!CheckWords(arguments, 1, 1, exitCode)) return exitCode;
+    if (!arguments.Has(L"-d")) return UsageError(L"recover needs -d FOLDER");
+    std::wstring password;
+    if (!ResolvePassword(arguments, password)) return kExitFailure;
+    ArchiveSession session(arguments.positional[0]);
+    CArchive &archive = session.Archive();
+    // A damaged archive may not list, so it is not read first.
+    if (!CFSUtils::FileExists(archive.name.c_str())) {
+        return session.ReportFailure(L"recover", ERROR_FILE_NOT_FOUND);
+    }
+    std::wstring folder;
+    exitCode = PrepareDestination(arguments.Value(L"-d"), folder);
+    if (exitCode != kExitSuccess) return exitCode;
+    archive.password = password;
+    RecoveryFolderHost host(folder);
+    platform::ScopedUiHost answering(&host);
+    exitCode = session.Run(L"recover", [&] { return archive.Recover(); });
+    if (exitCode == kExitSuccess) {
+        Say(FormatW(
+            L"recovered into %s\n",
+            platform::JoinPath(folder, CFSUtils::ExtractFileName(archive.name.c_str())).c_str()));
+    }
+    return exitCode;
+}
+
+}  // namespace cli
