@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "CAppOptionsRepository.h"
 #include "CAppUtils.h"
 #include "CArchiveItem.h"
 #include "CArchiveObject.h"
@@ -47,6 +48,8 @@ namespace {
 
 GlobalOptions globalOptions;
 const char *commandUsage = "COMMAND [ARGUMENTS]";
+std::optional<std::wstring> presetPassword;
+std::optional<int> presetConflictAction;
 
 }  // namespace
 
@@ -82,7 +85,15 @@ int CommandLineUiHost::MessageBox(HWND owner, const std::wstring &text, const st
     return TerminalUiHost::MessageBox(owner, text, caption, flags);
 }
 
+std::optional<std::wstring> CommandLineUiHost::AskPassword(const platform::PasswordPrompt &prompt) {
+    // A refused preset is not offered again: the terminal asks, if there is one.
+    if (presetPassword && !prompt.passwordWrong && !prompt.confirm) return presetPassword;
+    presetPassword.reset();
+    return TerminalUiHost::AskPassword(prompt);
+}
+
 std::optional<int> CommandLineUiHost::AskConflictAction(const platform::ConflictPrompt &prompt) {
+    if (presetConflictAction) return presetConflictAction;
     if (options_.yes) return platform::kConflictReplaceAll;
     return TerminalUiHost::AskConflictAction(prompt);
 }
@@ -112,6 +123,10 @@ bool CommandLineUiHost::ShowText(HWND owner, const std::wstring &title, const st
     if (options_.quiet) return true;
     return TerminalUiHost::ShowText(owner, title, text);
 }
+
+void AnswerPasswordWith(const std::wstring &password) { presetPassword = password; }
+
+void AnswerConflictsWith(int action) { presetConflictAction = action; }
 
 void Print(const std::wstring &text) { std::fputs(platform::ToUtf8(text).c_str(), stdout); }
 
@@ -148,6 +163,14 @@ std::wstring Arguments::Value(const std::wstring &name) const {
         if (option.first == name) value = option.second;  // the last one wins
     }
     return value;
+}
+
+std::vector<std::wstring> Arguments::Values(const std::wstring &name) const {
+    std::vector<std::wstring> values;
+    for (const auto &option : options) {
+        if (option.first == name) values.push_back(option.second);
+    }
+    return values;
 }
 
 Arguments ParseArguments(const std::vector<std::wstring> &words,
@@ -192,6 +215,65 @@ bool ResolvePassword(const Arguments &arguments, std::wstring &password) {
         password = platform::FromUtf8(fromEnvironment);
     }
     return true;
+}
+
+const std::vector<std::wstring> kConflictFlags = {L"--overwrite", L"--skip", L"--rename", L"--ask"};
+
+bool ApplyConflictFlags(const Arguments &arguments, CAppOptionsRepository &options) {
+    int given = 0;
+    for (const std::wstring &flag : kConflictFlags) given += arguments.Has(flag) ? 1 : 0;
+    if (given > 1) {
+        UsageError(L"--overwrite, --skip, --rename and --ask exclude each other");
+        return false;
+    }
+    const bool terminal = isatty(STDIN_FILENO) && isatty(STDERR_FILENO);
+    if (arguments.Has(L"--ask") && !terminal) {
+        UsageError(L"--ask needs a terminal to ask on");
+        return false;
+    }
+    // Replacing merges into a folder that is there, so files the archive
+    // does not hold survive. Without a choice the library asks through the
+    // terminal, and without a terminal the answer is to keep what is there.
+    options.ExpandMergeContents = true;
+    if (arguments.Has(L"--overwrite")) {
+        options.ExpandConflictMethod = kResolutionReplace;
+    } else if (arguments.Has(L"--rename")) {
+        options.ExpandConflictMethod = kResolutionKeepBoth;
+    } else {
+        options.ExpandConflictMethod = kResolutionAsk;
+        // The library clears "apply to all" when a run starts, so a skip
+        // is answered to each question instead.
+        if (arguments.Has(L"--skip")) AnswerConflictsWith(platform::kConflictSkipAll);
+    }
+    return true;
+}
+
+const std::vector<WritableFormat> &WritableFormats() {
+    static const std::vector<WritableFormat> formats = {
+        {L"zip", {}, format::zip},
+        {L"vnkx", {}, format::vnkx},
+        {L"vnk", {}, format::vnk},
+        {L"7z", {}, format::sevenz},
+        {L"tar", {}, format::tar},
+        // A ".tar.gz" is written as the library writes ".tgz": a tar with
+        // gzip around it (its own row names a single gzip file).
+        {L"tgz", {L"tar.gz", L"targz"}, format::tgz},
+        {L"tbz2", {L"tar.bz2", L"tbz", L"tarbz2"}, format::tbz2},
+        {L"gz", {L"gzip"}, format::gz},
+        {L"bz2", {L"bzip2"}, format::bz2},
+    };
+    return formats;
+}
+
+const WritableFormat *FindWritableFormat(const std::wstring &text) {
+    const std::wstring name = !text.empty() && text[0] == L'.' ? text.substr(1) : text;
+    for (const WritableFormat &writable : WritableFormats()) {
+        if (platform::EqualsNoCase(name, writable.name)) return &writable;
+        for (const wchar_t *alias : writable.aliases) {
+            if (platform::EqualsNoCase(name, alias)) return &writable;
+        }
+    }
+    return nullptr;
 }
 
 ArchiveSession::ArchiveSession(const std::wstring &path) {
@@ -281,6 +363,34 @@ std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, int &exit
         return nullptr;
     }
     return session;
+}
+
+}  // namespace cli
+
+namespace cli {
+
+int MakeSelfExtracting(ArchiveSession &session) {
+    CArchive &archive = session.Archive();
+    const format::type type = archive.formatType;
+    if (type != format::zip && type != format::vnkx) {
+        PrintError(FormatW(L"sfx %s: only zip and vnkx archives become self-extracting",
+                           archive.name.c_str()));
+        return kExitFailure;
+    }
+    const std::wstring source = archive.name;
+    const int exitCode = session.Run(L"sfx", [&] {
+        return type == format::vnkx ? archive.MakeSeaVnkx() : archive.MakeSeaZip();
+    });
+    if (exitCode != kExitSuccess) return exitCode;
+    // The library leaves the program in its temporary folder.
+    const std::wstring made = archive.name;
+    const std::wstring target = MakeUniqueArchiveName(source.c_str(), L".exe", nullptr);
+    if (!MoveFileW(made.c_str(), target.c_str())) {
+        archive.name = target;
+        return session.ReportFailure(L"sfx", static_cast<EngineResult>(GetLastError()));
+    }
+    archive.name = target;
+    return kExitSuccess;
 }
 
 }  // namespace cli

@@ -5,14 +5,18 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "CArchive.h"
 #include "CArchiveRunLoop.h"
 #include "CEngine.h"
+#include "FormatCatalogue.h"
 #include "platform/TerminalUiHost.h"
 #include "platform/WinTypes.h"
+
+class CAppOptionsRepository;
 
 namespace cli {
 
@@ -40,6 +44,7 @@ public:
 
     int MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
                    UINT flags) override;
+    std::optional<std::wstring> AskPassword(const platform::PasswordPrompt &prompt) override;
     std::optional<int> AskConflictAction(const platform::ConflictPrompt &prompt) override;
     std::optional<platform::FolderDeleteAnswer> ConfirmFolderDelete(
         const platform::FolderDeletePrompt &prompt) override;
@@ -51,6 +56,13 @@ public:
 private:
     GlobalOptions options_;
 };
+
+// Answers a command gives ahead of the library's questions, for the runs
+// that cannot take them any other way: the password of an archive being
+// opened (a refused one is asked on the terminal), and the choice for every
+// conflict.
+void AnswerPasswordWith(const std::wstring &password);
+void AnswerConflictsWith(int action);
 
 // The result of a command on stdout.
 void Print(const std::wstring &text);
@@ -73,6 +85,8 @@ struct Arguments {
 
     bool Has(const std::wstring &name) const;
     std::wstring Value(const std::wstring &name) const;
+    // Every value of a repeatable option, in order.
+    std::vector<std::wstring> Values(const std::wstring &name) const;
 };
 
 // `flags` are options without a value, `valued` options with one.
@@ -83,6 +97,25 @@ Arguments ParseArguments(const std::vector<std::wstring> &words,
 // The password of --password, --password-file or VARNICK_PASSWORD, in that
 // order; empty when none is given. False when the file cannot be read.
 bool ResolvePassword(const Arguments &arguments, std::wstring &password);
+
+// The options that say what to do when an item to be written is there:
+// --overwrite, --skip, --rename (keep both) and --ask.
+extern const std::vector<std::wstring> kConflictFlags;
+// Sets the expand conflict method of `options` from those flags; false (a
+// usage error told) for two of them, or --ask without a terminal.
+bool ApplyConflictFlags(const Arguments &arguments, CAppOptionsRepository &options);
+
+// A format `create` writes: the name the command line uses, other names it
+// takes, and the library's format.
+struct WritableFormat {
+    const wchar_t *name;
+    std::vector<const wchar_t *> aliases;
+    format::type type;
+};
+const std::vector<WritableFormat> &WritableFormats();
+// The writable format of a name or extension (any case, with or without
+// the dot); null for none.
+const WritableFormat *FindWritableFormat(const std::wstring &text);
 
 // One archive in a session of the engine, with a hidden parent window whose
 // message pump carries the progress on the terminal. While a session lives,
@@ -120,6 +153,11 @@ private:
 }  // namespace cli
 
 namespace cli {
+
+// Turns the session's zip or vnkx archive into a self-extracting program
+// "NAME.exe" beside it (the next free name); the session's archive name
+// becomes the program's. An exit code, failures told.
+int MakeSelfExtracting(ArchiveSession &session);
 
 // The one ARCHIVE of a command line opened with its password and its
 // listing read; null on failure, with the reason told and `exitCode` set.

@@ -22,23 +22,17 @@ std::wstring CurrentFolder() {
 }  // namespace
 
 int ExpandCommand(const std::vector<std::wstring> &words) {
-    const Arguments arguments = ParseArguments(words, {L"--overwrite", L"--skip"},
-                                               {L"-d", L"--password", L"--password-file"});
-    if (arguments.Has(L"--overwrite") && arguments.Has(L"--skip"))
-        return UsageError(L"--overwrite and --skip exclude each other");
+    const Arguments arguments =
+        ParseArguments(words, kConflictFlags, {L"-d", L"--password", L"--password-file"});
+    CAppOptionsRepository options;
+    if (!ApplyConflictFlags(arguments, options)) return kExitUsage;
     int exitCode = kExitSuccess;
     std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
     const std::wstring folder = arguments.Has(L"-d") ? arguments.Value(L"-d") : CurrentFolder();
     CFSUtils::ForceDirectories(folder.c_str());
-    // The stored options with the answer of the command line. Replacing
-    // merges into a folder that is there, so files the archive does not hold
-    // survive. Otherwise the library asks about each conflict through the
-    // terminal; without a terminal the answer is to keep what is there.
-    CAppOptionsRepository options;
-    const bool overwrite = arguments.Has(L"--overwrite");
-    options.ExpandConflictMethod = overwrite ? kResolutionReplace : kResolutionAsk;
-    options.ExpandMergeContents = true;
+    // "Delete the archive after expanding" is never taken from the stored
+    // options here.
     options.DeleteArcAfterExpand = false;
     CArchive &archive = session->Archive();
     archive.appOptions = &options;

@@ -201,14 +201,35 @@ struct Command {
 
 const Command kCommands[] = {
     {L"create", cli::CreateCommand, "make a new archive of files and folders",
-     "create ARCHIVE PATH... [--format NAME] [--level 0-9] [PASSWORD]"},
+     "create ARCHIVE PATH... [OPTIONS] [PASSWORD]\n"
+     "  --format NAME       zip, vnkx, vnk, 7z, tar, tgz (tar.gz), tbz2 (tar.bz2), gz, bz2;\n"
+     "                      without it, the archive's extension names the format\n"
+     "  --level 0-9         the compression level (zip and vnkx)\n"
+     "  --method NAME       vnkx: deflate, bzip2, lzma2, ppmd, zstd, store, lz4, brotli,\n"
+     "                      lzma2-large; zip: store, deflate\n"
+     "  --mask PATTERN      take only files below the folders whose names match; give it\n"
+     "                      again or separate patterns with ';' (\"*.txt;*.md\")\n"
+     "  --per-item          one archive for each PATH, in the folder of ARCHIVE, whose\n"
+     "                      extension names the format\n"
+     "  --timestamp         add the local date and time to the archive's name\n"
+     "  --delete-sources    delete the files and folders once they are archived\n"
+     "  --sfx               make a self-extracting program NAME.exe (zip, vnkx)\n"
+     "  --ask-password      ask for a password, twice, without echo\n"
+     "  vnkx only:\n"
+     "  --segment-size N    split into segments of N bytes (k, M, G: 1024 multiples)\n"
+     "  --index             also write an index of the archive (a .vidx file)\n"
+     "  --redundancy N      add N percent (0-50) of recovery data\n"
+     "  --comment TEXT      the archive's comment"},
     {L"list", cli::ListCommand, "one line an item: date, size, compressed size, path",
      "list ARCHIVE [--json] [PASSWORD]"},
     {L"info", cli::InfoCommand, "format, access, sizes, counts, encryption and comment",
      "info ARCHIVE [PASSWORD]"},
     {L"expand", cli::ExpandCommand, "expand every item into a folder",
-     "expand ARCHIVE [-d FOLDER] [--overwrite|--skip] [PASSWORD]\n"
-     "  without -d, into the current folder; an existing file is kept unless --overwrite"},
+     "expand ARCHIVE [-d FOLDER] [--overwrite|--skip|--rename|--ask] [PASSWORD]\n"
+     "  without -d, into the current folder. An item that is there already is\n"
+     "  asked about on a terminal and kept otherwise; --overwrite replaces it (a\n"
+     "  folder is merged into), --skip keeps it without asking, --rename writes the\n"
+     "  new one under a free name, --ask always asks"},
     {L"verify", cli::VerifyCommand, "test every item of the archive", "verify ARCHIVE [PASSWORD]"},
     {L"add", cli::AddCommand, "add files and folders to an archive",
      "add ARCHIVE PATH... [--into FOLDER] [PASSWORD]\n"
