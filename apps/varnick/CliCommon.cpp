@@ -276,6 +276,15 @@ const WritableFormat *FindWritableFormat(const std::wstring &text) {
     return nullptr;
 }
 
+const WritableFormat *WritableFormatOf(format::type type) {
+    if (type == format::targz) type = format::tgz;
+    if (type == format::tarbz2) type = format::tbz2;
+    for (const WritableFormat &writable : WritableFormats()) {
+        if (writable.type == type) return &writable;
+    }
+    return nullptr;
+}
+
 ArchiveSession::ArchiveSession(const std::wstring &path) {
     parent_ = CreateDialogParamW(nullptr, MAKEINTRESOURCEW(1), nullptr, SilentDialogProc, 0);
     archive_.engine = &engine_;

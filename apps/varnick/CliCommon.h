@@ -116,6 +116,9 @@ const std::vector<WritableFormat> &WritableFormats();
 // The writable format of a name or extension (any case, with or without
 // the dot); null for none.
 const WritableFormat *FindWritableFormat(const std::wstring &text);
+// The writable format a format of the catalogue is written as (".tar.gz"
+// as ".tgz"); null for one `create` does not write.
+const WritableFormat *WritableFormatOf(format::type type);
 
 // One archive in a session of the engine, with a hidden parent window whose
 // message pump carries the progress on the terminal. While a session lives,

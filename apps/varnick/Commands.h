@@ -26,6 +26,10 @@ int CommentCommand(const std::vector<std::wstring> &words);
 int RecoverCommand(const std::vector<std::wstring> &words);
 int EncryptCommand(const std::vector<std::wstring> &words);
 int DecryptCommand(const std::vector<std::wstring> &words);
+int ConvertCommand(const std::vector<std::wstring> &words);
+int SfxCommand(const std::vector<std::wstring> &words);
+int DigestCommand(const std::vector<std::wstring> &words);
+int FormatsCommand(const std::vector<std::wstring> &words);
 
 // What the commands on chosen items share (EditCommands.cpp).
 constexpr std::size_t kAnyCount = static_cast<std::size_t>(-1);

@@ -67,15 +67,9 @@ bool ChooseFormat(const Arguments &arguments, format::type &chosen) {
         if (named) chosen = named->type;
         return named != nullptr;
     }
-    format::type byName = GetFormatType(arguments.positional[0].c_str());
-    if (byName == format::targz) byName = format::tgz;
-    for (const WritableFormat &writable : WritableFormats()) {
-        if (writable.type == byName) {
-            chosen = byName;
-            return true;
-        }
-    }
-    return false;
+    const WritableFormat *byName = WritableFormatOf(GetFormatType(arguments.positional[0].c_str()));
+    if (byName) chosen = byName->type;
+    return byName != nullptr;
 }
 
 bool ParseLevel(const std::wstring &text, DWORD &level) {
@@ -191,9 +185,8 @@ bool ReadRequest(const Arguments &arguments, CreateRequest &request) {
         !ParseMethod(request.type, arguments.Value(L"--method"), request.method)) {
         UsageError(vnkx ? L"the vnkx methods are deflate, bzip2, lzma2, ppmd, zstd, store, lz4, "
                           L"brotli and lzma2-large"
-                   : request.type == format::zip
-                       ? L"the zip methods are store and deflate"
-                       : L"--method is for zip and vnkx archives");
+                   : request.type == format::zip ? L"the zip methods are store and deflate"
+                                                 : L"--method is for zip and vnkx archives");
         return false;
     }
     if (arguments.Has(L"--segment-size") &&
@@ -319,6 +312,9 @@ int CreateCommand(const std::vector<std::wstring> &words) {
                         L"--redundancy", L"--comment", L"--password", L"--password-file"});
     CreateRequest request;
     if (!ReadRequest(arguments, request)) return kExitUsage;
+    std::wstring folder;
+    if (PrepareDestination(platform::ParentPath(request.archive), folder) != kExitSuccess)
+        return kExitFailure;
     CNewArchiveContentList content;
     if (!CollectContent(request.paths, content)) return kExitFailure;
     ApplyContentOptions(arguments, request, content);

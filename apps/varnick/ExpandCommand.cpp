@@ -5,21 +5,11 @@
 #include <vector>
 
 #include "CAppOptionsRepository.h"
-#include "CFSUtils.h"
 #include "CliCommon.h"
 #include "Commands.h"
 #include "platform/Win32.h"
 
 namespace cli {
-
-namespace {
-
-std::wstring CurrentFolder() {
-    wchar_t current[1024];
-    return GetCurrentDirectoryW(1024, current) ? std::wstring(current) : std::wstring(L".");
-}
-
-}  // namespace
 
 int ExpandCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments =
@@ -29,8 +19,9 @@ int ExpandCommand(const std::vector<std::wstring> &words) {
     int exitCode = kExitSuccess;
     std::unique_ptr<ArchiveSession> session = OpenListed(arguments, exitCode);
     if (!session) return exitCode;
-    const std::wstring folder = arguments.Has(L"-d") ? arguments.Value(L"-d") : CurrentFolder();
-    CFSUtils::ForceDirectories(folder.c_str());
+    std::wstring folder;
+    exitCode = PrepareDestination(arguments.Value(L"-d"), folder);
+    if (exitCode != kExitSuccess) return exitCode;
     // "Delete the archive after expanding" is never taken from the stored
     // options here.
     options.DeleteArcAfterExpand = false;
