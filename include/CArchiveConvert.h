@@ -4,8 +4,8 @@
 // converted one file after another.
 //
 // The source is never deleted or changed. A cancelled password prompt or a
-// cancelled run gives false without any message; other failures are logged,
-// and a full disk (result 6) shows a message box. Engine progress arrives
+// cancelled run gives false without any message; result 6 is shown in the
+// engine's error box, other failures are logged. Engine progress arrives
 // through the engine's notification callback on the calling thread.
 #pragma once
 

@@ -42,6 +42,6 @@ int main(int argc, char **argv) {
     platform::TerminalUiHost terminal;
     platform::ScopedUiHost installed(&terminal);
     if (!LoadResources()) return kJobFailed;
-    JobRunner runner;
+    JobRunner runner("varnick-cmdline");
     return runner.Run(platform::FromUtf8(path));
 }

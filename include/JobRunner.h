@@ -1,6 +1,9 @@
 // The runner of one job file: reads the request, runs it through CArchive on
 // this thread's message pump (so the terminal host can draw the progress
-// window), and tells the outcome as an exit code.
+// window), and tells the outcome as an exit code. Both command-line
+// programs run jobs through it; the host installs its UI host and the
+// resource libraries first. SIGINT cancels the running operation for as
+// long as a runner lives.
 #pragma once
 
 #include <cstdio>
@@ -39,7 +42,8 @@ enum JOB_EXIT : int {
 
 class JobRunner {
 public:
-    JobRunner();
+    // `program` begins every line the runner writes on stderr.
+    explicit JobRunner(const char *program);
     ~JobRunner();
     JobRunner(const JobRunner &) = delete;
     JobRunner &operator=(const JobRunner &) = delete;
@@ -56,7 +60,7 @@ private:
     int ExpandToFolder();
     int ExpandHere();
     int Verify();
-    int ConvertTo(format::type target, const wchar_t *extension);
+    int ConvertTo(format::type target);
     int MakeSelfExtracting();
     int CompressAndMail();
 
@@ -65,9 +69,11 @@ private:
     int RunOperation(const wchar_t *what, const std::function<bool()> &start);
     int ReportFailure(const wchar_t *what, EngineResult code);
     void Note(const std::wstring &text);
+    void PrintError(const std::wstring &text) const;
     void AnnounceDelivery();
     bool ExpandInto(const std::wstring &folder);
 
+    std::string program_;
     CEngine engine_;
     HWND parent_ = nullptr;
     std::unique_ptr<CArchiveINI> job_;

@@ -2,6 +2,7 @@
 
 #include "CAppUtils.h"
 #include "CArchive.h"
+#include "CArchiveConvert.h"
 #include "CArchiveRunLoop.h"
 #include "CFSUtils.h"
 #include "CIniFile.h"
@@ -16,33 +17,11 @@ constexpr const wchar_t *kCmdLineSection = L"CmdLine";
 constexpr const wchar_t *kLogFileKey = L"LogFile";
 constexpr const wchar_t *kLogName = L"CmdLine";
 
-void PrintError(const std::wstring &text) {
-    std::fputs(("varnick-cmdline: " + platform::ToUtf8(text) + "\n").c_str(), stderr);
-}
-
 INT_PTR CALLBACK SilentDialogProc(HWND, UINT, WPARAM, LPARAM) { return FALSE; }
-
-// The top entries of `folder`, split into files and folders of a list.
-void ListTopEntries(const std::wstring &folder, CNewArchiveContentList &list) {
-    WIN32_FIND_DATAW entry{};
-    HANDLE find = FindFirstFileW(platform::JoinPath(folder, L"*.*").c_str(), &entry);
-    if (find == INVALID_HANDLE_VALUE) return;
-    do {
-        const std::wstring name = entry.cFileName;
-        if (name == L"." || name == L"..") continue;
-        const std::wstring path = platform::JoinPath(folder, name);
-        if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-            list.Folders.push_back(path);
-        } else {
-            list.Files.push_back(path);
-        }
-    } while (FindNextFileW(find, &entry));
-    FindClose(find);
-}
 
 }  // namespace
 
-JobRunner::JobRunner() {
+JobRunner::JobRunner(const char *program) : program_(program ? program : "") {
     parent_ = CreateDialogParamW(nullptr, MAKEINTRESOURCEW(1), nullptr, SilentDialogProc, 0);
 }
 
@@ -101,6 +80,10 @@ void JobRunner::CloseSessionLog() {
     log_ = nullptr;
 }
 
+void JobRunner::PrintError(const std::wstring &text) const {
+    std::fputs((program_ + ": " + platform::ToUtf8(text) + "\n").c_str(), stderr);
+}
+
 void JobRunner::Note(const std::wstring &text) {
     if (log_) CLogging::Msg(log_, 0, L"%s", text.c_str());
 }
@@ -117,9 +100,9 @@ int JobRunner::Dispatch() {
         case kJobVerify:
             return Verify();
         case kJobConvertToZip:
-            return ConvertTo(format::zip, L".zip");
+            return ConvertTo(format::zip);
         case kJobConvertToVnkx:
-            return ConvertTo(format::vnkx, L".vnkx");
+            return ConvertTo(format::vnkx);
         case kJobMakeSelfExtracting:
             return MakeSelfExtracting();
         case kJobCompressAndMail:
@@ -195,32 +178,67 @@ int JobRunner::Verify() {
     return RunOperation(L"verify", [&] { return archive_->Verify(); });
 }
 
-// Expands into a fresh temporary folder and makes a new archive of what came
-// out, beside the old one; the old archive stays.
-int JobRunner::ConvertTo(format::type target, const wchar_t *extension) {
-    const std::wstring work = CFSUtils::CreateUniqueFolder(CFSUtils::GetTempFolder(), L"Convert");
-    int result = RunOperation(L"convert", [&] { return archive_->ExpandTo(work.c_str()); });
-    if (result == kJobSucceeded) {
-        CNewArchiveContentList list;
-        ListTopEntries(work, list);
-        archive_->name = MakeUniqueArchiveName(archive_->name.c_str(), extension, nullptr);
-        archive_->formatType = target;
-        archive_->password.clear();
-        archive_->encrypted = false;
-        result = RunOperation(L"convert", [&] { return archive_->CreateFromList(&list); });
-        if (result == kJobSucceeded) job_->NewArcNames.push_back(archive_->name);
+// The engine rewrites the archive in one pass into a new one beside it; the
+// old archive stays. The converter asks for a password itself when the
+// archive has one, and says nothing about why it gave up: the reasons are
+// in the session log.
+int JobRunner::ConvertTo(format::type target) {
+    const std::wstring source = archive_->name;
+    const wchar_t *extension = target == format::zip ? L".zip" : L".vnkx";
+    Note(FormatW(L"convert %s", source.c_str()));
+    CArchiveConvert converter(parent_, engine_.GetEngine(), archive_->formatOptions);
+    wchar_t password[MAX_PATH] = {};
+    wchar_t made[MAX_PATH] = {};
+    // The engine takes the first free name beside the source, as this does.
+    wcsncpy_s(made, MAX_PATH, MakeUniqueArchiveName(source.c_str(), extension, nullptr), _TRUNCATE);
+    const bool converted =
+        target == format::zip
+            ? converter.ConvertArchiveToZip(source.c_str(), password)
+            : converter.ConvertArchiveToVnkx(source.c_str(), password, made, false);
+    if (!converted || !CFSUtils::FileExists(made)) {
+        PrintError(FormatW(
+            L"convert %s: the archive was not converted (only %s can be)", source.c_str(),
+            target == format::zip ? L"vnk, vnkx and tar archives" : L"vnk, zip and tar archives"));
+        Note(L"convert failed");
+        return kJobFailed;
     }
-    CFSUtils::DeleteFolder(work.c_str(), true);
-    return result;
+    archive_->name = made;
+    job_->NewArcNames.push_back(made);
+    return kJobSucceeded;
 }
 
+// The transforms write the program into the temporary folder, where it
+// stays for no one: it takes the archive's place. The stub route writes it
+// beside the archive, which is then kept.
 int JobRunner::MakeSelfExtracting() {
     int result = Compress();
     if (result != kJobSucceeded) return result;
-    return RunOperation(L"self-extracting", [&] {
-        return archive_->formatType == format::vnkx ? archive_->MakeSeaVnkx()
-                                                    : archive_->MakeSeaZip();
+    const std::wstring archived = archive_->name;
+    result = RunOperation(L"self-extracting", [&] {
+        switch (archive_->formatType) {
+            case format::vnkx:
+                return archive_->MakeSeaVnkx();
+            case format::zip:
+                return archive_->MakeSeaZip();
+            default:
+                return archive_->MakeSDKSea();
+        }
     });
+    if (result != kJobSucceeded) return result;
+    const std::wstring folder = platform::ParentPath(archived);
+    if (platform::ParentPath(archive_->name) != folder) {
+        const std::wstring placed =
+            platform::JoinPath(folder, CFSUtils::ExtractFileName(archive_->name.c_str()));
+        if (placed == archived) CFSUtils::DeleteFileW(archived.c_str(), true);
+        if (!MoveFileW(archive_->name.c_str(), placed.c_str())) {
+            PrintError(FormatW(L"self-extracting: %s could not be moved to %s",
+                               archive_->name.c_str(), placed.c_str()));
+            return kJobFailed;
+        }
+        archive_->name = placed;
+    }
+    job_->NewArcNames.back() = archive_->name;
+    return kJobSucceeded;
 }
 
 int JobRunner::CompressAndMail() {

@@ -1,0 +1,170 @@
+// Conversion into Zip and vnkx: which sources are taken, where the result
+// goes, the password carried from the source to the result, and a
+// self-extracting vnkx that expands itself.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "CArchiveConvert.h"
+#include "SDKUtils.h"
+#include "archive/FacadeTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using archivetest::EndLog;
+
+class ConvertTest : public archivetest::FacadeTest {
+protected:
+    void SetUp() override {
+        FacadeTest::SetUp();
+        Put("src/a.txt", std::string(3000, 'a'));
+        Put("src/docs/b.txt", "bee");
+    }
+
+    CArchiveConvert Converter() {
+        return CArchiveConvert(parent, engine.GetEngine(), formatOptions.get());
+    }
+
+    // The sample as an archive of `formatId` made by the engine.
+    fs::path Sample(const std::string &name, const char *formatId,
+                    const wchar_t *password = nullptr) {
+        const fs::path path = work / name;
+        EXPECT_EQ(Create(path, {work / "src/a.txt", work / "src/docs"}, formatId, password), 0);
+        return path;
+    }
+
+    // Expands `archive` through the library into `out` and checks the sample
+    // came back whole.
+    void ExpectSample(const fs::path &archive, const std::wstring &password = L"") {
+        const fs::path out = work / ("out-" + archive.filename().string());
+        auto opened = MakeArchive(archive);
+        opened->password = password;
+        EndLog log;
+        log.Attach(*opened);
+        RunToEnd(*opened, log, [&] { return opened->ExpandTo(Wide(out).c_str()); });
+        EXPECT_EQ(opened->lastResult, 0) << archive;
+        EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a')) << archive;
+        EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee") << archive;
+    }
+
+    // Regular files of the work folder's top level.
+    std::size_t TopFiles() const {
+        std::size_t count = 0;
+        for (const auto &entry : fs::directory_iterator(work)) count += entry.is_regular_file();
+        return count;
+    }
+};
+
+TEST_F(ConvertTest, ZipBecomesVnkxAtTheDestinationWhichTellsTheResultsPath) {
+    const fs::path zip = SampleZip("in.zip");
+    wchar_t destination[MAX_PATH] = {};
+    wcsncpy_s(destination, MAX_PATH, Wide(work / "made" / "result").c_str(), _TRUNCATE);
+    fs::create_directories(work / "made");
+
+    ASSERT_TRUE(Converter().ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, destination, false));
+    const fs::path made = work / "made" / "result.vnkx";
+    EXPECT_EQ(std::wstring(destination), Wide(made)) << "the engine added the extension";
+    ASSERT_TRUE(fs::exists(made));
+    EXPECT_TRUE(fs::exists(zip)) << "the source stays";
+
+    auto opened = MakeArchive(made);
+    EndLog log;
+    log.Attach(*opened);
+    RunToEnd(*opened, log, [&] { return opened->ExpandTo(Wide(work / "out").c_str()); });
+    EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/sub/c.txt"), "c");
+    EXPECT_TRUE(host.Prompts().empty()) << "an open source needs no password";
+}
+
+TEST_F(ConvertTest, WithoutDestinationTheResultLiesBesideTheSourceUnderAFreeName) {
+    const fs::path vnkx = Sample("in.vnkx", "vnkx");
+    testsupport::WriteBytes(work / "in.zip", "taken");
+    wchar_t password[MAX_PATH] = L"untouched";
+
+    ASSERT_TRUE(Converter().ConvertArchiveToZip(Wide(vnkx).c_str(), password));
+    EXPECT_EQ(testsupport::ReadBytes(work / "in.zip"), "taken");
+    ASSERT_TRUE(fs::exists(work / "in_1.zip"));
+    EXPECT_TRUE(RunIn(work, "unzip -tq in_1.zip"));
+    EXPECT_STREQ(password, L"untouched") << "no prompt, nothing copied";
+    ExpectSample(work / "in_1.zip");
+
+    // The same beside a tar, and a vnkx made beside a zip of the same name.
+    ASSERT_TRUE(RunIn(work / "src", "tar -cf ../t.tar a.txt docs"));
+    ASSERT_TRUE(Converter().ConvertArchiveToZip(Wide(work / "t.tar").c_str(), nullptr));
+    ExpectSample(work / "t.zip");
+    ASSERT_TRUE(
+        Converter().ConvertArchiveToVnkx(Wide(work / "t.zip").c_str(), nullptr, nullptr, false));
+    ExpectSample(work / "t.vnkx");
+}
+
+TEST_F(ConvertTest, OnlyTheListedSourceExtensionsAreTakenIgnoringCase) {
+    ASSERT_TRUE(RunIn(work / "src", "tar -czf ../t.tgz a.txt docs"));
+    const fs::path zip = Sample("upper.ZIP", "zip");
+    testsupport::WriteBytes(work / "x.rar", "Rar!");
+    const std::size_t before = TopFiles();
+
+    // Into Zip: only vnk, vnkx and tar, so neither a compressed tar nor a
+    // zip.
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "t.tgz").c_str(), nullptr));
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(zip).c_str(), nullptr));
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "x.rar").c_str(), nullptr));
+    EXPECT_FALSE(
+        Converter().ConvertArchiveToVnkx(Wide(work / "x.rar").c_str(), nullptr, nullptr, false));
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "none.vnkx").c_str(), nullptr));
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(nullptr, nullptr));
+    EXPECT_FALSE(CArchiveConvert(parent, nullptr, formatOptions.get())
+                     .ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, nullptr, false));
+    EXPECT_EQ(TopFiles(), before) << "no transform ran";
+    EXPECT_TRUE(host.Recorded().empty()) << "and nobody was told";
+
+    // Into vnkx: ".ZIP" is a zip.
+    EXPECT_TRUE(Converter().ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, nullptr, false));
+    ExpectSample(work / "upper.vnkx");
+}
+
+TEST_F(ConvertTest, TheTypedPasswordOpensTheSourceAndProtectsTheResult) {
+    const fs::path vnkx = Sample("secret.vnkx", "vnkx", L"open sesame");
+
+    // Refused: nothing is made and nothing is said.
+    host.QueuePassword(std::nullopt);
+    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(vnkx).c_str(), nullptr));
+    EXPECT_FALSE(fs::exists(work / "secret.zip"));
+    EXPECT_TRUE(host.Recorded().empty());
+
+    host.QueuePassword(L"open sesame");
+    wchar_t password[MAX_PATH] = {};
+    ASSERT_TRUE(Converter().ConvertArchiveToZip(Wide(vnkx).c_str(), password));
+    EXPECT_STREQ(password, L"open sesame");
+    ASSERT_EQ(host.Prompts().size(), 2u);
+    bool encrypted = false;
+    ASSERT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(work / "secret.zip").c_str(), &encrypted),
+              0);
+    EXPECT_TRUE(encrypted);
+    ExpectSample(work / "secret.zip", L"open sesame");
+
+    // And back into vnkx with the same password.
+    host.QueuePassword(L"open sesame");
+    wchar_t destination[MAX_PATH] = {};
+    wcsncpy_s(destination, MAX_PATH, Wide(work / "again.vnkx").c_str(), _TRUNCATE);
+    ASSERT_TRUE(Converter().ConvertArchiveToVnkx(Wide(work / "secret.zip").c_str(), password,
+                                                 destination, false));
+    ExpectSample(work / "again.vnkx", L"open sesame");
+}
+
+TEST_F(ConvertTest, ASelfExtractingVnkxExpandsItselfIntoTheFolderItIsGiven) {
+    const fs::path zip = Sample("in.zip", "zip");
+    wchar_t destination[MAX_PATH] = {};
+    wcsncpy_s(destination, MAX_PATH, Wide(work / "self.vnkx").c_str(), _TRUNCATE);
+    ASSERT_TRUE(Converter().ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, destination, true));
+
+    const fs::path program = platform::ToUtf8(destination);
+    ASSERT_TRUE(fs::exists(program));
+    const fs::path out = work / "expanded";
+    ASSERT_TRUE(RunIn(work, "'" + program.string() + "' '" + out.string() + "' </dev/null"));
+    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a'));
+    EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
+}
+
+}  // namespace
