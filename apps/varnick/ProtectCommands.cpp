@@ -49,17 +49,20 @@ std::unique_ptr<ArchiveSession> OpenWithoutPassword(const Arguments &arguments, 
 
 // The password of the command line, or else one typed at the prompt of the
 // library (twice for a new one); nothing when neither gives one (told).
-std::optional<std::wstring> PasswordFor(const Arguments &arguments, ArchiveSession &session,
-                                        bool isNew) {
+std::optional<std::wstring> PasswordFor(const wchar_t *what, const Arguments &arguments,
+                                        ArchiveSession &session, bool isNew) {
     std::wstring password;
     if (!ResolvePassword(arguments, password)) return std::nullopt;
     if (!password.empty()) return password;
     CArchive &archive = session.Archive();
-    CPassword prompt(archive.parentWindow, archive.name.c_str(), isNew, false);
+    CPassword prompt(session.ParentWindow(), archive.name.c_str(), isNew, false);
     if (prompt.Run() && !prompt.password.empty()) return prompt.password;
-    PrintError(FormatW(L"%s: %s", archive.name.c_str(),
-                       isNew ? L"a new password is needed: give --password"
-                             : L"the archive is encrypted: give --password"));
+    if (isNew) {
+        PrintError(FormatW(L"%s %s: a new password is needed: give --password", what,
+                           archive.name.c_str()));
+    } else {
+        session.ReportFailure(what, kEnginePasswordNeeded);
+    }
     return std::nullopt;
 }
 
@@ -76,7 +79,7 @@ int EncryptCommand(const std::vector<std::wstring> &words) {
             FormatW(L"encrypt %s: already encrypted (decrypt it first)", archive.name.c_str()));
         return kExitFailure;
     }
-    const std::optional<std::wstring> password = PasswordFor(arguments, *session, true);
+    const std::optional<std::wstring> password = PasswordFor(L"encrypt", arguments, *session, true);
     if (!password) return kExitFailure;
     CFormatOptionsRepository formatOptions;
     archive.formatOptions = &formatOptions;
@@ -103,7 +106,8 @@ int DecryptCommand(const std::vector<std::wstring> &words) {
         PrintError(FormatW(L"decrypt %s: the archive is not encrypted", archive.name.c_str()));
         return kExitFailure;
     }
-    const std::optional<std::wstring> password = PasswordFor(arguments, *session, false);
+    const std::optional<std::wstring> password =
+        PasswordFor(L"decrypt", arguments, *session, false);
     if (!password) return kExitFailure;
     if (!archive.VerifyPassword(password->c_str())) {
         return session->ReportFailure(L"decrypt", kEngineWrongPassword);

@@ -235,6 +235,11 @@ const Command kCommands[] = {
      "add ARCHIVE PATH... [--into FOLDER] [PASSWORD]\n"
      "  --into puts them in FOLDER at the top of the archive, made when missing;\n"
      "  PASSWORD encrypts what is added"},
+    {L"extract", cli::ExtractCommand, "expand chosen items into a folder",
+     "extract ARCHIVE ITEM... [-d FOLDER] [--overwrite|--skip|--rename|--ask] [PASSWORD]\n"
+     "  ITEM is a path as list shows it. Each lands in FOLDER under its own name, a\n"
+     "  folder with all it holds. Without -d, into the current folder; conflicts as\n"
+     "  for expand"},
     {L"remove", cli::RemoveCommand, "remove items from an archive",
      "remove ARCHIVE ITEM... [PASSWORD]"},
     {L"rename", cli::RenameCommand, "give an item of an archive a new name",

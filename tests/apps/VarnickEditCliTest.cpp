@@ -1,0 +1,264 @@
+// The commands of the command-line program that change an archive, take
+// items out of it or repair it, end to end on real archives.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/ProgramRun.h"
+#include "support/TempHome.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Quoted(const fs::path &path) { return "'" + path.string() + "'"; }
+
+bool Mentions(const testsupport::ProgramRun &run, const std::string &text) {
+    return run.output.find(text) != std::string::npos;
+}
+
+class VarnickEditCli : public testsupport::HomeTest {
+protected:
+    void SetUp() override {
+        HomeTest::SetUp();
+        tree = home.Scratch("tree");
+        testsupport::WriteBytes(tree / "notes.txt", std::string(5000, 'n'));
+        fs::create_directory(tree / "docs");
+        testsupport::WriteBytes(tree / "docs" / "a.txt", "alpha");
+        testsupport::WriteBytes(tree / "docs" / "b.txt", "beta");
+        extra = home.Scratch("extra");
+        testsupport::WriteBytes(extra / "new.txt", "added later");
+    }
+
+    testsupport::ProgramRun Varnick(const std::string &arguments) {
+        // Standard input is no terminal: nobody answers a prompt.
+        return testsupport::RunProgram("varnick", arguments + " < /dev/null");
+    }
+
+    // An archive of the files of `tree` (not the folder itself), so that
+    // "docs" lies at the top of the archive.
+    fs::path Made(const std::string &name, const std::string &options = "") {
+        const fs::path archive = home.Path() / name;
+        testsupport::ProgramRun run =
+            Varnick("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt") + " " +
+                    Quoted(tree / "docs") + " " + options);
+        EXPECT_EQ(run.exitCode, 0) << run.output;
+        return archive;
+    }
+
+    std::string Listing(const fs::path &archive, const std::string &options = "") {
+        testsupport::ProgramRun run = Varnick("list --json " + Quoted(archive) + " " + options);
+        EXPECT_EQ(run.exitCode, 0) << run.output;
+        return run.output;
+    }
+
+    fs::path tree;
+    fs::path extra;
+};
+
+bool Lists(const std::string &listing, const std::string &path) {
+    return listing.find("\"path\": \"" + path + "\"") != std::string::npos;
+}
+
+class VarnickEditFormats : public VarnickEditCli,
+                           public ::testing::WithParamInterface<const char *> {};
+
+TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
+    const fs::path archive = Made(std::string("edit.") + GetParam());
+
+    testsupport::ProgramRun added =
+        Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into docs");
+    ASSERT_EQ(added.exitCode, 0) << added.output;
+    EXPECT_TRUE(Lists(Listing(archive), "docs/new.txt")) << Listing(archive);
+
+    // A folder that is not there yet is made first.
+    ASSERT_EQ(Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into more")
+                  .exitCode,
+              0);
+    EXPECT_TRUE(Lists(Listing(archive), "more/new.txt"));
+
+    testsupport::ProgramRun made = Varnick("mkdir " + Quoted(archive) + " docs sub");
+    ASSERT_EQ(made.exitCode, 0) << made.output;
+    testsupport::ProgramRun atTop = Varnick("mkdir " + Quoted(archive) + " / top");
+    ASSERT_EQ(atTop.exitCode, 0) << atTop.output;
+    std::string listing = Listing(archive);
+    EXPECT_TRUE(Lists(listing, "docs/sub/")) << listing;
+    EXPECT_TRUE(Lists(listing, "top/")) << listing;
+    EXPECT_EQ(Varnick("mkdir " + Quoted(archive) + " / top").exitCode, 1);
+
+    testsupport::ProgramRun renamed =
+        Varnick("rename " + Quoted(archive) + " docs/a.txt first.txt");
+    ASSERT_EQ(renamed.exitCode, 0) << renamed.output;
+    listing = Listing(archive);
+    EXPECT_TRUE(Lists(listing, "docs/first.txt")) << listing;
+    EXPECT_FALSE(Lists(listing, "docs/a.txt")) << listing;
+
+    testsupport::ProgramRun removed =
+        Varnick("remove " + Quoted(archive) + " notes.txt docs/b.txt");
+    ASSERT_EQ(removed.exitCode, 0) << removed.output;
+    listing = Listing(archive);
+    EXPECT_FALSE(Lists(listing, "notes.txt")) << listing;
+    EXPECT_FALSE(Lists(listing, "docs/b.txt")) << listing;
+    EXPECT_TRUE(Lists(listing, "docs/first.txt")) << listing;
+
+    // Whatever was left still expands whole.
+    const fs::path out = home.Path() / "out";
+    ASSERT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
+    EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "first.txt"), "alpha");
+    EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "new.txt"), "added later");
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, VarnickEditFormats, ::testing::Values("zip", "vnkx"));
+
+TEST_F(VarnickEditCli, ExtractsChosenItemsUnderTheirOwnNamesAndKeepsFilesUnlessTold) {
+    const fs::path archive = Made("pick.zip");
+    const fs::path out = home.Path() / "picked";
+    testsupport::ProgramRun run =
+        Varnick("extract " + Quoted(archive) + " notes.txt docs/b.txt -d " + Quoted(out));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), std::string(5000, 'n'));
+    EXPECT_EQ(testsupport::ReadBytes(out / "b.txt"), "beta");
+    EXPECT_FALSE(fs::exists(out / "a.txt"));
+    EXPECT_FALSE(fs::exists(out / "docs"));
+
+    // A folder brings what it holds.
+    ASSERT_EQ(
+        Varnick("extract " + Quoted(archive) + " /docs/ -d " + Quoted(home.Path() / "f")).exitCode,
+        0);
+    EXPECT_EQ(testsupport::ReadBytes(home.Path() / "f" / "docs" / "a.txt"), "alpha");
+    EXPECT_EQ(testsupport::ReadBytes(home.Path() / "f" / "docs" / "b.txt"), "beta");
+
+    testsupport::WriteBytes(out / "notes.txt", "mine");
+    EXPECT_EQ(
+        Varnick("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --skip").exitCode,
+        0);
+    EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), "mine");
+    EXPECT_EQ(
+        Varnick("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --overwrite")
+            .exitCode,
+        0);
+    EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), std::string(5000, 'n'));
+}
+
+TEST_F(VarnickEditCli, AnItemThatIsNotInTheArchiveChangesNothing) {
+    const fs::path archive = Made("typo.zip");
+    const std::string before = testsupport::ReadBytes(archive);
+    for (const std::string &command :
+         {"extract " + Quoted(archive) + " notes.txt nothere.txt -d " + Quoted(home.Path() / "x"),
+          "remove " + Quoted(archive) + " notes.txt nothere.txt",
+          "rename " + Quoted(archive) + " nothere.txt other.txt",
+          "mkdir " + Quoted(archive) + " nothere sub"}) {
+        testsupport::ProgramRun run = Varnick(command);
+        EXPECT_EQ(run.exitCode, 1) << command << "\n" << run.output;
+        EXPECT_TRUE(Mentions(run, "nothere")) << run.output;
+        EXPECT_TRUE(Mentions(run, "no such item in the archive")) << run.output;
+    }
+    EXPECT_EQ(testsupport::ReadBytes(archive), before);
+    EXPECT_FALSE(fs::exists(home.Path() / "x" / "notes.txt"));
+}
+
+TEST_F(VarnickEditCli, ACommentIsSetAndReadBackOnVnkxOnly) {
+    const fs::path vnkx = Made("noted.vnkx");
+    testsupport::ProgramRun set = Varnick("comment " + Quoted(vnkx) + " 'kept for the audit'");
+    ASSERT_EQ(set.exitCode, 0) << set.output;
+    testsupport::ProgramRun read = Varnick("comment " + Quoted(vnkx));
+    ASSERT_EQ(read.exitCode, 0) << read.output;
+    EXPECT_EQ(read.output, "kept for the audit\n");
+    EXPECT_TRUE(Mentions(Varnick("info " + Quoted(vnkx)), "kept for the audit"));
+
+    const fs::path zip = Made("plain.zip");
+    testsupport::ProgramRun refused = Varnick("comment " + Quoted(zip) + " 'no place for it'");
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_TRUE(Mentions(refused, "only a vnkx archive takes a comment")) << refused.output;
+}
+
+class VarnickProtectFormats : public VarnickEditCli,
+                              public ::testing::WithParamInterface<const char *> {};
+
+TEST_P(VarnickProtectFormats, EncryptedArchiveNeedsThePasswordUntilDecrypted) {
+    const fs::path archive = Made(std::string("guarded.") + GetParam());
+    const fs::path passwordFile = home.Path() / "password";
+    testsupport::WriteBytes(passwordFile, "open sesame\n");
+    testsupport::ProgramRun encrypted =
+        Varnick("encrypt " + Quoted(archive) + " --password-file " + Quoted(passwordFile));
+    ASSERT_EQ(encrypted.exitCode, 0) << encrypted.output;
+    EXPECT_EQ(Varnick("encrypt " + Quoted(archive) + " --password x").exitCode, 1);
+
+    testsupport::ProgramRun without =
+        Varnick("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "a"));
+    EXPECT_EQ(without.exitCode, 1) << without.output;
+    EXPECT_FALSE(fs::exists(home.Path() / "a" / "docs" / "a.txt"));
+
+    testsupport::ProgramRun wrong = Varnick("decrypt " + Quoted(archive) + " --password nope");
+    EXPECT_EQ(wrong.exitCode, 1) << wrong.output;
+    EXPECT_TRUE(Mentions(wrong, "wrong password")) << wrong.output;
+    testsupport::ProgramRun unasked = Varnick("decrypt " + Quoted(archive));
+    EXPECT_EQ(unasked.exitCode, 1) << unasked.output;
+    EXPECT_TRUE(Mentions(unasked, "give --password")) << unasked.output;
+
+    testsupport::ProgramRun decrypted =
+        Varnick("decrypt " + Quoted(archive) + " --password 'open sesame'");
+    ASSERT_EQ(decrypted.exitCode, 0) << decrypted.output;
+    testsupport::ProgramRun plain =
+        Varnick("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "b"));
+    ASSERT_EQ(plain.exitCode, 0) << plain.output;
+    EXPECT_EQ(testsupport::ReadBytes(home.Path() / "b" / "docs" / "a.txt"), "alpha");
+    EXPECT_EQ(Varnick("decrypt " + Quoted(archive) + " --password x").exitCode, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, VarnickProtectFormats, ::testing::Values("zip", "vnkx"));
+
+TEST_F(VarnickEditCli, RecoversADamagedVnkxThatCarriesRecoveryData) {
+    const fs::path archive = Made("guarded.vnkx", "--redundancy 10");
+    const std::string bytes = testsupport::ReadBytes(archive);
+    std::string damaged = bytes;
+    for (std::size_t i = 100; i < 110; ++i) damaged[i] ^= 0x5A;
+    testsupport::WriteBytes(archive, damaged);
+    EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 1);
+
+    const fs::path repaired = home.Path() / "repaired";
+    testsupport::ProgramRun run = Varnick("recover " + Quoted(archive) + " -d " + Quoted(repaired));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(testsupport::ReadBytes(repaired / "guarded.vnkx"), bytes);
+    EXPECT_EQ(Varnick("verify " + Quoted(repaired / "guarded.vnkx")).exitCode, 0);
+
+    EXPECT_EQ(Varnick("recover " + Quoted(archive)).exitCode, 2);
+}
+
+TEST_F(VarnickEditCli, BadInputIsToldWithItsExitCode) {
+    const fs::path archive = Made("input.zip");
+    const fs::path missing = home.Path() / "missing.zip";
+    for (const std::string &command :
+         {"add " + Quoted(missing) + " " + Quoted(extra / "new.txt"),
+          "remove " + Quoted(missing) + " a", "comment " + Quoted(missing),
+          "encrypt " + Quoted(missing) + " --password x",
+          "recover " + Quoted(missing) + " -d " + Quoted(home.Path() / "r")}) {
+        testsupport::ProgramRun run = Varnick(command);
+        EXPECT_EQ(run.exitCode, 1) << command;
+        EXPECT_TRUE(Mentions(run, "no such file")) << command << "\n" << run.output;
+    }
+
+    const fs::path text = home.Path() / "text.zip";
+    testsupport::WriteBytes(text, "not an archive, only text\n");
+    EXPECT_EQ(Varnick("extract " + Quoted(text) + " a").exitCode, 1);
+
+    testsupport::ProgramRun nothing =
+        Varnick("add " + Quoted(archive) + " " + Quoted(home.Path() / "nowhere.txt"));
+    EXPECT_EQ(nothing.exitCode, 1);
+    EXPECT_TRUE(Mentions(nothing, "no such file or folder")) << nothing.output;
+
+    testsupport::ProgramRun unwritable =
+        Varnick("extract " + Quoted(archive) + " notes.txt -d /sys/varnick-out");
+    EXPECT_EQ(unwritable.exitCode, 1);
+    EXPECT_TRUE(Mentions(unwritable, "/sys/varnick-out")) << unwritable.output;
+
+    EXPECT_EQ(Varnick("rename " + Quoted(archive) + " notes.txt docs/moved.txt").exitCode, 2);
+    EXPECT_EQ(
+        Varnick("add " + Quoted(archive) + " " + Quoted(extra) + " --into docs/deeper").exitCode,
+        2);
+    EXPECT_EQ(Varnick("extract " + Quoted(archive)).exitCode, 2);
+    EXPECT_EQ(Varnick("remove " + Quoted(archive) + " notes.txt --frob").exitCode, 2);
+}
+
+}  // namespace
