@@ -113,6 +113,10 @@ public:
     std::vector<std::string> Ids() const override { return {"vnkx", "vnk5", "vnk"}; }
 
     std::optional<std::string> Sniff(SniffInput &input) const override {
+        // Any part of a segmented vnkx, told by its segment header.
+        const std::vector<std::uint8_t> &head = input.Head();
+        vnkx::SegmentHeader segment;
+        if (vnkx::DecodeSegmentHeader(head.data(), head.size(), segment)) return "vnkx";
         std::optional<vnkx::Flavour> flavour =
             vnkx::SniffArchive(input.path(), input.Tail(), input.size());
         if (!flavour) return std::nullopt;
@@ -124,7 +128,8 @@ public:
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
         auto file = std::make_shared<vnkx::ArchiveFile>();
-        if (Result result = vnkx::OpenArchiveFile(request.path, request.passwords, *file))
+        if (Result result =
+                vnkx::OpenArchiveFile(request.path, request.passwords, *file, request.operation))
             return result;
         cursor = vnkx::MakeCursor(std::move(file), request);
         return kEngineOK;

@@ -1,7 +1,10 @@
 // The C surface: paths, path lists and strings.
+#include <unistd.h>
+
 #include "Archive.h"
 #include "Handles.h"
 #include "Surface.h"
+#include "VnkxSegments.h"
 
 using namespace engine;
 
@@ -61,6 +64,12 @@ EngineResult AcquireFSObjectName(FSObject object, StringRef *name) {
 bool IsFirstSegmentFSObject(OpaqueEngineObject *engine, FSObject object) {
     OpaqueFSObject *file = Checked(object);
     if (!LiveSession(engine) || !file) return false;
+    // The segment header says; only a file that cannot be read is judged
+    // by its name.
+    std::string native = file->Native();
+    if (std::optional<vnkx::SegmentHeader> header = vnkx::ReadSegmentHeader(native))
+        return header->number == 1;
+    if (access(native.c_str(), R_OK) == 0) return false;
     return FirstSegmentName(file->Name());
 }
 

@@ -8,6 +8,7 @@
 #include "SelfExtracting.h"
 #include "Surface.h"
 #include "VnkxArchive.h"
+#include "VnkxIndex.h"
 
 using namespace engine;
 
@@ -39,8 +40,70 @@ OpaqueEngineArchive *CommonArchive(const std::vector<Ref<OpaqueArchiveObject>> &
     return archive;
 }
 
+// Segments and index files are written once: a change would have to
+// rewrite every part, or describe an archive that is not there.
+bool WrittenOnce(const std::string &path) {
+    if (vnkx::ReadSegmentHeader(path)) return true;
+    SniffInput input(path);
+    const std::vector<std::uint8_t> &tail = input.Tail();
+    vnkx::Trailer trailer;
+    return tail.size() >= vnkx::kTrailerSize &&
+           vnkx::DecodeTrailer(tail.data() + tail.size() - vnkx::kTrailerSize, vnkx::kTrailerSize,
+                               trailer) &&
+           (trailer.flags & vnkx::kFlagIndexFile);
+}
+
 Result RequireChangeable(const OpaqueEngineArchive &archive) {
     if (!archive.open || archive.mode != kEngineAccessChange) return kEngineReadOnlyMedium;
+    if (WrittenOnce(archive.file->Native())) return kEngineReadOnlyMedium;
+    return kEngineOK;
+}
+
+// Writes the archive whole into a hidden file beside its first part, then
+// cuts it into parts; the index, when asked for, describes the parts.
+Result CreateSegmented(Operation &operation, const std::vector<Ref<OpaqueFSObject>> &sources,
+                       const OpaqueFSObject &output, std::uint64_t partSize,
+                       const std::wstring &password, const OpaqueFSObject *index,
+                       std::vector<std::string> &parts) {
+    if (partSize <= vnkx::kSegmentHeaderSize) return kEngineInvalidParameter;
+    std::string base = vnkx::SegmentBaseOfOutput(output.Native());
+    std::string whole;
+    if (Result result = TemporaryBeside(base + ".vnkx", whole)) return result;
+    std::wstring written;
+    Result outcome = CreateArchive(operation, "vnkx", sources, Wide(whole), password, written);
+    if (outcome != kEngineOK) {
+        unlink(whole.c_str());
+        return outcome;
+    }
+    outcome = vnkx::WriteSegments(operation, whole, base, partSize, parts);
+    if (outcome != kEngineOK && operation.settings().deleteAction == 1) {
+        // The sources are gone already: the archive stays, uncut.
+        PutInPlace(whole, base + ".vnkx");
+        return outcome;
+    }
+    unlink(whole.c_str());
+    if (outcome == kEngineOK && index)
+        outcome = vnkx::WriteIndex(operation, parts.front(), vnkx::IndexPathFor(index->Native()));
+    return outcome;
+}
+
+EngineResult CreateSegmentsOf(OpaqueEngineObject *engine, FSObjectList sources, FSObject output,
+                              FSObjectList *result, const char *formatId, std::uint64_t partSize,
+                              StringRef password, OpaqueFSObject *index) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObjectList *list = Checked(sources);
+    OpaqueFSObject *target = Checked(output);
+    if (!session || !list || !target || !result || !formatId) return kEngineInvalidParameter;
+    // Only the project's own format is split.
+    if (std::string(formatId) != "vnkx") return kEngineNotAnArchive;
+    Operation operation(*session);
+    std::vector<std::string> parts;
+    if (Result outcome = CreateSegmented(operation, Members(*list), *target, partSize,
+                                         TextOf(password), index, parts))
+        return outcome;
+    auto *made = new OpaqueFSObjectList();
+    for (const std::string &part : parts) made->items.push_back(NewFSObjectNative(part));
+    *result = made;
     return kEngineOK;
 }
 
@@ -68,20 +131,34 @@ EngineResult ArchiveFSObjectList(OpaqueEngineObject *engine, const char *formatI
 
 EngineResult ArchiveFSObjectListCreatingIndex(OpaqueEngineObject *engine, const char *formatId,
                                               FSObjectList sources, FSObject output,
-                                              FSObject *result, StringRef, FSObject index) {
-    if (!SessionOf(engine) || !formatId || !Checked(sources) || !Checked(output) || !result ||
-        !Checked(index))
+                                              FSObject *result, StringRef password,
+                                              FSObject index) {
+    Session *session = SessionOf(engine);
+    OpaqueFSObjectList *list = Checked(sources);
+    OpaqueFSObject *target = Checked(output);
+    OpaqueFSObject *indexFile = Checked(index);
+    if (!session || !formatId || !list || !target || !result || !indexFile)
         return kEngineInvalidParameter;
     // Indexes belong to the project's own format.
-    return std::string(formatId) == "vnkx" ? kEngineNotImplemented : kEngineWrongFormat;
+    if (std::string(formatId) != "vnkx") return kEngineWrongFormat;
+    Operation operation(*session);
+    std::wstring written;
+    if (Result outcome = CreateArchive(operation, formatId, Members(*list), target->path,
+                                       TextOf(password), written))
+        return outcome;
+    // A failed index leaves the archive, which is whole without it.
+    if (Result outcome =
+            vnkx::WriteIndex(operation, Utf8(written), vnkx::IndexPathFor(indexFile->Native())))
+        return outcome;
+    *result = NewFSObject(written).Detach();
+    return kEngineOK;
 }
 
 EngineResult CreateSegmentsWithFormat(OpaqueEngineObject *engine, FSObjectList sources,
                                       FSObject output, FSObjectList *result, const char *formatId,
-                                      uint32_t, uint32_t, StringRef) {
-    if (!SessionOf(engine) || !Checked(sources) || !Checked(output) || !result || !formatId)
-        return kEngineInvalidParameter;
-    return std::string(formatId) == "vnkx" ? kEngineNotImplemented : kEngineNotAnArchive;
+                                      uint32_t sizeLow, uint32_t sizeHigh, StringRef password) {
+    return CreateSegmentsOf(engine, sources, output, result, formatId,
+                            std::uint64_t{sizeHigh} << 32 | sizeLow, password, nullptr);
 }
 
 EngineResult CreateSegmentsWithFormatAndIndex(OpaqueEngineObject *engine, FSObjectList sources,
@@ -89,14 +166,22 @@ EngineResult CreateSegmentsWithFormatAndIndex(OpaqueEngineObject *engine, FSObje
                                               const char *formatId, uint32_t sizeLow,
                                               uint32_t sizeHigh, StringRef password,
                                               FSObject index) {
-    if (!Checked(index)) return kEngineInvalidParameter;
-    return CreateSegmentsWithFormat(engine, sources, output, result, formatId, sizeLow, sizeHigh,
-                                    password);
+    OpaqueFSObject *indexFile = Checked(index);
+    if (!indexFile) return kEngineInvalidParameter;
+    return CreateSegmentsOf(engine, sources, output, result, formatId,
+                            std::uint64_t{sizeHigh} << 32 | sizeLow, password, indexFile);
 }
 
 EngineResult CreateArchiveIndex(OpaqueEngineObject *engine, FSObject archive, FSObject index) {
-    if (!SessionOf(engine) || !Checked(archive) || !Checked(index)) return kEngineInvalidParameter;
-    return kEngineNotImplemented;
+    Session *session = SessionOf(engine);
+    OpaqueFSObject *file = Checked(archive);
+    OpaqueFSObject *indexFile = Checked(index);
+    if (!session || !file || !indexFile) return kEngineInvalidParameter;
+    Operation operation(*session);
+    std::string id;
+    if (Result result = DetermineFormat(file->Native(), id)) return result;
+    if (id != "vnkx") return kEngineWrongFormat;
+    return vnkx::WriteIndex(operation, file->Native(), vnkx::IndexPathFor(indexFile->Native()));
 }
 
 EngineResult AddItemsToArchive(OpaqueEngineObject *engine, ArchiveObject folder,

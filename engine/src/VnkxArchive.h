@@ -10,6 +10,7 @@
 #include "PasswordCipher.h"
 #include "VnkxLayout.h"
 #include "VnkxMethods.h"
+#include "VnkxSegments.h"
 
 namespace engine::vnkx {
 
@@ -25,6 +26,8 @@ struct ArchiveFile {
     // The key that opened an enciphered catalogue, so that a change can
     // encipher the new one the same way without asking again.
     std::optional<cipher::DerivedKey> catalogueKey;
+    // One file, a set of segments, or an index and the archive it describes.
+    std::shared_ptr<ArchiveSource> source;
 };
 
 // What a vnkx item keeps of its stored form: a writer of the same format
@@ -35,8 +38,10 @@ struct StoredItem final : StoredData {
 };
 
 // Reads the trailer, the key table and the (plain) catalogue region of the
-// archive that ends the file; asks `passwords` for an enciphered catalogue.
-Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file);
+// archive that ends the file; asks `passwords` for an enciphered catalogue,
+// and through `operation` for segments that are not beside `path`.
+Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file,
+                       Operation *operation = nullptr);
 // The flavour of the archive that ends the file, for the content test.
 std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<std::uint8_t> &tail,
                                     std::uint64_t fileSize);

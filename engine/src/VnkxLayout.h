@@ -36,6 +36,8 @@ inline constexpr std::uint32_t kNoKey = 0xFFFFFFFFu;
 // Header and trailer flags.
 inline constexpr std::uint16_t kFlagCatalogueEnciphered = 1;
 inline constexpr std::uint16_t kFlagRecoveryData = 2;
+// An index file: a reference to the archive and its catalogue, no blocks.
+inline constexpr std::uint16_t kFlagIndexFile = 4;
 
 enum Method : std::uint8_t {
     kMethodDeflate = 1,

@@ -15,6 +15,7 @@
 #include "Operation.h"
 #include "RecoveryCode.h"
 #include "VnkxArchive.h"
+#include "VnkxIndex.h"
 
 namespace engine::vnkx {
 namespace {
@@ -59,18 +60,28 @@ Result KeyFor(const KeyRecord &record, PasswordSource *passwords, std::size_t it
     }
 }
 
+// The reference an index keeps between its header and its catalogue.
+Result ReadIndexReference(ArchiveBytes &bytes, std::uint64_t start, const Trailer &trailer,
+                          std::optional<IndexReference> &reference) {
+    // A reference holds little beyond the archive's name.
+    if (trailer.catalogueOffset - kHeaderSize > (1U << 16)) return kEngineIndexReadFailed;
+    Bytes record(static_cast<std::size_t>(trailer.catalogueOffset - kHeaderSize));
+    IndexReference decoded;
+    if (bytes.ReadAt(start + kHeaderSize, record.data(), record.size()) != kEngineOK ||
+        !DecodeReference(record.data(), record.size(), decoded) ||
+        decoded.catalogueHash != trailer.catalogueHash ||
+        decoded.catalogueSize != trailer.catalogueSize)
+        return kEngineIndexReadFailed;
+    reference = std::move(decoded);
+    return kEngineOK;
+}
+
 class Cursor final : public ReadCursor {
 public:
     Cursor(std::shared_ptr<const ArchiveFile> file, const ReadRequest &request)
-        : file_(std::move(file)), passwords_(request.passwords), operation_(request.operation) {
-        fd_ = open(file_->path.c_str(), O_RDONLY | O_CLOEXEC);
-    }
-    ~Cursor() override {
-        if (fd_ >= 0) close(fd_);
-    }
+        : file_(std::move(file)), passwords_(request.passwords), operation_(request.operation) {}
 
     Result Next(ItemInfo &info) override {
-        if (fd_ < 0) return LastErrno();
         FinishItem();
         std::size_t next = current_ == kNoIndex ? 0 : current_ + 1;
         if (next >= file_->body.items.size()) return kEngineNoMoreObjects;
@@ -190,19 +201,18 @@ private:
         const BlockEntry &block = file_->body.blocks[index];
         if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock)
             return kEngineItemDataDamaged;
-        std::uint64_t end = file_->trailer.catalogueOffset;
+        std::uint64_t end = file_->source->DataEnd(file_->trailer.catalogueOffset);
         if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset)
             return kEngineItemDataDamaged;
         Bytes stored(kBlockHeaderSize + block.storedSize);
-        if (Result result = ReadAt(fd_, file_->start + block.offset, stored.data(), stored.size()))
-            return result == kEngineArchiveTruncated ? kEngineItemDataDamaged : result;
-        BlockHeader header;
-        if (!DecodeBlockHeader(stored.data(), kBlockHeaderSize, header) ||
-            header.storedSize != block.storedSize || header.unpackedSize != block.unpackedSize ||
-            header.method != block.method || header.crc != block.crc)
-            return kEngineItemDataDamaged;
+        Result read = ReadStored(block, stored);
+        // A damaged segment may have a sound copy elsewhere: asked for once.
+        if (read == kEngineItemDataDamaged) {
+            read = file_->source->ReplaceDamaged(block.offset, stored.size(), operation_);
+            if (read == kEngineOK) read = ReadStored(block, stored);
+        }
+        if (read != kEngineOK) return read;
         const std::uint8_t *payload = stored.data() + kBlockHeaderSize;
-        if (Crc32(payload, block.storedSize) != block.crc) return kEngineItemDataDamaged;
         Bytes opened;
         if (block.cipher != kCipherNone) {
             const cipher::DerivedKey *key = nullptr;
@@ -219,6 +229,21 @@ private:
             return result;
         if (!RemoveFilter(block.filter, *block_)) return kEngineMethodUnsupported;
         slot->index = index;
+        return kEngineOK;
+    }
+
+    // A block's header and payload, as the catalogue says they are.
+    Result ReadStored(const BlockEntry &block, Bytes &stored) {
+        Result result =
+            file_->source->ReadData(block.offset, stored.data(), stored.size(), operation_);
+        if (result != kEngineOK)
+            return result == kEngineArchiveTruncated ? kEngineItemDataDamaged : result;
+        BlockHeader header;
+        if (!DecodeBlockHeader(stored.data(), kBlockHeaderSize, header) ||
+            header.storedSize != block.storedSize || header.unpackedSize != block.unpackedSize ||
+            header.method != block.method || header.crc != block.crc ||
+            Crc32(stored.data() + kBlockHeaderSize, block.storedSize) != block.crc)
+            return kEngineItemDataDamaged;
         return kEngineOK;
     }
 
@@ -241,7 +266,6 @@ private:
     std::shared_ptr<const ArchiveFile> file_;
     PasswordSource *passwords_;
     Operation *operation_;
-    int fd_ = -1;
     std::size_t current_ = kNoIndex;
     const ForkEntry *data_ = nullptr;
     std::size_t extent_ = 0;
@@ -282,24 +306,27 @@ std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<s
     return HeaderFlavour(header, sizeof header);
 }
 
-Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file) {
-    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.valid()) return LastErrno();
-    struct stat status {};
-    if (fstat(fd.get(), &status) != 0) return LastErrno();
-    auto size = static_cast<std::uint64_t>(status.st_size);
+Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file,
+                       Operation *operation) {
+    file.source = std::make_shared<ArchiveSource>();
+    ArchiveSource &source = *file.source;
+    source.ownPath = path;
+    if (Result result = OpenArchiveBytes(path, operation, source.own)) return result;
+    ArchiveBytes &bytes = *source.own;
+    const std::uint64_t size = bytes.size();
     file.path = path;
     std::uint8_t end[kTrailerSize];
     if (size < kHeaderSize + kTrailerSize) return kEngineArchiveTruncated;
-    if (Result result = ReadAt(fd.get(), size - kTrailerSize, end, kTrailerSize)) return result;
+    if (Result result = bytes.ReadAt(size - kTrailerSize, end, kTrailerSize)) return result;
     if (!DecodeTrailer(end, kTrailerSize, file.trailer)) return kEngineArchiveTruncated;
     const Trailer &trailer = file.trailer;
     if (trailer.archiveLength > size || trailer.archiveLength < kHeaderSize + kTrailerSize)
         return kEngineArchiveTruncated;
     if (trailer.version > kNewestVersion) return kEngineArchiveTooNew;
     file.start = size - trailer.archiveLength;
+    source.start = file.start;
     std::uint8_t header[kHeaderSize];
-    if (Result result = ReadAt(fd.get(), file.start, header, kHeaderSize)) return result;
+    if (Result result = bytes.ReadAt(file.start, header, kHeaderSize)) return result;
     std::optional<Flavour> flavour = HeaderFlavour(header, kHeaderSize);
     if (!flavour) return kEngineArchiveTruncated;
     file.flavour = *flavour;
@@ -308,9 +335,13 @@ Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, Archi
         trailer.catalogueSize > catalogueEnd - trailer.catalogueOffset ||
         trailer.catalogueSize > kMostCatalogue)
         return kEngineCatalogueDamaged;
+    if (trailer.flags & kFlagIndexFile) {
+        if (Result result = ReadIndexReference(bytes, file.start, trailer, source.reference))
+            return result;
+    }
     Bytes region(static_cast<std::size_t>(trailer.catalogueSize));
     if (Result result =
-            ReadAt(fd.get(), file.start + trailer.catalogueOffset, region.data(), region.size()))
+            bytes.ReadAt(file.start + trailer.catalogueOffset, region.data(), region.size()))
         return result;
     if (Sha256(region.data(), region.size()) != trailer.catalogueHash)
         return kEngineCatalogueDamaged;

@@ -319,21 +319,19 @@ private:
                 catalogueRecord_ = SlotOf(source.keys[source.catalogueKeySlot]);
             }
         }
-        UniqueFd file(open(source.path.c_str(), O_RDONLY | O_CLOEXEC));
-        if (!file.valid()) return LastErrno();
-        std::uint64_t from = source.start + entry.offset;
+        // The source may be segmented, or an index whose archive lies elsewhere.
+        std::uint64_t from = entry.offset;
         entry.offset = offset_;
         std::uint64_t remaining = kBlockHeaderSize + entry.storedSize;
         Bytes buffer(kChunk);
         while (remaining > 0) {
             std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(remaining, kChunk));
-            ssize_t got = pread(file.get(), buffer.data(), want, static_cast<off_t>(from));
-            if (got < 0) return LastErrno();
-            if (got == 0) return kEngineArchiveTruncated;
-            if (Result result = Write(buffer.data(), static_cast<std::size_t>(got))) return result;
-            from += static_cast<std::uint64_t>(got);
-            remaining -= static_cast<std::uint64_t>(got);
-            if (Result stop = Progress(0, 0, static_cast<std::uint64_t>(got))) return stop;
+            if (Result result = source.source->ReadData(from, buffer.data(), want, operation_))
+                return result;
+            if (Result result = Write(buffer.data(), want)) return result;
+            from += want;
+            remaining -= want;
+            if (Result stop = Progress(0, 0, want)) return stop;
         }
         // The copied header keeps its key slot of the old archive; the
         // catalogue's entry is the one a reader follows.
