@@ -30,6 +30,7 @@ int ConvertCommand(const std::vector<std::wstring> &words);
 int SfxCommand(const std::vector<std::wstring> &words);
 int DigestCommand(const std::vector<std::wstring> &words);
 int FormatsCommand(const std::vector<std::wstring> &words);
+int JobCommand(const std::vector<std::wstring> &words);
 
 // What the commands on chosen items share (EditCommands.cpp).
 constexpr std::size_t kAnyCount = static_cast<std::size_t>(-1);

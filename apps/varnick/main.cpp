@@ -255,6 +255,10 @@ const Command kCommands[] = {
     {L"recover", cli::RecoverCommand, "write a repaired copy of a damaged archive",
      "recover ARCHIVE -d FOLDER [PASSWORD]\n"
      "  the copy keeps the archive's name, in FOLDER (not the archive's own folder)"},
+    {L"job", cli::JobCommand, "run a job file as varnick-cmdline does, or write a new one",
+     "job FILE | job --new FILE --archive ARCHIVE PATH...\n"
+     "  FILE alone runs the job; --new writes a job that compresses the PATHs into\n"
+     "  ARCHIVE, in the format its extension names"},
     {L"ls", ListFolderCommand, "list a folder: attributes, date, size and name of each entry",
      "ls [FOLDER]"},
     {L"folders", FoldersCommand, "show the folders the product keeps its data in", "folders"},

@@ -1,0 +1,85 @@
+// varnick job: runs a job file with the same runner as varnick-cmdline, or
+// writes a new compress job through the plain C layer that other programs
+// use to hand a request over.
+#include <string>
+#include <vector>
+
+#include "ArchiveIniInterface.h"
+#include "CArchiveINI.h"
+#include "CFSUtils.h"
+#include "Commands.h"
+#include "FormatCatalogue.h"
+#include "JobRunner.h"
+#include "platform/Win32.h"
+
+namespace cli {
+
+namespace {
+
+std::wstring FullPath(const std::wstring &path) {
+    wchar_t full[1024] = {};
+    return GetFullPathNameW(path.c_str(), 1024, full, nullptr) ? std::wstring(full) : path;
+}
+
+// Adds each path to the job, folders as folders; false at the first that
+// does not exist (told).
+bool AddContent(INIINFO *info, const std::vector<std::wstring> &paths) {
+    for (const std::wstring &path : paths) {
+        const std::wstring full = FullPath(path);
+        if (CFSUtils::FolderExists(full.c_str())) {
+            AddFolder(info, full.c_str());
+        } else if (CFSUtils::FileExists(full.c_str())) {
+            AddFile(info, full.c_str());
+        } else {
+            PrintError(FormatW(L"%s: no such file or folder", path.c_str()));
+            return false;
+        }
+    }
+    return true;
+}
+
+int WriteJob(const Arguments &arguments) {
+    const std::wstring archive = FullPath(arguments.Value(L"--archive"));
+    const format::type type = GetFormatType(archive.c_str());
+    if (type == format::unknown) {
+        return UsageError(FormatW(L"%s: the extension names no format", archive.c_str()));
+    }
+    const std::wstring job = FullPath(arguments.Value(L"--new"));
+    INIINFO *info = CreateIni(job.c_str());
+    if (!info) {
+        PrintError(FormatW(L"%s: the job could not be set up", job.c_str()));
+        return kExitFailure;
+    }
+    wcsncpy_s(info->ArchiveName, 1024, archive.c_str(), _TRUNCATE);
+    info->Format = type;
+    // The record's default is to mail the archive; this job only keeps it.
+    info->WizardType = kWizardKeepOnly;
+    if (!AddContent(info, arguments.positional)) {
+        DeleteINIINFO(info);
+        return kExitFailure;
+    }
+    SaveIni(info);
+    if (!CFSUtils::FileExists(job.c_str())) {
+        PrintError(FormatW(L"%s: the job could not be written", job.c_str()));
+        return kExitFailure;
+    }
+    Print(job + L"\n");
+    return kExitSuccess;
+}
+
+}  // namespace
+
+int JobCommand(const std::vector<std::wstring> &words) {
+    const Arguments arguments = ParseArguments(words, {}, {L"--new", L"--archive"});
+    if (!arguments.bad.empty())
+        return UsageError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
+    if (arguments.Has(L"--new")) {
+        if (!arguments.Has(L"--archive") || arguments.positional.empty()) return UsageError();
+        return WriteJob(arguments);
+    }
+    if (arguments.Has(L"--archive") || arguments.positional.size() != 1) return UsageError();
+    JobRunner runner("varnick");
+    return runner.Run(FullPath(arguments.positional[0]));
+}
+
+}  // namespace cli
