@@ -4,6 +4,7 @@
 
 #include "CAppUtils.h"
 #include "CLogging.h"
+#include "platform/Dialog.h"
 #include "platform/UiHost.h"
 #include "platform/Win32.h"
 
@@ -85,13 +86,10 @@ INT_PTR CViewLog::RunDialog() {
 }
 
 INT_PTR CViewLog::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto *self = reinterpret_cast<CViewLog *>(
-        message == WM_INITDIALOG ? lParam : GetWindowLongPtrW(dialog, DWLP_USER));
+    auto *self = platform::DialogObject(dialog, message, lParam, &CViewLog::dialog_);
     if (!self) return FALSE;
     switch (message) {
         case WM_INITDIALOG:
-            SetWindowLongPtrW(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(self));
-            self->dialog_ = dialog;
             return self->OnInitDlg();
         case WM_COMMAND:
             switch (LOWORD(wParam)) {

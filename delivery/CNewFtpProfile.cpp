@@ -43,7 +43,7 @@ INT_PTR CNewFtpProfile::Run() {
 }
 
 INT_PTR CNewFtpProfile::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto *self = delivery::DialogObject<CNewFtpProfile>(dialog, message, lParam);
+    auto *self = platform::DialogObject(dialog, message, lParam, &CNewFtpProfile::window);
     if (!self) return FALSE;
     switch (message) {
         case WM_INITDIALOG:

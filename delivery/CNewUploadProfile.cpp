@@ -45,7 +45,7 @@ void CNewUploadProfile::Run() {
 }
 
 INT_PTR CNewUploadProfile::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto *self = delivery::DialogObject<CNewUploadProfile>(dialog, message, lParam);
+    auto *self = platform::DialogObject(dialog, message, lParam, &CNewUploadProfile::window);
     if (!self) return FALSE;
     switch (message) {
         case WM_INITDIALOG:

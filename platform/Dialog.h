@@ -247,6 +247,21 @@ LRESULT CALLBACK ControlWindowProc(HWND control, UINT message, WPARAM wParam, LP
 // The number of a dialog made from a numbered template, else 0.
 WORD DialogTemplateId(HWND dialog);
 
+// The object behind a dialog procedure. It comes as the parameter of
+// WM_INITDIALOG, is kept in DWLP_USER and told its window through
+// `windowMember`; every later message finds it there. Null for the messages
+// before WM_INITDIALOG.
+template <class Object, class WindowMember>
+Object *DialogObject(HWND dialog, UINT message, LPARAM lParam, WindowMember Object::*windowMember) {
+    if (message != WM_INITDIALOG) {
+        return reinterpret_cast<Object *>(GetWindowLongPtrW(dialog, DWLP_USER));
+    }
+    auto *self = reinterpret_cast<Object *>(lParam);
+    SetWindowLongPtrW(dialog, DWLP_USER, lParam);
+    if (self) self->*windowMember = dialog;
+    return self;
+}
+
 // A copy of a control's state, readable from any thread without waiting and
 // without making the control; `exists` is false when there is no such
 // control.

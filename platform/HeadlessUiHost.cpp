@@ -26,28 +26,27 @@ void HeadlessUiHost::RunWhileShown() {
     if (action) action();
 }
 
-template <class Value, class Prompt>
-std::optional<Value> HeadlessUiHost::Ask(const Prompt &prompt) {
+std::optional<PromptAnswer> HeadlessUiHost::AnswerPrompt(const PromptRequest &request) {
     RunWhileShown();
     std::lock_guard lock(mutex_);
-    Script &script = scripts_[ScriptIndex<Prompt>()];
-    std::optional<Value> answer;
+    Script &script = scripts_[request.index()];
+    std::optional<PromptAnswer> answer;
     if (!script.empty()) {
-        if (script.front()) answer = std::get<Value>(*script.front());
+        answer = script.front();
         script.pop_front();
     }
     PromptRecord record;
-    record.request = prompt;
+    record.request = request;
     if (answer) {
         record.refused = false;
-        Fill(record, *answer);
+        std::visit([&](const auto &value) { Fill(record, value); }, *answer);
     }
     prompts_.push_back(std::move(record));
     return answer;
 }
 
 template <class Prompt>
-void HeadlessUiHost::Queue(std::optional<Answer> answer) {
+void HeadlessUiHost::Queue(std::optional<PromptAnswer> answer) {
     std::lock_guard lock(mutex_);
     scripts_[ScriptIndex<Prompt>()].push_back(std::move(answer));
 }
@@ -65,39 +64,6 @@ int HeadlessUiHost::MessageBox(HWND owner, const std::wstring &text, const std::
     return answer;
 }
 
-std::optional<std::wstring> HeadlessUiHost::AskPassword(const PasswordPrompt &prompt) {
-    return Ask<std::wstring>(prompt);
-}
-
-std::optional<int> HeadlessUiHost::AskConflictAction(const ConflictPrompt &prompt) {
-    return Ask<int>(prompt);
-}
-
-std::optional<FolderDeleteAnswer> HeadlessUiHost::ConfirmFolderDelete(
-    const FolderDeletePrompt &prompt) {
-    return Ask<FolderDeleteAnswer>(prompt);
-}
-
-std::optional<std::wstring> HeadlessUiHost::ChooseDirectory(const DirectoryPrompt &prompt) {
-    return Ask<std::wstring>(prompt);
-}
-
-std::optional<std::wstring> HeadlessUiHost::ChooseSaveFile(const SaveFilePrompt &prompt) {
-    return Ask<std::wstring>(prompt);
-}
-
-std::optional<std::wstring> HeadlessUiHost::LocateArchive(const ArchiveLocationPrompt &prompt) {
-    return Ask<std::wstring>(prompt);
-}
-
-std::optional<std::wstring> HeadlessUiHost::AskNextDisk(const NextDiskPrompt &prompt) {
-    return Ask<std::wstring>(prompt);
-}
-
-std::optional<int> HeadlessUiHost::AskArcNameConflict(const ArcNameConflictPrompt &prompt) {
-    return Ask<int>(prompt);
-}
-
 void HeadlessUiHost::QueueAnswer(int answer) {
     std::lock_guard lock(mutex_);
     answers_.push_back(answer);
@@ -105,44 +71,44 @@ void HeadlessUiHost::QueueAnswer(int answer) {
 
 namespace {
 
-template <class Value, class Answer>
-std::optional<Answer> Wrap(std::optional<Value> value) {
+template <class Value>
+std::optional<PromptAnswer> Wrap(std::optional<Value> value) {
     if (!value) return std::nullopt;
-    return Answer(std::move(*value));
+    return PromptAnswer(std::move(*value));
 }
 
 }  // namespace
 
 void HeadlessUiHost::QueuePassword(std::optional<std::wstring> password) {
-    Queue<PasswordPrompt>(Wrap<std::wstring, Answer>(std::move(password)));
+    Queue<PasswordPrompt>(Wrap(std::move(password)));
 }
 
 void HeadlessUiHost::QueueConflictAction(std::optional<int> action) {
-    Queue<ConflictPrompt>(Wrap<int, Answer>(action));
+    Queue<ConflictPrompt>(Wrap(action));
 }
 
 void HeadlessUiHost::QueueFolderDelete(std::optional<FolderDeleteAnswer> answer) {
-    Queue<FolderDeletePrompt>(Wrap<FolderDeleteAnswer, Answer>(answer));
+    Queue<FolderDeletePrompt>(Wrap(answer));
 }
 
 void HeadlessUiHost::QueueDirectory(std::optional<std::wstring> folder) {
-    Queue<DirectoryPrompt>(Wrap<std::wstring, Answer>(std::move(folder)));
+    Queue<DirectoryPrompt>(Wrap(std::move(folder)));
 }
 
 void HeadlessUiHost::QueueSaveFile(std::optional<std::wstring> file) {
-    Queue<SaveFilePrompt>(Wrap<std::wstring, Answer>(std::move(file)));
+    Queue<SaveFilePrompt>(Wrap(std::move(file)));
 }
 
 void HeadlessUiHost::QueueArchiveLocation(std::optional<std::wstring> file) {
-    Queue<ArchiveLocationPrompt>(Wrap<std::wstring, Answer>(std::move(file)));
+    Queue<ArchiveLocationPrompt>(Wrap(std::move(file)));
 }
 
 void HeadlessUiHost::QueueNextDisk(std::optional<std::wstring> folder) {
-    Queue<NextDiskPrompt>(Wrap<std::wstring, Answer>(std::move(folder)));
+    Queue<NextDiskPrompt>(Wrap(std::move(folder)));
 }
 
 void HeadlessUiHost::QueueArcNameConflict(std::optional<int> choice) {
-    Queue<ArcNameConflictPrompt>(Wrap<int, Answer>(choice));
+    Queue<ArcNameConflictPrompt>(Wrap(choice));
 }
 
 void HeadlessUiHost::WhileShown(std::function<void()> action) {

@@ -23,10 +23,6 @@ struct MessageBoxRecord {
     int answer = 0;
 };
 
-using PromptRequest =
-    std::variant<PasswordPrompt, ConflictPrompt, FolderDeletePrompt, DirectoryPrompt,
-                 SaveFilePrompt, ArchiveLocationPrompt, NextDiskPrompt, ArcNameConflictPrompt>;
-
 // One text a dialog handed over to be shown.
 struct TextRecord {
     HWND owner = nullptr;
@@ -57,15 +53,6 @@ class HeadlessUiHost : public UiHost {
 public:
     int MessageBox(HWND owner, const std::wstring &text, const std::wstring &caption,
                    UINT flags) override;
-    std::optional<std::wstring> AskPassword(const PasswordPrompt &prompt) override;
-    std::optional<int> AskConflictAction(const ConflictPrompt &prompt) override;
-    std::optional<FolderDeleteAnswer> ConfirmFolderDelete(
-        const FolderDeletePrompt &prompt) override;
-    std::optional<std::wstring> ChooseDirectory(const DirectoryPrompt &prompt) override;
-    std::optional<std::wstring> ChooseSaveFile(const SaveFilePrompt &prompt) override;
-    std::optional<std::wstring> LocateArchive(const ArchiveLocationPrompt &prompt) override;
-    std::optional<std::wstring> AskNextDisk(const NextDiskPrompt &prompt) override;
-    std::optional<int> AskArcNameConflict(const ArcNameConflictPrompt &prompt) override;
     // Records the text and leaves the dialog standing (false).
     bool ShowText(HWND owner, const std::wstring &title, const std::wstring &text) override;
 
@@ -92,14 +79,15 @@ public:
     // Forgets the records, the queued answers and the WhileShown action.
     void Reset();
 
-private:
-    using Answer = std::variant<std::wstring, int, FolderDeleteAnswer>;
-    using Script = std::deque<std::optional<Answer>>;
+protected:
+    // Every prompt: records it and answers from its kind's script.
+    std::optional<PromptAnswer> AnswerPrompt(const PromptRequest &request) override;
 
-    template <class Value, class Prompt>
-    std::optional<Value> Ask(const Prompt &prompt);
+private:
+    using Script = std::deque<std::optional<PromptAnswer>>;
+
     template <class Prompt>
-    void Queue(std::optional<Answer> answer);
+    void Queue(std::optional<PromptAnswer> answer);
     void RunWhileShown();
 
     mutable std::mutex mutex_;

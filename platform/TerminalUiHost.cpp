@@ -262,6 +262,14 @@ void TerminalUiHost::LeaveProgressBlock() {
     progressDialog_ = nullptr;
 }
 
+template <class Ask>
+auto TerminalUiHost::Prompting(Ask ask) -> decltype(ask()) {
+    if (!terminal_) return std::nullopt;
+    std::lock_guard lock(terminalMutex_);
+    LeaveProgressBlock();
+    return ask();
+}
+
 int TerminalUiHost::MessageBox(HWND, const std::wstring &text, const std::wstring &caption,
                                UINT flags) {
     int preset = DefaultMessageBoxAnswer(flags);
@@ -301,112 +309,104 @@ std::optional<std::wstring> TerminalUiHost::AskPasswordOnce(const std::wstring &
 }
 
 std::optional<std::wstring> TerminalUiHost::AskPassword(const PasswordPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    if (prompt.passwordWrong) WriteLine(L"The password was not correct.");
-    std::wstring question = L"Password for " + prompt.archiveName + L": ";
-    for (;;) {
-        std::optional<std::wstring> password = AskPasswordOnce(question);
-        if (!password || !prompt.confirm) return password;
-        std::optional<std::wstring> again = AskPasswordOnce(L"Type it again: ");
-        if (!again) return std::nullopt;
-        if (*again == *password) return password;
-        WriteLine(L"The two passwords differ.");
-    }
+    return Prompting([&]() -> std::optional<std::wstring> {
+        if (prompt.passwordWrong) WriteLine(L"The password was not correct.");
+        std::wstring question = L"Password for " + prompt.archiveName + L": ";
+        for (;;) {
+            std::optional<std::wstring> password = AskPasswordOnce(question);
+            if (!password || !prompt.confirm) return password;
+            std::optional<std::wstring> again = AskPasswordOnce(L"Type it again: ");
+            if (!again) return std::nullopt;
+            if (*again == *password) return password;
+            WriteLine(L"The two passwords differ.");
+        }
+    });
 }
 
 std::optional<int> TerminalUiHost::AskConflictAction(const ConflictPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    std::wstring question =
-        (prompt.folder ? L"The folder " : L"The file ") + prompt.path + L" already exists.";
-    return Choose(question,
-                  {{L"Replace", kConflictReplace},
-                   {L"Replace all", kConflictReplaceAll},
-                   {L"Skip", kConflictSkip},
-                   {L"Skip all", kConflictSkipAll},
-                   {L"Replace if newer", kConflictReplaceIfNewer},
-                   {L"Keep both", kConflictKeepBoth},
-                   {L"Stop", kConflictStop}},
-                  std::nullopt);
+    return Prompting([&]() -> std::optional<int> {
+        std::wstring question =
+            (prompt.folder ? L"The folder " : L"The file ") + prompt.path + L" already exists.";
+        return Choose(question,
+                      {{L"Replace", kConflictReplace},
+                       {L"Replace all", kConflictReplaceAll},
+                       {L"Skip", kConflictSkip},
+                       {L"Skip all", kConflictSkipAll},
+                       {L"Replace if newer", kConflictReplaceIfNewer},
+                       {L"Keep both", kConflictKeepBoth},
+                       {L"Stop", kConflictStop}},
+                      std::nullopt);
+    });
 }
 
 std::optional<FolderDeleteAnswer> TerminalUiHost::ConfirmFolderDelete(
     const FolderDeletePrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    WriteLine(L"The folder " + prompt.path + L" will be replaced by the one being expanded.");
-    std::optional<bool> askAgain = AskYesNo(L"Ask again next time?", true);
-    if (!askAgain) return std::nullopt;
-    std::optional<bool> merge = AskYesNo(L"Merge folder contents from now on?", false);
-    if (!merge) return std::nullopt;
-    return FolderDeleteAnswer{!*askAgain, *merge};
+    return Prompting([&]() -> std::optional<FolderDeleteAnswer> {
+        WriteLine(L"The folder " + prompt.path + L" will be replaced by the one being expanded.");
+        std::optional<bool> askAgain = AskYesNo(L"Ask again next time?", true);
+        if (!askAgain) return std::nullopt;
+        std::optional<bool> merge = AskYesNo(L"Merge folder contents from now on?", false);
+        if (!merge) return std::nullopt;
+        return FolderDeleteAnswer{!*askAgain, *merge};
+    });
 }
 
 std::optional<std::wstring> TerminalUiHost::ChooseDirectory(const DirectoryPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    if (!prompt.text.empty()) WriteLine(prompt.text);
-    return AskExisting(L"Folder", prompt.initialFolder, true);
+    return Prompting([&]() -> std::optional<std::wstring> {
+        if (!prompt.text.empty()) WriteLine(prompt.text);
+        return AskExisting(L"Folder", prompt.initialFolder, true);
+    });
 }
 
 std::optional<std::wstring> TerminalUiHost::ChooseSaveFile(const SaveFilePrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    if (!prompt.title.empty()) WriteLine(prompt.title);
-    std::wstring ask = prompt.suggestedName.empty()
-                           ? std::wstring(L"File name: ")
-                           : L"File name [" + prompt.suggestedName + L"]: ";
-    for (;;) {
-        std::optional<std::wstring> answer = AskLine(ask);
-        if (!answer) return std::nullopt;
-        std::wstring path = answer->empty() ? prompt.suggestedName : *answer;
-        if (path.empty()) return std::nullopt;
-        path = FullPath(path);
-        if (PathIsDirectoryW(path.c_str())) {
-            WriteLine(path + L" is a folder.");
-            continue;
+    return Prompting([&]() -> std::optional<std::wstring> {
+        if (!prompt.title.empty()) WriteLine(prompt.title);
+        std::wstring ask = prompt.suggestedName.empty()
+                               ? std::wstring(L"File name: ")
+                               : L"File name [" + prompt.suggestedName + L"]: ";
+        for (;;) {
+            std::optional<std::wstring> answer = AskLine(ask);
+            if (!answer) return std::nullopt;
+            std::wstring path = answer->empty() ? prompt.suggestedName : *answer;
+            if (path.empty()) return std::nullopt;
+            path = FullPath(path);
+            if (PathIsDirectoryW(path.c_str())) {
+                WriteLine(path + L" is a folder.");
+                continue;
+            }
+            if (!(prompt.flags & kSaveFileOverwritePrompt) || !PathFileExistsW(path.c_str())) {
+                return path;
+            }
+            std::optional<bool> replace = AskYesNo(path + L" already exists. Replace it?", false);
+            if (!replace) return std::nullopt;
+            if (*replace) return path;
         }
-        if (!(prompt.flags & kSaveFileOverwritePrompt) || !PathFileExistsW(path.c_str())) {
-            return path;
-        }
-        std::optional<bool> replace = AskYesNo(path + L" already exists. Replace it?", false);
-        if (!replace) return std::nullopt;
-        if (*replace) return path;
-    }
+    });
 }
 
 std::optional<std::wstring> TerminalUiHost::LocateArchive(const ArchiveLocationPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    WriteLine(L"Where is the archive (" + prompt.pattern + L")?");
-    return AskExisting(L"File", L"", false);
+    return Prompting([&]() -> std::optional<std::wstring> {
+        WriteLine(L"Where is the archive (" + prompt.pattern + L")?");
+        return AskExisting(L"File", L"", false);
+    });
 }
 
 std::optional<std::wstring> TerminalUiHost::AskNextDisk(const NextDiskPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    WriteLine(L"The segment " + prompt.segmentName + L" of " + prompt.archiveName +
-              L" is needed. Insert its disk, or name the folder that holds it.");
-    return AskExisting(L"Folder", prompt.folder, true);
+    return Prompting([&]() -> std::optional<std::wstring> {
+        WriteLine(L"The segment " + prompt.segmentName + L" of " + prompt.archiveName +
+                  L" is needed. Insert its disk, or name the folder that holds it.");
+        return AskExisting(L"Folder", prompt.folder, true);
+    });
 }
 
 std::optional<int> TerminalUiHost::AskArcNameConflict(const ArcNameConflictPrompt &prompt) {
-    if (!terminal_) return std::nullopt;
-    std::lock_guard lock(terminalMutex_);
-    LeaveProgressBlock();
-    return Choose(L"The archive " + prompt.path + L" already exists.",
-                  {{L"Replace it", kArcNameReplace},
-                   {L"Add to it", kArcNameAddTo},
-                   {L"Make " + prompt.uniqueName + L" instead", kArcNameUseUnique}},
-                  std::nullopt);
+    return Prompting([&]() -> std::optional<int> {
+        return Choose(L"The archive " + prompt.path + L" already exists.",
+                      {{L"Replace it", kArcNameReplace},
+                       {L"Add to it", kArcNameAddTo},
+                       {L"Make " + prompt.uniqueName + L" instead", kArcNameUseUnique}},
+                      std::nullopt);
+    });
 }
 
 void TerminalUiHost::DrawProgress(HWND dialog, const ProgressView &view, bool last) {

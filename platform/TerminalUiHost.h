@@ -95,6 +95,10 @@ private:
     void Draw(HWND dialog, const ProgressView &view, bool last);
     // Puts the cursor below a progress block before a prompt writes.
     void LeaveProgressBlock();
+    // Runs a prompt with the terminal held, below any progress block;
+    // refused at once when there is no terminal.
+    template <class Ask>
+    auto Prompting(Ask ask) -> decltype(ask());
     int Columns() const;
 
     int input_;

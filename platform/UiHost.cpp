@@ -12,28 +12,45 @@ std::atomic<UiHost *> installedHost{nullptr};
 
 }  // namespace
 
-std::optional<std::wstring> UiHost::AskPassword(const PasswordPrompt &) { return std::nullopt; }
-
-std::optional<int> UiHost::AskConflictAction(const ConflictPrompt &) { return std::nullopt; }
-
-std::optional<FolderDeleteAnswer> UiHost::ConfirmFolderDelete(const FolderDeletePrompt &) {
-    return std::nullopt;
+template <class Value, class Prompt>
+std::optional<Value> UiHost::Answered(const Prompt &prompt) {
+    std::optional<PromptAnswer> answer = AnswerPrompt(PromptRequest(prompt));
+    if (!answer) return std::nullopt;
+    return std::get<Value>(std::move(*answer));
 }
 
-std::optional<std::wstring> UiHost::ChooseDirectory(const DirectoryPrompt &) {
-    return std::nullopt;
+std::optional<PromptAnswer> UiHost::AnswerPrompt(const PromptRequest &) { return std::nullopt; }
+
+std::optional<std::wstring> UiHost::AskPassword(const PasswordPrompt &prompt) {
+    return Answered<std::wstring>(prompt);
 }
 
-std::optional<std::wstring> UiHost::ChooseSaveFile(const SaveFilePrompt &) { return std::nullopt; }
-
-std::optional<std::wstring> UiHost::LocateArchive(const ArchiveLocationPrompt &) {
-    return std::nullopt;
+std::optional<int> UiHost::AskConflictAction(const ConflictPrompt &prompt) {
+    return Answered<int>(prompt);
 }
 
-std::optional<std::wstring> UiHost::AskNextDisk(const NextDiskPrompt &) { return std::nullopt; }
+std::optional<FolderDeleteAnswer> UiHost::ConfirmFolderDelete(const FolderDeletePrompt &prompt) {
+    return Answered<FolderDeleteAnswer>(prompt);
+}
 
-std::optional<int> UiHost::AskArcNameConflict(const ArcNameConflictPrompt &) {
-    return std::nullopt;
+std::optional<std::wstring> UiHost::ChooseDirectory(const DirectoryPrompt &prompt) {
+    return Answered<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> UiHost::ChooseSaveFile(const SaveFilePrompt &prompt) {
+    return Answered<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> UiHost::LocateArchive(const ArchiveLocationPrompt &prompt) {
+    return Answered<std::wstring>(prompt);
+}
+
+std::optional<std::wstring> UiHost::AskNextDisk(const NextDiskPrompt &prompt) {
+    return Answered<std::wstring>(prompt);
+}
+
+std::optional<int> UiHost::AskArcNameConflict(const ArcNameConflictPrompt &prompt) {
+    return Answered<int>(prompt);
 }
 
 void UiHost::ProgressChanged(HWND) {}

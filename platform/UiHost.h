@@ -15,6 +15,7 @@
 
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "platform/WinTypes.h"
@@ -107,6 +108,13 @@ struct ArcNameConflictPrompt {
     std::wstring uniqueName;
 };
 
+// Every prompt as one value, and what a prompt answers: a text (password,
+// folder, file), a choice (action, button), or the folder-delete answer.
+using PromptRequest =
+    std::variant<PasswordPrompt, ConflictPrompt, FolderDeletePrompt, DirectoryPrompt,
+                 SaveFilePrompt, ArchiveLocationPrompt, NextDiskPrompt, ArcNameConflictPrompt>;
+using PromptAnswer = std::variant<std::wstring, int, FolderDeleteAnswer>;
+
 // The progress dialog's template (2021): the controls a host renders it from.
 namespace progress_template {
 inline constexpr int kTemplateId = 2021;
@@ -134,7 +142,7 @@ public:
 
     // The prompt dialogs. Each returns the answer, or nothing when the
     // prompt was refused (cancelled, closed, or nobody could answer). The
-    // defaults refuse.
+    // defaults hand the prompt to AnswerPrompt.
     virtual std::optional<std::wstring> AskPassword(const PasswordPrompt &prompt);
     virtual std::optional<int> AskConflictAction(const ConflictPrompt &prompt);
     virtual std::optional<FolderDeleteAnswer> ConfirmFolderDelete(const FolderDeletePrompt &prompt);
@@ -160,6 +168,16 @@ public:
     // GetSystemMetrics values of the display the host presents on. The
     // default is the headless display: one virtual monitor of 1024 by 768.
     virtual int SystemMetric(int index);
+
+protected:
+    // Where the default prompts go: a host that treats every kind of prompt
+    // alike answers here instead of overriding each. The answer must be of
+    // the kind the prompt returns. The default refuses.
+    virtual std::optional<PromptAnswer> AnswerPrompt(const PromptRequest &request);
+
+private:
+    template <class Value, class Prompt>
+    std::optional<Value> Answered(const Prompt &prompt);
 };
 
 // The button a message box of these flags (MB_OKCANCEL, MB_DEFBUTTON2, ...)

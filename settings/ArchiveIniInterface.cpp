@@ -12,6 +12,7 @@
 #include "CNewUploadProfile.h"
 #include "platform/Win32.h"
 #include "settings/CmdLineLaunch.h"
+#include "settings/JobFileSections.h"
 
 namespace {
 
@@ -133,15 +134,10 @@ void SaveArchiveAndDelivery(const INIINFO &info) {
     }
     ini.SetInt(L"ArchiveInfo", L"Format", info.Format);
     if (info.WizardType == 1) {
-        ini.SetString(L"FTP", L"ProfileName", info.FTPProfileName);
-        ini.SetBool(L"FTP", L"FTPMD5File", info.FTPMD5File);
+        jobfile::WriteFtpSection(ini, info.FTPProfileName, info.FTPMD5File);
     } else if (info.WizardType == 3) {
-        ini.SetTCHAR(L"Burn", L"Device", info.Device);
-        ini.SetBool(L"Burn", L"SafeSpeed", info.SafeSpeed);
-        ini.SetString(L"Burn", L"Label", info.Label);
-        ini.SetBool(L"Burn", L"Appendable", info.Appendable);
-        ini.SetBool(L"Burn", L"PreEraseRW", info.PreEraseRW);
-        ini.SetBool(L"Burn", L"Rename", info.Rename);
+        jobfile::WriteBurnSection(ini, {info.Device, info.SafeSpeed, info.Label, info.Appendable,
+                                        info.PreEraseRW, info.Rename});
     }
     ini.Save();
 }

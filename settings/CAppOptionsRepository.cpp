@@ -1,6 +1,9 @@
 #include "CAppOptionsRepository.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "CFSUtils.h"
@@ -81,47 +84,27 @@ const std::vector<NamedField> &RootFields() {
     return fields;
 }
 
+// Registry values that the job file does not carry.
+bool KeptOutOfJobFile(const wchar_t *name) {
+    static const std::wstring_view kept[] = {L"ThumbnailSize", L"ThumbnailLimit",
+                                             L"ShowDropDblClickMsg", L"AutoOpenExpandFolder",
+                                             L"SmartSendSizeTrigger"};
+    return std::find(std::begin(kept), std::end(kept), name) != std::end(kept);
+}
+
 // The keys of the job file's "AppOptions" section, in the order they are
-// written and read.
+// written and read: the root values, then the keys' values in registry
+// order, less those kept out.
 const std::vector<NamedField> &JobFileFields() {
-    static const std::vector<NamedField> fields = {
-        {L"RecentListSize", &Self::RecentListSize},
-        {L"CheckForUpdates", &Self::CheckForUpdates},
-        {L"EnableContextMenu", &Self::EnableContextMenu},
-        {L"TempFolder", &Self::TempFolder},
-        {L"ViewFlat", &Self::ViewFlat},
-        {L"ViewState", &Self::ViewState},
-        {L"UseEncryption", &Self::UseEncryption},
-        {L"FormatType", &Self::FormatType},
-        {L"UseSmartArchiving", &Self::UseSmartArchiving},
-        {L"ShowArcNameWarningMsg", &Self::ShowArcNameWarningMsg},
-        {L"UseWizard", &Self::UseWizard},
-        {L"DblClickAction", &Self::DblClickAction},
-        {L"UseQuickToolsOpen", &Self::UseQuickToolsOpen},
-        {L"DeleteSrc", &Self::DeleteSrc},
-        {L"CompressOrig", &Self::CompressOrig},
-        {L"CompressArcs", &Self::CompressArcs},
-        {L"ForkHandling", &Self::ForkHandling},
-        {L"AddConflictMethod", &Self::AddConflictMethod},
-        {L"AddMergeContents", &Self::AddMergeContents},
-        {L"CompressFolderMethod", &Self::CompressFolderMethod},
-        {L"DefaultCompressFolder", &Self::DefaultCompressFolder},
-        {L"DeleteArcAfterExpand", &Self::DeleteArcAfterExpand},
-        {L"ExpandFolderOptions", &Self::ExpandFolderOptions},
-        {L"ExpandConflictMethod", &Self::ExpandConflictMethod},
-        {L"ExpandMergeContents", &Self::ExpandMergeContents},
-        {L"ExpandFolderMethod", &Self::ExpandFolderMethod},
-        {L"DefaultExpandFolder", &Self::DefaultExpandFolder},
-        {L"WizardTaskFolder", &Self::WizardTaskFolder},
-        {L"WizardDeleteArchiveAfterExpansion", &Self::WizardDeleteArchiveAfterExpansion},
-        {L"WizardShowSchedulerPage", &Self::WizardShowSchedulerPage},
-        {L"DropletLocation", &Self::DropletLocation},
-        {L"UseSmartSend", &Self::UseSmartSend},
-        {L"SmartSendService", &Self::SmartSendService},
-        {L"SmartSendFTPProfile", &Self::SmartSendFTPProfile},
-        {L"AVPath", &Self::AVPath},
-        {L"AVOption", &Self::AVOption},
-    };
+    static const std::vector<NamedField> fields = [] {
+        std::vector<NamedField> all = RootFields();
+        for (const RegistryGroup &group : RegistryGroups()) {
+            for (const NamedField &field : group.fields) {
+                if (!KeptOutOfJobFile(field.name)) all.push_back(field);
+            }
+        }
+        return all;
+    }();
     return fields;
 }
 

@@ -12,12 +12,13 @@
 #include "CSchedulerTaskRepository.h"
 #include "platform/Shortcuts.h"
 #include "platform/Win32.h"
+#include "settings/JobFileSections.h"
 
 namespace {
 
 constexpr const wchar_t *kArchiveSection = L"Archive";
-constexpr const wchar_t *kFtpSection = L"FTP";
-constexpr const wchar_t *kBurnSection = L"Burn";
+using jobfile::kBurnSection;
+using jobfile::kFtpSection;
 constexpr const wchar_t *kEmailSection = L"Email";
 constexpr const wchar_t *kUploadSection = L"UploadService";
 constexpr const wchar_t *kContextMenuSection = L"ContextMenu";
@@ -120,20 +121,15 @@ bool CArchiveINI::CreateContentSection(const wchar_t *path) {
 
 bool CArchiveINI::CreateFtpSection(const wchar_t *path) {
     CIniFile ini(path);
-    ini.SetString(kFtpSection, L"ProfileName", FTPProfile.name);
-    ini.SetBool(kFtpSection, L"FTPMD5File", FTPMD5File);
+    jobfile::WriteFtpSection(ini, FTPProfile.name, FTPMD5File);
     ini.Save();
     return true;
 }
 
 bool CArchiveINI::CreateBurnSection(const wchar_t *path) {
     CIniFile ini(path);
-    ini.SetTCHAR(kBurnSection, L"Device", Device);
-    ini.SetBool(kBurnSection, L"SafeSpeed", SafeSpeed);
-    ini.SetString(kBurnSection, L"Label", Label.c_str());
-    ini.SetBool(kBurnSection, L"Appendable", Appendable);
-    ini.SetBool(kBurnSection, L"PreEraseRW", PreEraseRW);
-    ini.SetBool(kBurnSection, L"Rename", Rename);
+    jobfile::WriteBurnSection(ini,
+                              {Device, SafeSpeed, Label.c_str(), Appendable, PreEraseRW, Rename});
     ini.Save();
     return true;
 }

@@ -59,13 +59,10 @@ bool CChangeFileAssociations::Run() {
 
 INT_PTR CChangeFileAssociations::DialogProc(HWND dialog, UINT message, WPARAM wParam,
                                             LPARAM lParam) {
-    auto *self = reinterpret_cast<CChangeFileAssociations *>(
-        message == WM_INITDIALOG ? lParam : GetWindowLongPtrW(dialog, DWLP_USER));
+    auto *self = platform::DialogObject(dialog, message, lParam, &CChangeFileAssociations::window);
     if (!self) return FALSE;
     switch (message) {
         case WM_INITDIALOG:
-            SetWindowLongPtrW(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(self));
-            self->window = dialog;
             return self->OnInitDialog();
         case WM_COMMAND:
             self->OnCommand(LOWORD(wParam));

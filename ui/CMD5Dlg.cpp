@@ -6,6 +6,7 @@
 #include "CCommonDlgs.h"
 #include "CCrypto.h"
 #include "CRegistry.h"
+#include "platform/Dialog.h"
 #include "platform/UiHost.h"
 #include "platform/Win32.h"
 
@@ -78,13 +79,10 @@ INT_PTR CMD5Dlg::Run(const wchar_t *file) {
 }
 
 INT_PTR CMD5Dlg::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto *self = reinterpret_cast<CMD5Dlg *>(
-        message == WM_INITDIALOG ? lParam : GetWindowLongPtrW(dialog, DWLP_USER));
+    auto *self = platform::DialogObject(dialog, message, lParam, &CMD5Dlg::window);
     if (!self) return FALSE;
     switch (message) {
         case WM_INITDIALOG:
-            SetWindowLongPtrW(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(self));
-            self->window = dialog;
             return self->OnInitDialog();
         case WM_TIMER:
             self->OnTimer(wParam);

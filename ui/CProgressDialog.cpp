@@ -1,6 +1,7 @@
 #include "CProgressDialog.h"
 
 #include "CAppUtils.h"
+#include "platform/Dialog.h"
 #include "platform/UiHost.h"
 #include "platform/WinFormat.h"
 #include "platform/WinTime.h"
@@ -85,16 +86,13 @@ bool CProgressDialog::Run(CArchive *owner) {
 }
 
 INT_PTR CProgressDialog::DialogProc(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) {
-    auto *self = reinterpret_cast<CProgressDialog *>(
-        message == WM_INITDIALOG ? lParam : GetWindowLongPtrW(dialog, DWLP_USER));
+    auto *self = platform::DialogObject(dialog, message, lParam, &CProgressDialog::window);
     if (!self) return FALSE;
     switch (message) {
         case WM_SIZE:
             self->OnSize(static_cast<UINT>(wParam), LOWORD(lParam), HIWORD(lParam));
             return TRUE;
         case WM_INITDIALOG:
-            SetWindowLongPtrW(dialog, DWLP_USER, reinterpret_cast<LONG_PTR>(self));
-            self->window = dialog;
             return self->OnInitDialog();
         case WM_COMMAND:
             self->OnCommand(LOWORD(wParam));

@@ -12,6 +12,7 @@
 #include "CAppUtils.h"
 #include "CHighTime.h"
 #include "platform/Win32.h"
+#include "support/DialogDriving.h"
 #include "support/LoadedResources.h"
 #include "support/TempHome.h"
 
@@ -320,21 +321,7 @@ TEST(CAppUtilsMemory, FiguresAreConsistentWithTheMachine) {
     EXPECT_GE(GetActiveProcessorCount(), 1u);
 }
 
-namespace {
-
-HWND PlainWindow(HWND parent, int x, int y, int width, int height) {
-    static const ATOM registered = [] {
-        WNDCLASSW windowClass{};
-        windowClass.lpfnWndProc = DefWindowProcW;
-        windowClass.lpszClassName = L"AppUtilsTestWindow";
-        return RegisterClassW(&windowClass);
-    }();
-    EXPECT_NE(registered, 0);
-    return CreateWindowExW(0, L"AppUtilsTestWindow", L"", 0, x, y, width, height, parent, nullptr,
-                           nullptr, nullptr);
-}
-
-}  // namespace
+using testsupport::PlainWindow;
 
 TEST(CAppUtilsWindows, DialogIsCentredOverItsParentAndKeptOnTheScreen) {
     HWND parent = PlainWindow(nullptr, 100, 100, 400, 300);

@@ -1,9 +1,7 @@
 // The log viewer: its choice of file, its reading and its clearing, and
 // its dialog run modally while a "user" on another thread presses buttons.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -14,11 +12,11 @@
 
 #include "CLogging.h"
 #include "CViewLog.h"
-#include "platform/TerminalUiHost.h"
 #include "platform/UiHost.h"
 #include "platform/Win32.h"
 #include "support/DialogDriving.h"
 #include "support/TempHome.h"
+#include "support/TerminalCapture.h"
 
 namespace fs = std::filesystem;
 
@@ -187,22 +185,11 @@ TEST_F(ViewLogDialogTest, PrintHandsTheLogFileToThePrintCommand) {
 }
 
 TEST_F(ViewLogDialogTest, TerminalHostPrintsTheLogAndTheDialogClosesAtOnce) {
-    fs::path out = home.Scratch() / "out.txt";
-    int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    ASSERT_GE(input, 0);
-    ASSERT_GE(output, 0);
-    INT_PTR result;
-    {
-        platform::TerminalUiHost terminal(input, output);
-        platform::ScopedUiHost onTerminal(&terminal);
-        CViewLog viewer;
-        result = viewer.RunOnExternalLog(path.c_str(), kOtherLogTitle);
-    }
-    close(input);
-    close(output);
-    EXPECT_EQ(result, IDOK);
-    std::string printed = testsupport::ReadBytes(out);
+    testsupport::TerminalCapture terminal(home.Scratch() / "out.txt");
+    ASSERT_TRUE(terminal.Ready());
+    CViewLog viewer;
+    EXPECT_EQ(viewer.RunOnExternalLog(path.c_str(), kOtherLogTitle), IDOK);
+    std::string printed = terminal.Written();
     EXPECT_NE(printed.find("started\nfinished \xC3\xA9\n"), std::string::npos) << printed;
     EXPECT_EQ(printed.find('\r'), std::string::npos);
 }

@@ -10,6 +10,7 @@
 
 #include "CCrypto.h"
 #include "platform/Win32.h"
+#include "support/DialogDriving.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -154,17 +155,7 @@ std::vector<std::pair<UINT, WPARAM>> PostedTo(HWND window) {
     return posted;
 }
 
-HWND MessageWindow() {
-    static const ATOM registered = [] {
-        WNDCLASSW windowClass{};
-        windowClass.lpfnWndProc = DefWindowProcW;
-        windowClass.lpszClassName = L"DigestTestWindow";
-        return RegisterClassW(&windowClass);
-    }();
-    EXPECT_NE(registered, 0);
-    return CreateWindowExW(0, L"DigestTestWindow", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                           nullptr, nullptr);
-}
+HWND MessageWindow() { return testsupport::PlainWindow(HWND_MESSAGE); }
 
 }  // namespace
 

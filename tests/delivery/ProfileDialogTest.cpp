@@ -12,6 +12,7 @@
 #include "CIniFile.h"
 #include "CNewFtpProfile.h"
 #include "CNewUploadProfile.h"
+#include "ProfileSamples.h"
 #include "platform/HeadlessUiHost.h"
 #include "platform/SpecialFolders.h"
 #include "platform/Win32.h"
@@ -73,20 +74,8 @@ protected:
     static std::wstring Str(unsigned id) { return CAppUtils::LoadString(id); }
 
     static void StoreFtp(const wchar_t *name, const wchar_t *password) {
-        FtpProfileRecord record{};
-        wcscpy_s(record.name, kProfileNameChars, name);
-        wcscpy_s(record.server, kProfileServerChars, L"old.example.org");
-        record.port = 2121;
-        wcscpy_s(record.user, kProfileUserChars, L"carol");
-        wcscpy_s(record.password, kProfilePasswordChars, password);
-        record.passive = true;
+        FtpProfileRecord record = profilesamples::Ftp(name, password);
         AddFTPProfile(&record);
-    }
-    static void StoreUpload(const wchar_t *name, unsigned service) {
-        UploadProfileRecord record{};
-        wcscpy_s(record.name, kProfileNameChars, name);
-        record.service = service;
-        AddUploadProfile(&record);
     }
 
     testsupport::LoadedResources resources;
@@ -161,7 +150,7 @@ TEST_F(ProfileDialogTest, EditFtpProfileShowsTheStoredOneAndReplacesItsFileWhole
         [&](HWND d) {
             EXPECT_EQ(Text(d, Ftp::IDC_NAME), L"Site");
             EXPECT_FALSE(Enabled(d, Ftp::IDC_NAME));
-            EXPECT_EQ(Text(d, Ftp::IDC_SERVER), L"old.example.org");
+            EXPECT_EQ(Text(d, Ftp::IDC_SERVER), L"ftp.example.org");
             EXPECT_EQ(Text(d, Ftp::IDC_PORT), L"2121");
             EXPECT_EQ(Text(d, Ftp::IDC_PASSWORD), L"hidden");
             EXPECT_EQ(Text(d, Ftp::IDC_CONFIRM), L"hidden");
@@ -192,7 +181,7 @@ TEST_F(ProfileDialogTest, EditFtpProfileShowsTheStoredOneAndReplacesItsFileWhole
 using Upload = CNewUploadProfile;
 
 TEST_F(ProfileDialogTest, NewUploadProfileRefusesSilentlyAndSwapsPanelsByService) {
-    StoreUpload(L"Backup", kUploadServicePando);
+    profilesamples::AddUpload(L"Backup", kUploadServicePando);
     CNewUploadProfile dialog(nullptr);
     std::wstring result = RunWith(
         dialog, [&] { return std::wstring(dialog.RunNew()); },
@@ -245,7 +234,7 @@ TEST_F(ProfileDialogTest, NewUploadProfileRefusesSilentlyAndSwapsPanelsByService
 }
 
 TEST_F(ProfileDialogTest, EditUploadProfileSelectsItsServiceAndGivesNothingOnCancel) {
-    StoreUpload(L"Photos", kUploadServiceSharing);
+    profilesamples::AddUpload(L"Photos", kUploadServiceSharing);
     CNewUploadProfile dialog(nullptr);
     std::wstring cancelled = RunWith(
         dialog, [&] { return std::wstring(dialog.RunEdit(L"Photos")); },

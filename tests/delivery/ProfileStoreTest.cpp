@@ -9,6 +9,7 @@
 
 #include "CFSUtils.h"
 #include "CIniFile.h"
+#include "ProfileSamples.h"
 #include "TransferProfiles.h"
 #include "platform/SpecialFolders.h"
 #include "platform/Win32.h"
@@ -17,6 +18,9 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+using profilesamples::AddUpload;
+using profilesamples::Ftp;
 
 class ProfileStoreTest : public testsupport::HomeTest {
 protected:
@@ -41,26 +45,6 @@ protected:
         CIniFile ini(platform::FromUtf8(file.string()).c_str());
         for (const auto &[name, value] : keys) ini.SetString(section, name, value);
         ini.Save();
-    }
-
-    static FtpProfileRecord Ftp(const wchar_t *name, const wchar_t *password) {
-        FtpProfileRecord record{};
-        wcscpy_s(record.name, kProfileNameChars, name);
-        wcscpy_s(record.server, kProfileServerChars, L"ftp.example.org");
-        record.port = 2121;
-        wcscpy_s(record.path, kProfilePathChars, L"/incoming/backups");
-        wcscpy_s(record.user, kProfileUserChars, L"alice");
-        wcscpy_s(record.password, kProfilePasswordChars, password);
-        record.overwrite = true;
-        record.passive = true;
-        return record;
-    }
-
-    static void AddUpload(const wchar_t *name, unsigned service) {
-        UploadProfileRecord record{};
-        wcscpy_s(record.name, kProfileNameChars, name);
-        record.service = service;
-        AddUploadProfile(&record);
     }
 
     static std::set<std::wstring> AllFtpNames() {

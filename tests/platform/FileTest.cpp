@@ -76,10 +76,7 @@ std::vector<std::wstring> FindAll(const std::wstring &pattern, DWORD &error) {
     return names;
 }
 
-class FileTest : public testsupport::HomeTest {
-protected:
-    fs::path dir = home.Scratch("files");
-};
+using FileTest = testsupport::ScratchTest;
 
 }  // namespace
 

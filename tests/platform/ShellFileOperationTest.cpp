@@ -65,10 +65,7 @@ std::regex TrashInfoPattern(const std::string &encodedPath) {
         "\nDeletionDate=[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\n");
 }
 
-class ShellFileOperationTest : public testsupport::HomeTest {
-protected:
-    fs::path dir = home.Scratch("work");
-};
+using ShellFileOperationTest = testsupport::ScratchTest;
 
 }  // namespace
 

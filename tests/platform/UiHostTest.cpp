@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <variant>
 
 #include "platform/UiHost.h"
 #include "platform/WinUser.h"
@@ -163,6 +164,38 @@ TEST(UiHostDefaults, AHostThatOnlyShowsBoxesRefusesEveryPrompt) {
     EXPECT_EQ(host.LocateArchive({}), std::nullopt);
     EXPECT_EQ(host.AskNextDisk({}), std::nullopt);
     EXPECT_EQ(host.AskArcNameConflict({}), std::nullopt);
+}
+
+TEST(UiHostDefaults, EveryPromptReachesOneEntryAsItsOwnKind) {
+    // Answers each prompt with the number of its kind, as text or choice.
+    struct OneEntry : platform::UiHost {
+        int MessageBox(HWND, const std::wstring &, const std::wstring &, UINT) override {
+            return IDOK;
+        }
+        std::optional<platform::PromptAnswer> AnswerPrompt(
+            const platform::PromptRequest &request) override {
+            const int kind = static_cast<int>(request.index());
+            if (std::holds_alternative<platform::FolderDeletePrompt>(request)) {
+                return platform::FolderDeleteAnswer{true, true};
+            }
+            if (std::holds_alternative<platform::ConflictPrompt>(request) ||
+                std::holds_alternative<platform::ArcNameConflictPrompt>(request)) {
+                return kind;
+            }
+            return std::to_wstring(kind);
+        }
+    } host;
+    using Text = std::optional<std::wstring>;
+    EXPECT_EQ(host.AskPassword({}), Text(L"0"));
+    EXPECT_EQ(host.AskConflictAction({}), 1);
+    std::optional<platform::FolderDeleteAnswer> folder = host.ConfirmFolderDelete({});
+    ASSERT_TRUE(folder);
+    EXPECT_TRUE(folder->dontAskAgain && folder->mergeContents);
+    EXPECT_EQ(host.ChooseDirectory({}), Text(L"3"));
+    EXPECT_EQ(host.ChooseSaveFile({}), Text(L"4"));
+    EXPECT_EQ(host.LocateArchive({}), Text(L"5"));
+    EXPECT_EQ(host.AskNextDisk({}), Text(L"6"));
+    EXPECT_EQ(host.AskArcNameConflict({}), 7);
 }
 
 TEST(UiHostInstall, NullReinstallsDefaultAndScopeRestoresPrevious) {

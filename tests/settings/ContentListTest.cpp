@@ -24,11 +24,12 @@ ULONGLONG TicksOf(const FILETIME &time) {
 constexpr ULONGLONG kTicksPerSecond = 10000000;
 constexpr ULONGLONG kTicksPerDay = 86400 * kTicksPerSecond;
 
+// Now on the local clock.
 FILETIME LocalNow() {
-    FILETIME utc{};
+    SYSTEMTIME clock{};
+    GetLocalTime(&clock);
     FILETIME local{};
-    GetSystemTimeAsFileTime(&utc);
-    FileTimeToLocalFileTime(&utc, &local);
+    SystemTimeToFileTime(&clock, &local);
     return local;
 }
 
@@ -144,22 +145,24 @@ TEST_F(ContentListTest, DateTypesCompareTheLastWriteTimeWithExclusiveBounds) {
     filter.DateStart = Ticks(1000);
     filter.DateEnd = Ticks(2000);
     const FILETIME since = Ticks(1500);
-    auto passes = [&](DWORD type, ULONGLONG time) {
-        filter.DateType = type;
-        return filter.DatePasses(Ticks(time), since);
+    struct Case {
+        DWORD type;
+        ULONGLONG time;
+        bool passes;
     };
-    EXPECT_TRUE(passes(0, 0));
-    EXPECT_TRUE(passes(1, 999));
-    EXPECT_FALSE(passes(1, 1000));
-    EXPECT_TRUE(passes(2, 1001));
-    EXPECT_FALSE(passes(2, 1000));
-    EXPECT_TRUE(passes(3, 1500));
-    EXPECT_FALSE(passes(3, 1000));
-    EXPECT_FALSE(passes(3, 2000));
-    EXPECT_TRUE(passes(4, 1501));
-    EXPECT_FALSE(passes(4, 1500));
-    EXPECT_FALSE(passes(5, 1500));
-    EXPECT_FALSE(passes(99, 1500));
+    const Case cases[] = {
+        {0, 0, true},                                           // any date
+        {1, 999, true},   {1, 1000, false},                     // before the start
+        {2, 1001, true},  {2, 1000, false},                     // after the start
+        {3, 1500, true},  {3, 1000, false},  {3, 2000, false},  // between
+        {4, 1501, true},  {4, 1500, false},                     // after the since limit
+        {5, 1500, false}, {99, 1500, false},                    // unknown types
+    };
+    for (const Case &c : cases) {
+        filter.DateType = c.type;
+        EXPECT_EQ(filter.DatePasses(Ticks(c.time), since), c.passes)
+            << "type " << c.type << " at " << c.time;
+    }
 }
 
 TEST_F(ContentListTest, SinceLimitIsThatManyDaysBeforeNow) {

@@ -1,7 +1,11 @@
 #include "support/DialogDriving.h"
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <thread>
+
+#include "platform/Window.h"
 
 namespace testsupport {
 
@@ -16,6 +20,18 @@ bool WaitFor(const std::function<bool()> &done) {
 
 void Click(HWND dialog, int id) {
     PostMessageW(dialog, WM_COMMAND, MAKEWPARAM(static_cast<WORD>(id), BN_CLICKED), 0);
+}
+
+HWND PlainWindow(HWND parent, int x, int y, int width, int height) {
+    static const ATOM registered = [] {
+        WNDCLASSW windowClass{};
+        windowClass.lpfnWndProc = DefWindowProcW;
+        windowClass.lpszClassName = L"VarnickTestPlainWindow";
+        return RegisterClassW(&windowClass);
+    }();
+    EXPECT_NE(registered, 0);
+    return CreateWindowExW(0, L"VarnickTestPlainWindow", L"", 0, x, y, width, height, parent,
+                           nullptr, nullptr, nullptr);
 }
 
 }  // namespace testsupport

@@ -14,4 +14,8 @@ bool WaitFor(const std::function<bool()> &done);
 // Posts the WM_COMMAND of a click on button `id`.
 void Click(HWND dialog, int id);
 
+// A window of a class that does nothing of its own (DefWindowProcW): an
+// owner, a parent or a message target for the code under test.
+HWND PlainWindow(HWND parent, int x = 0, int y = 0, int width = 0, int height = 0);
+
 }  // namespace testsupport

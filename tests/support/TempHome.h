@@ -32,6 +32,12 @@ protected:
     TempHome home;
 };
 
+// The same, with a folder in the home for the test's own items.
+class ScratchTest : public HomeTest {
+protected:
+    std::filesystem::path dir = home.Scratch("work");
+};
+
 // Whole-file helpers for checking what the code wrote.
 std::string ReadBytes(const std::filesystem::path &path);
 void WriteBytes(const std::filesystem::path &path, const std::string &bytes);

@@ -1,9 +1,7 @@
 // The digest dialog run modally while a "user" on another thread watches
 // its controls and presses its buttons: digests on worker threads, options
 // kept in the registry, copy and save.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <functional>
 #include <thread>
@@ -13,10 +11,10 @@
 #include "CMD5Dlg.h"
 #include "CRegistry.h"
 #include "UiTestSupport.h"
-#include "platform/TerminalUiHost.h"
 #include "platform/Win32.h"
 #include "support/DialogDriving.h"
 #include "support/TempHome.h"
+#include "support/TerminalCapture.h"
 
 namespace fs = std::filesystem;
 
@@ -180,21 +178,9 @@ TEST_F(MD5DlgTest, HostIsOfferedTheDigestsOnceTheyAreDone) {
 }
 
 TEST_F(MD5DlgTest, TerminalHostPrintsTheDigestsAndTheDialogClosesItself) {
-    fs::path out = home.Scratch() / "out.txt";
-    int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    ASSERT_GE(input, 0);
-    ASSERT_GE(output, 0);
-    INT_PTR result;
-    {
-        platform::TerminalUiHost terminal(input, output);
-        platform::ScopedUiHost onTerminal(&terminal);
-        CMD5Dlg dialog;
-        result = dialog.Run(path.c_str());
-    }
-    close(input);
-    close(output);
-    EXPECT_EQ(result, IDOK);
-    EXPECT_EQ(testsupport::ReadBytes(out),
-              file.string() + "\nMD5   " + platform::ToUtf8(md5) + "\n");
+    testsupport::TerminalCapture terminal(home.Scratch() / "out.txt");
+    ASSERT_TRUE(terminal.Ready());
+    CMD5Dlg dialog;
+    EXPECT_EQ(dialog.Run(path.c_str()), IDOK);
+    EXPECT_EQ(terminal.Written(), file.string() + "\nMD5   " + platform::ToUtf8(md5) + "\n");
 }
