@@ -44,10 +44,10 @@ std::unique_ptr<ArchiveSession> OpenWithItems(const Arguments &arguments, std::s
 std::wstring ItemPathOf(const std::wstring &written);
 // The row of the archive's listing for an item, file or folder; null for none.
 const CArchiveItem *FindItem(CArchive &archive, const std::wstring &written);
-// The ITEM words after ARCHIVE as the library takes them; kExitFailure at
-// the first the archive does not hold (told).
-int SelectItems(CArchive &archive, const std::vector<std::wstring> &positional,
-                std::vector<std::wstring> &items);
+// ARCHIVE ITEM... opened, with the items as the library takes them; null
+// (told, `exitCode` set) also when the archive does not hold one of them.
+std::unique_ptr<ArchiveSession> OpenSelected(const Arguments &arguments,
+                                             std::vector<std::wstring> &items, int &exitCode);
 // The folder `written` (the current one when empty) made absolute and
 // created; kExitFailure when it cannot be made or written to (told).
 int PrepareDestination(const std::wstring &written, std::wstring &folder);

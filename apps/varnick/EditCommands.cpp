@@ -75,6 +75,17 @@ int PrepareTargetFolder(ArchiveSession &session, const std::wstring &into, std::
     return kExitSuccess;
 }
 
+// The ITEM words after ARCHIVE as the library takes them; kExitFailure at
+// the first the archive does not hold.
+int SelectItems(CArchive &archive, const std::vector<std::wstring> &positional,
+                std::vector<std::wstring> &items) {
+    for (std::size_t i = 1; i < positional.size(); ++i) {
+        if (!FindItem(archive, positional[i])) return NoSuchItem(positional[i]);
+        items.push_back(ItemPathOf(positional[i]));
+    }
+    return kExitSuccess;
+}
+
 bool IsGone(CArchive &archive, const std::wstring &item) {
     return FindItem(archive, item) == nullptr;
 }
@@ -98,15 +109,6 @@ const CArchiveItem *FindItem(CArchive &archive, const std::wstring &written) {
     return nullptr;
 }
 
-int SelectItems(CArchive &archive, const std::vector<std::wstring> &positional,
-                std::vector<std::wstring> &items) {
-    for (std::size_t i = 1; i < positional.size(); ++i) {
-        if (!FindItem(archive, positional[i])) return NoSuchItem(positional[i]);
-        items.push_back(ItemPathOf(positional[i]));
-    }
-    return kExitSuccess;
-}
-
 bool CheckWords(const Arguments &arguments, std::size_t least, std::size_t most, int &exitCode) {
     if (!arguments.bad.empty()) {
         exitCode = UsageError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
@@ -126,6 +128,14 @@ std::unique_ptr<ArchiveSession> OpenWithItems(const Arguments &arguments, std::s
     Arguments archiveOnly = arguments;
     archiveOnly.positional.resize(1);
     return OpenListed(archiveOnly, exitCode);
+}
+
+std::unique_ptr<ArchiveSession> OpenSelected(const Arguments &arguments,
+                                             std::vector<std::wstring> &items, int &exitCode) {
+    std::unique_ptr<ArchiveSession> session = OpenWithItems(arguments, 2, kAnyCount, exitCode);
+    if (session) exitCode = SelectItems(session->Archive(), arguments.positional, items);
+    if (exitCode != kExitSuccess) session.reset();
+    return session;
 }
 
 int PrepareDestination(const std::wstring &written, std::wstring &folder) {
@@ -174,12 +184,10 @@ int AddCommand(const std::vector<std::wstring> &words) {
 int RemoveCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {}, kPasswordOptions);
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenWithItems(arguments, 2, kAnyCount, exitCode);
+    std::vector<std::wstring> items;
+    std::unique_ptr<ArchiveSession> session = OpenSelected(arguments, items, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
-    std::vector<std::wstring> items;
-    exitCode = SelectItems(archive, arguments.positional, items);
-    if (exitCode != kExitSuccess) return exitCode;
     archive.refreshAfterChange = true;
     exitCode = session->Run(L"remove", [&] { return archive.RemoveFrom(&items); });
     if (exitCode != kExitSuccess) return exitCode;

@@ -18,12 +18,10 @@ int ExtractCommand(const std::vector<std::wstring> &words) {
     if (!ApplyConflictFlags(arguments, options)) return kExitUsage;
     options.DeleteArcAfterExpand = false;
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenWithItems(arguments, 2, kAnyCount, exitCode);
+    std::vector<std::wstring> items;
+    std::unique_ptr<ArchiveSession> session = OpenSelected(arguments, items, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
-    std::vector<std::wstring> items;
-    exitCode = SelectItems(archive, arguments.positional, items);
-    if (exitCode != kExitSuccess) return exitCode;
     std::wstring folder;
     exitCode = PrepareDestination(arguments.Value(L"-d"), folder);
     if (exitCode != kExitSuccess) return exitCode;
