@@ -235,7 +235,7 @@ bool ApplyConflictFlags(const Arguments &arguments, CAppOptionsRepository &optio
     // does not hold survive. Without a choice the library asks through the
     // terminal, and without a terminal the answer is to keep what is there.
     options.ExpandMergeContents = true;
-    if (arguments.Has(L"--overwrite")) {
+    if (arguments.Has(L"--overwrite") || (given == 0 && Global().yes)) {
         options.ExpandConflictMethod = kResolutionReplace;
     } else if (arguments.Has(L"--rename")) {
         options.ExpandConflictMethod = kResolutionKeepBoth;

@@ -255,6 +255,18 @@ const Command kCommands[] = {
     {L"recover", cli::RecoverCommand, "write a repaired copy of a damaged archive",
      "recover ARCHIVE -d FOLDER [PASSWORD]\n"
      "  the copy keeps the archive's name, in FOLDER (not the archive's own folder)"},
+    {L"convert", cli::ConvertCommand, "write an archive anew as zip or vnkx, beside it",
+     "convert ARCHIVE --to zip|vnkx [PASSWORD]\n"
+     "  vnk, vnkx and tar archives convert to zip; vnk, zip and tar to vnkx. An\n"
+     "  encrypted archive's password protects the result too"},
+    {L"sfx", cli::SfxCommand, "make a program that expands the archive, NAME.exe beside it",
+     "sfx ARCHIVE [PASSWORD]\n"
+     "  zip and vnkx archives; the program takes a destination folder to expand into"},
+    {L"digest", cli::DigestCommand, "the MD5 and SHA-1 digests of a file",
+     "digest FILE [--md5] [--sha1] [--write]\n"
+     "  without --md5 or --sha1, both; --write also writes FILE.md5 and FILE.sha1"},
+    {L"formats", cli::FormatsCommand, "the kinds of archive that can be read and written",
+     "formats"},
     {L"job", cli::JobCommand, "run a job file as varnick-cmdline does, or write a new one",
      "job FILE | job --new FILE --archive ARCHIVE PATH...\n"
      "  FILE alone runs the job; --new writes a job that compresses the PATHs into\n"

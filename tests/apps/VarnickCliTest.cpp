@@ -1,6 +1,13 @@
 // The command-line program end to end, as a user runs it.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <regex>
 #include <string>
+#include <vector>
 
 #include "support/ProgramRun.h"
 #include "support/TempHome.h"
@@ -182,4 +189,336 @@ TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders
     ExpectSameFile(tree / "sub" / "data.bin", out / "tree" / "sub" / "data.bin");
     EXPECT_EQ(testsupport::ReadBytes(own), "kept");
     EXPECT_EQ(Varnick("expand " + Quoted(archive) + " --overwrite --skip").exitCode, 2);
+}
+
+namespace {
+
+// Runs shell text; the exit status, or -1 when it did not exit normally.
+int Shell(const std::string &command) {
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool Mentions(const testsupport::ProgramRun &run, const std::string &text) {
+    return run.output.find(text) != std::string::npos;
+}
+
+void ExpectSameTree(const std::filesystem::path &tree, const std::filesystem::path &copy) {
+    for (const char *file : {"notes.txt", "sub/data.bin", "sub/empty"}) {
+        ExpectSameFile(tree / file, copy / file);
+    }
+}
+
+// A format create writes, and how another program reads it back ("" for
+// the product's own formats).
+struct WrittenFormat {
+    const char *extension;
+    const char *foreignCheck;
+};
+
+class VarnickCreateCli : public VarnickCli, public ::testing::WithParamInterface<WrittenFormat> {};
+
+}  // namespace
+
+TEST_P(VarnickCreateCli, MakesAnArchiveThatListsExpandsAndReadsElsewhere) {
+    const auto tree = MakeSampleTree(home);
+    const auto archive = home.Path() / (std::string("sample.") + GetParam().extension);
+    testsupport::ProgramRun created = Varnick("create " + Quoted(archive) + " " + Quoted(tree));
+    ASSERT_EQ(created.exitCode, 0) << created.output;
+    EXPECT_TRUE(Mentions(created, archive.string())) << created.output;
+
+    testsupport::ProgramRun listed = Varnick("list " + Quoted(archive));
+    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    EXPECT_TRUE(Mentions(listed, "tree/sub/data.bin")) << listed.output;
+
+    const auto out = home.Path() / "out";
+    ASSERT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
+    ExpectSameTree(tree, out / "tree");
+    if (*GetParam().foreignCheck) {
+        EXPECT_EQ(Shell(std::string(GetParam().foreignCheck) + " " + Quoted(archive) +
+                        " >/dev/null 2>&1"),
+                  0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryWrittenFormat, VarnickCreateCli,
+    ::testing::Values(WrittenFormat{"zip", "unzip -t"}, WrittenFormat{"vnkx", ""},
+                      WrittenFormat{"vnk", ""}, WrittenFormat{"7z", "7zz t"},
+                      WrittenFormat{"tar", "bsdtar -tf"}, WrittenFormat{"tgz", "bsdtar -tf"},
+                      WrittenFormat{"tar.gz", "gzip -t"}, WrittenFormat{"tbz2", "bsdtar -tf"},
+                      WrittenFormat{"tar.bz2", "bzip2 -t"}),
+    [](const ::testing::TestParamInfo<WrittenFormat> &info) {
+        std::string name = info.param.extension;
+        for (char &c : name) {
+            if (c == '.') c = '_';
+        }
+        return name;
+    });
+
+TEST_F(VarnickCli, OneFileCompressorsWriteTheFileAlone) {
+    const auto tree = MakeSampleTree(home);
+    for (const std::string kind : {"gz", "bz2"}) {
+        const auto archive = home.Path() / ("notes." + kind);
+        ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt")).exitCode,
+                  0);
+        const std::string tool = kind == "gz" ? "gzip" : "bzip2";
+        EXPECT_EQ(
+            Shell(tool + " -dc " + Quoted(archive) + " | cmp -s - " + Quoted(tree / "notes.txt")),
+            0)
+            << kind;
+    }
+}
+
+TEST_F(VarnickCli, MasksPickFilesBelowFoldersAndPerItemMakesAnArchiveEach) {
+    const auto tree = MakeSampleTree(home);
+    const auto masked = home.Path() / "masked.zip";
+    ASSERT_EQ(Varnick("create " + Quoted(masked) + " " + Quoted(tree) +
+                      " --mask '*.txt;*.nothing' --mask 'EMP*'")
+                  .exitCode,
+              0);
+    testsupport::ProgramRun listed = Varnick("list " + Quoted(masked));
+    EXPECT_TRUE(Mentions(listed, "tree/notes.txt")) << listed.output;
+    EXPECT_TRUE(Mentions(listed, "tree/sub/empty")) << listed.output;
+    EXPECT_FALSE(Mentions(listed, "data.bin")) << listed.output;
+
+    // Each PATH alone, named after itself, in the folder of ARCHIVE.
+    const auto each = home.Scratch("each");
+    ASSERT_EQ(Varnick("create " + Quoted(each / "any.vnkx") + " " + Quoted(tree / "notes.txt") +
+                      " " + Quoted(tree / "sub") + " --per-item")
+                  .exitCode,
+              0);
+    EXPECT_TRUE(std::filesystem::exists(each / "notes.txt.vnkx"));
+    EXPECT_TRUE(std::filesystem::exists(each / "sub.vnkx"));
+    EXPECT_FALSE(std::filesystem::exists(each / "any.vnkx"));
+    EXPECT_TRUE(Mentions(Varnick("list " + Quoted(each / "sub.vnkx")), "sub/data.bin"));
+}
+
+TEST_F(VarnickCli, TimestampPutsTheLocalDateAndTimeIntoTheName) {
+    const auto tree = MakeSampleTree(home);
+    const auto folder = home.Scratch("stamped");
+    testsupport::ProgramRun run =
+        Varnick("create " + Quoted(folder / "daily.zip") + " " + Quoted(tree) + " --timestamp");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename().string());
+    }
+    ASSERT_EQ(names.size(), 1u);
+    EXPECT_TRUE(std::regex_match(names[0], std::regex(R"(daily20\d{12}\.zip)"))) << names[0];
+}
+
+TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
+    const auto tree = MakeSampleTree(home);
+    // Methods whose window lies outside the default one's range, too.
+    for (const std::string method : {"deflate", "lz4", "store", "bzip2"}) {
+        const auto archive = home.Path() / ("m-" + method + ".vnkx");
+        testsupport::ProgramRun run =
+            Varnick("create " + Quoted(archive) + " " + Quoted(tree) + " --method " + method);
+        ASSERT_EQ(run.exitCode, 0) << method << ": " << run.output;
+        EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 0) << method;
+    }
+    const auto stored = home.Path() / "stored.zip";
+    ASSERT_EQ(Varnick("create " + Quoted(stored) + " " + Quoted(tree) + " --method store").exitCode,
+              0);
+    EXPECT_GE(std::filesystem::file_size(stored), 20004u);
+
+    const auto noted = home.Path() / "noted.vnkx";
+    ASSERT_EQ(Varnick("create " + Quoted(noted) + " " + Quoted(tree) +
+                      " --comment 'for the record' --redundancy 10 --level 3")
+                  .exitCode,
+              0);
+    EXPECT_TRUE(Mentions(Varnick("info " + Quoted(noted)), "comment          for the record"));
+
+    const auto moved = home.Path() / "moved.zip";
+    ASSERT_EQ(
+        Varnick("create " + Quoted(moved) + " " + Quoted(tree) + " --delete-sources").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(tree / "notes.txt"));
+    EXPECT_TRUE(Mentions(Varnick("list " + Quoted(moved)), "tree/notes.txt"));
+}
+
+TEST_F(VarnickCli, OptionsThatDoNotFitTheFormatAreUsageErrors) {
+    const auto tree = MakeSampleTree(home);
+    const std::string zip = Quoted(home.Path() / "x.zip") + " " + Quoted(tree);
+    for (const std::string options :
+         {"--segment-size 1M", "--index", "--redundancy 5", "--comment hi", "--method lz4"}) {
+        testsupport::ProgramRun run = Varnick("create " + zip + " " + options);
+        EXPECT_EQ(run.exitCode, 2) << options;
+        EXPECT_TRUE(Mentions(run, "usage: varnick create")) << options;
+    }
+    const std::string vnkx = Quoted(home.Path() / "x.vnkx") + " " + Quoted(tree);
+    for (const std::string options : {"--segment-size 12X", "--segment-size 0", "--redundancy 51",
+                                      "--method zip", "--per-item --sfx", "--password"}) {
+        EXPECT_EQ(Varnick("create " + vnkx + " " + options).exitCode, 2) << options;
+    }
+    EXPECT_FALSE(std::filesystem::exists(home.Path() / "x.zip"));
+    EXPECT_FALSE(std::filesystem::exists(home.Path() / "x.vnkx"));
+}
+
+TEST_F(VarnickCli, ConvertsBetweenZipAndVnkxBesideTheSource) {
+    const auto tree = MakeSampleTree(home);
+    const auto folder = home.Scratch("convert");
+    ASSERT_EQ(Varnick("create " + Quoted(folder / "a.zip") + " " + Quoted(tree)).exitCode, 0);
+    testsupport::ProgramRun toVnkx = Varnick("convert " + Quoted(folder / "a.zip") + " --to vnkx");
+    ASSERT_EQ(toVnkx.exitCode, 0) << toVnkx.output;
+    ASSERT_TRUE(std::filesystem::exists(folder / "a.vnkx")) << toVnkx.output;
+    EXPECT_TRUE(Mentions(Varnick("info " + Quoted(folder / "a.vnkx")), "Varnick X"));
+
+    std::filesystem::remove(folder / "a.zip");
+    testsupport::ProgramRun toZip = Varnick("convert " + Quoted(folder / "a.vnkx") + " --to zip");
+    ASSERT_EQ(toZip.exitCode, 0) << toZip.output;
+    EXPECT_TRUE(Mentions(toZip, (folder / "a.zip").string())) << toZip.output;
+    EXPECT_EQ(Shell("unzip -t " + Quoted(folder / "a.zip") + " >/dev/null"), 0);
+    const auto out = home.Path() / "out";
+    ASSERT_EQ(Varnick("expand " + Quoted(folder / "a.zip") + " -d " + Quoted(out)).exitCode, 0);
+    ExpectSameTree(tree, out / "tree");
+
+    EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to zip").exitCode, 1);
+    EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to rar").exitCode, 2);
+}
+
+TEST_F(VarnickCli, SelfExtractingProgramsExpandThemselves) {
+    const auto tree = MakeSampleTree(home);
+    const auto folder = home.Scratch("sfx");
+    // One made from an archive that is there, one made by create.
+    ASSERT_EQ(Varnick("create " + Quoted(folder / "a.vnkx") + " " + Quoted(tree)).exitCode, 0);
+    testsupport::ProgramRun made = Varnick("sfx " + Quoted(folder / "a.vnkx"));
+    ASSERT_EQ(made.exitCode, 0) << made.output;
+    EXPECT_TRUE(std::filesystem::exists(folder / "a.vnkx"));
+    ASSERT_EQ(
+        Varnick("create " + Quoted(folder / "b.zip") + " " + Quoted(tree) + " --sfx").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(folder / "b.zip"));
+
+    for (const std::string program : {"a.exe", "b.exe"}) {
+        const auto out = home.Path() / ("out-" + program);
+        std::filesystem::create_directories(out);
+        ASSERT_EQ(
+            Shell(Quoted(folder / program) + " " + Quoted(out) + " </dev/null >/dev/null 2>&1"), 0)
+            << program;
+        ExpectSameTree(tree, out / "tree");
+    }
+}
+
+TEST_F(VarnickCli, DigestsMatchTheSystemToolsAndAreWrittenBesideTheFile) {
+    const auto tree = MakeSampleTree(home);
+    const auto file = tree / "notes.txt";
+    const auto systemDigest = [&](const std::string &tool) {
+        testsupport::ProgramRun run;
+        FILE *pipe = popen((tool + " " + Quoted(file)).c_str(), "r");
+        char text[128] = {};
+        if (pipe && std::fgets(text, sizeof text, pipe)) run.output = text;
+        if (pipe) pclose(pipe);
+        return run.output.substr(0, run.output.find(' '));
+    };
+    const std::string md5 = systemDigest("md5sum");
+    std::string sha1 = systemDigest("sha1sum");
+    for (char &c : sha1) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+
+    testsupport::ProgramRun both = Varnick("digest " + Quoted(file));
+    ASSERT_EQ(both.exitCode, 0) << both.output;
+    EXPECT_TRUE(Mentions(both, "MD5  " + md5)) << both.output;
+    EXPECT_TRUE(Mentions(both, "SHA1 " + sha1)) << both.output;
+
+    testsupport::ProgramRun written = Varnick("digest " + Quoted(file) + " --sha1 --write");
+    ASSERT_EQ(written.exitCode, 0) << written.output;
+    EXPECT_FALSE(Mentions(written, "MD5")) << written.output;
+    EXPECT_FALSE(std::filesystem::exists(tree / "notes.txt.md5"));
+    EXPECT_EQ(testsupport::ReadBytes(tree / "notes.txt.sha1"), sha1 + "\r\n");
+
+    EXPECT_EQ(Varnick("digest " + Quoted(tree / "none")).exitCode, 1);
+    EXPECT_EQ(Varnick("digest " + Quoted(tree)).exitCode, 1);
+}
+
+TEST_F(VarnickCli, FormatsTellWhatIsReadAndWhatIsWritten) {
+    testsupport::ProgramRun run = Varnick("formats");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.zip +Zip +yes \(zip\) +yes)")))
+        << run.output;
+    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.vnkx +Varnick X +yes.*yes)")))
+        << run.output;
+    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.rar +RAR +yes \(rar\) +no)")))
+        << run.output;
+}
+
+TEST_F(VarnickCli, EveryCommandOfTheTableHasItsOwnHelp) {
+    testsupport::ProgramRun help = Varnick("--help");
+    ASSERT_EQ(help.exitCode, 0);
+    std::smatch row;
+    std::string rest = help.output;
+    int commands = 0;
+    while (std::regex_search(rest, row, std::regex(R"(\n  ([a-z]+) +\S)"))) {
+        const std::string name = row[1];
+        testsupport::ProgramRun own = Varnick(name + " --help");
+        EXPECT_EQ(own.exitCode, 0) << name;
+        EXPECT_EQ(own.output.rfind("usage: varnick " + name, 0), 0u) << own.output;
+        rest = row.suffix();
+        ++commands;
+    }
+    EXPECT_GE(commands, 12);
+    // A usage error shows the usage of its command on stderr.
+    EXPECT_EQ(Varnick("digest").exitCode, 2);
+    EXPECT_EQ(Shell("'" + std::string(VARNICK_BIN_DIR) +
+                    "/varnick' digest 2>&1 >/dev/null | grep -q '^usage: varnick digest FILE'"),
+              0);
+}
+
+TEST_F(VarnickCli, QuietPrintsNothingOnSuccessAndStillTellsFailures) {
+    const auto tree = MakeSampleTree(home);
+    const auto archive = home.Path() / "quiet.vnkx";
+    testsupport::ProgramRun made =
+        Varnick("--quiet create " + Quoted(archive) + " " + Quoted(tree));
+    EXPECT_EQ(made.exitCode, 0);
+    EXPECT_EQ(made.output, "");
+    testsupport::ProgramRun verified = Varnick("verify -q " + Quoted(archive));
+    EXPECT_EQ(verified.exitCode, 0);
+    EXPECT_EQ(verified.output, "");
+    testsupport::ProgramRun failed = Varnick("--quiet list " + Quoted(home.Path() / "none.zip"));
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_TRUE(Mentions(failed, "no such file")) << failed.output;
+}
+
+TEST_F(VarnickCli, YesOverwritesWithoutAsking) {
+    const auto tree = MakeSampleTree(home);
+    const auto archive = home.Path() / "yes.zip";
+    ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree)).exitCode, 0);
+    const auto notes = home.Path() / "out" / "tree" / "notes.txt";
+    std::filesystem::create_directories(notes.parent_path());
+    testsupport::WriteBytes(notes, "mine");
+    ASSERT_EQ(
+        Varnick("--yes expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "out")).exitCode,
+        0);
+    EXPECT_EQ(std::filesystem::file_size(notes), std::filesystem::file_size(tree / "notes.txt"));
+}
+
+TEST_F(VarnickCli, AnInterruptedCreateExitsWithThreeAndLeavesNoArchive) {
+    // Enough data that the run is still going when the interrupt comes.
+    std::string noise(150u << 20, '\0');
+    std::uint64_t state = 88172645463325252ull;
+    for (char &byte : noise) {
+        state ^= state << 13, state ^= state >> 7, state ^= state << 17;
+        byte = static_cast<char>(state);
+    }
+    const auto big = home.Scratch("big");
+    testsupport::WriteBytes(big / "noise.bin", noise);
+    noise.clear();
+    const auto archive = home.Path() / "big.zip";
+    const int status =
+        Shell("'" + std::string(VARNICK_BIN_DIR) + "/varnick' create " + Quoted(archive) + " " +
+              Quoted(big) + " 2>/dev/null & p=$!; sleep 0.5; kill -INT $p; wait $p");
+    EXPECT_EQ(status, 3);
+    EXPECT_FALSE(std::filesystem::exists(archive));
+}
+
+TEST_F(VarnickCli, CreateTellsMissingSourcesAndUnwritableDestinations) {
+    const auto tree = MakeSampleTree(home);
+    testsupport::ProgramRun missing =
+        Varnick("create " + Quoted(home.Path() / "m.zip") + " " + Quoted(tree / "nothing-here"));
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_TRUE(Mentions(missing, "nothing-here: no such file or folder")) << missing.output;
+
+    // A folder cannot be made below a file.
+    testsupport::ProgramRun unwritable =
+        Varnick("create " + Quoted(tree / "notes.txt" / "a.zip") + " " + Quoted(tree / "sub"));
+    EXPECT_EQ(unwritable.exitCode, 1);
+    EXPECT_TRUE(Mentions(unwritable, "cannot be made")) << unwritable.output;
 }
