@@ -86,10 +86,14 @@ bool CArchiveEncrypt::Encrypt(const wchar_t *password) {
         if (status) LogFailure(kFunction, __LINE__, status, L"SetFormatBooleanProperty()");
     }
     std::wstring secret = password ? password : L"";
-    if (!Transform(file.Get(), formatId, nullptr, secret.c_str(), kFunction)) return false;
+    archive::ScopedFSObject transformed;
+    if (!Transform(file.Get(), formatId, nullptr, secret.c_str(), kFunction, transformed.Out()))
+        return false;
+    // The archive takes the new password once the engine has written the new
+    // file, so a replacement that fails below leaves it set.
     archive_->password = secret;
     archive_->encrypted = true;
-    return true;
+    return ReplaceWithTransformed(transformed.Get(), kFunction);
 }
 
 bool CArchiveEncrypt::RemoveEncryption(const wchar_t *password) {
@@ -101,22 +105,26 @@ bool CArchiveEncrypt::RemoveEncryption(const wchar_t *password) {
     format::type type = GetFormatType(formatId);
     if (type == format::zip || type == format::vnkx)
         SetInteger(engine, formatId, kFormatPropEncryptMethod, 0, kFunction);
-    if (!Transform(file.Get(), formatId, password ? password : L"", L"", kFunction)) return false;
+    archive::ScopedFSObject transformed;
+    if (!Transform(file.Get(), formatId, password ? password : L"", L"", kFunction,
+                   transformed.Out()) ||
+        !ReplaceWithTransformed(transformed.Get(), kFunction))
+        return false;
     archive_->password.clear();
     archive_->encrypted = false;
     return true;
 }
 
 bool CArchiveEncrypt::Transform(FSObject file, const char *formatId, const wchar_t *oldPassword,
-                                const wchar_t *newPassword, const wchar_t *function) {
+                                const wchar_t *newPassword, const wchar_t *function,
+                                FSObject *transformed) {
     archive::ScopedStringRef oldSecret;
     archive::ScopedStringRef newSecret;
-    archive::ScopedFSObject transformed;
     EngineResult status = 0;
     if (oldPassword) status = NewStringRefFromUnicodeString(oldPassword, oldSecret.Out());
     if (status == 0) status = NewStringRefFromUnicodeString(newPassword, newSecret.Out());
     if (status == 0) {
-        status = TransformArchive(object_->Engine(), file, nullptr, transformed.Out(), formatId,
+        status = TransformArchive(object_->Engine(), file, nullptr, transformed, formatId,
                                   oldSecret.Get(), newSecret.Get(), 1, 0);
     }
     archive_->lastResult = status;
@@ -125,7 +133,7 @@ bool CArchiveEncrypt::Transform(FSObject file, const char *formatId, const wchar
             LogFailure(function, __LINE__, status, L"TransformArchive()");
         return false;
     }
-    return ReplaceWithTransformed(transformed.Get(), function);
+    return true;
 }
 
 bool CArchiveEncrypt::ReplaceWithTransformed(FSObject transformed, const wchar_t *function) {

@@ -27,10 +27,11 @@ public:
     bool RemoveEncryption(const wchar_t *password);
 
 private:
-    // Rewrites the archive through the engine with the two passwords and puts
-    // the new file in the old one's place.
+    // Rewrites the archive through the engine with the two passwords into a
+    // new file beside it, handed back in `transformed`.
     bool Transform(FSObject file, const char *formatId, const wchar_t *oldPassword,
-                   const wchar_t *newPassword, const wchar_t *function);
+                   const wchar_t *newPassword, const wchar_t *function, FSObject *transformed);
+    // Deletes the old file and moves the new one to its name.
     bool ReplaceWithTransformed(FSObject transformed, const wchar_t *function);
 
     CArchiveObject *object_;

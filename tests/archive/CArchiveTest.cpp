@@ -159,7 +159,7 @@ TEST_F(FacadeTest, IndexNamesUseThePrefixAndTheIndexFolder) {
     std::wstring made = archive->archiveObject->indexPath;
     EXPECT_NE(made.find(Wide(work / "indexes")), std::wstring::npos);
     EXPECT_TRUE(platform::EndsWithNoCase(made, Text(763) + L"photos.vidx")) << made;
-    EXPECT_EQ(archive->lastResult, kEngineNotImplemented);
+    EXPECT_NE(archive->lastResult, 0) << "there is no archive to index";
     archive->DisposeOfProgress();
 }
 
@@ -241,15 +241,7 @@ TEST_F(FacadeTest, ExtractWithoutProgressEndsThroughTheCallbackOnTheWorker) {
 }
 
 TEST_F(FacadeTest, CancelFromTheOwnerEndsTheRunWithTheCancellingMessageFirst) {
-    // Enough data that the run is still going when the cancel comes.
-    std::string noise(48 << 20, '\0');
-    std::uint32_t seed = 12345;
-    for (char &byte : noise) {
-        seed = seed * 1664525u + 1013904223u;
-        byte = static_cast<char>(seed >> 24);
-    }
-    Put("big/noise.bin", noise);
-    auto archive = MakeArchive(Make("big.zip", "cd big && zip -q -0 ../big.zip noise.bin"));
+    auto archive = MakeArchive(BigZip());
     EndLog log;
     log.Attach(*archive);
     std::wstring lineAtEnd;
@@ -257,10 +249,7 @@ TEST_F(FacadeTest, CancelFromTheOwnerEndsTheRunWithTheCancellingMessageFirst) {
         lineAtEnd = archive->archiveObject->progressDialog->DlgString(PROGRESSDLG_OPERATION);
     };
     ASSERT_TRUE(archive->Verify());
-    ASSERT_TRUE(PumpUntil(
-        [&] { return archive->Busy() && archive->archiveObject->progressDialog->bytesTotal > 0; }));
-    archive->Cancel();
-    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
+    CancelUnderway(*archive, log);
     EXPECT_TRUE(log.cancelled);
     EXPECT_TRUE(archive->cancelled);
     EXPECT_EQ(archive->lastResult, kEngineCancelled);

@@ -13,13 +13,6 @@ namespace fs = std::filesystem;
 
 class EncryptVerifyTest : public archivetest::FacadeTest {
 protected:
-    void RunToEnd(CArchive &archive, EndLog &log, const std::function<bool()> &start) {
-        int before = log.ends;
-        ASSERT_TRUE(start());
-        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
-        archive.DisposeOfProgress();
-    }
-
     fs::path SampleArchive(const char *formatId, const std::string &name) {
         fs::path a = Put("src/a.txt", std::string(3000, 'a'));
         fs::path b = Put("src/b.txt", std::string(3000, 'b'));

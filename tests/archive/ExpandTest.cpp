@@ -24,14 +24,6 @@ protected:
         appOptions->AVOption = 0;
     }
 
-    // Starts `start` and pumps until the run has ended.
-    void RunToEnd(CArchive &archive, EndLog &log, const std::function<bool()> &start) {
-        int before = log.ends;
-        ASSERT_TRUE(start());
-        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
-        archive.DisposeOfProgress();
-    }
-
     static size_t FilesIn(const fs::path &folder) {
         size_t count = 0;
         for (const auto &entry : fs::recursive_directory_iterator(folder))
@@ -128,28 +120,6 @@ TEST_F(ExpandTest, ExtractLeavesOutItemsThatAreGone) {
     RunToEnd(*archive, log, [&] { return archive->Extract(&allGone, Wide(empty).c_str()); });
     EXPECT_FALSE(fs::exists(empty) && FilesIn(empty) > 0) << "nothing expanded";
     EXPECT_TRUE(host.Recorded().empty()) << "and no error";
-}
-
-TEST_F(ExpandTest, CancelInTheMiddleOfAnExpansionIsNoFailure) {
-    std::string noise(48 << 20, '\0');
-    std::uint32_t seed = 99;
-    for (char &byte : noise) {
-        seed = seed * 1664525u + 1013904223u;
-        byte = static_cast<char>(seed >> 24);
-    }
-    Put("big/noise.bin", noise);
-    auto archive = MakeArchive(Make("big.zip", "cd big && zip -q -0 ../big.zip noise.bin"));
-    EndLog log;
-    log.Attach(*archive);
-    ASSERT_TRUE(archive->ExpandTo(Wide(work / "out").c_str()));
-    ASSERT_TRUE(PumpUntil(
-        [&] { return archive->Busy() && archive->archiveObject->progressDialog->bytesTotal > 0; }));
-    archive->Cancel();
-    ASSERT_TRUE(PumpUntil([&] { return log.ends == 1 && !archive->Busy(); }));
-    EXPECT_TRUE(log.cancelled);
-    EXPECT_EQ(archive->lastResult, 0);
-    EXPECT_TRUE(host.Recorded().empty()) << "no error box for a cancel";
-    archive->DisposeOfProgress();
 }
 
 // The archive stays open between calls: a later change of the name does not

@@ -3,7 +3,9 @@
 // tools, and a pump for the runs that end through the window.
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -19,6 +21,26 @@
 #include "archive/EngineHandles.h"
 
 namespace archivetest {
+
+// What an end callback saw.
+struct EndLog {
+    std::atomic<int> ends{0};
+    std::atomic<bool> cancelled{false};
+    std::thread::id thread;
+    std::function<void()> atEnd;
+
+    static void Callback(void *context, bool cancelled) {
+        auto *log = static_cast<EndLog *>(context);
+        log->thread = std::this_thread::get_id();
+        log->cancelled = cancelled;
+        if (log->atEnd) log->atEnd();
+        log->ends++;
+    }
+    void Attach(CArchive &archive) {
+        archive.endCallback = Callback;
+        archive.endContext = this;
+    }
+};
 
 class FacadeTest : public ArchiveTest {
 protected:
@@ -85,6 +107,44 @@ protected:
                                    secret.Get());
     }
 
+    // Bytes that do not compress, the same for the same seed: a run over a
+    // large file of them lasts long enough to be cancelled in the middle.
+    static std::string Noise(std::size_t size, std::uint32_t seed) {
+        std::string bytes(size, '\0');
+        for (char &byte : bytes) {
+            seed = seed * 1664525u + 1013904223u;
+            byte = static_cast<char>(seed >> 24);
+        }
+        return bytes;
+    }
+
+    // A stored zip of one large file of noise, big/noise.bin.
+    std::filesystem::path BigZip(const std::string &name = "big.zip", std::uint32_t seed = 99) {
+        Put("big/noise.bin", Noise(kBigFileSize, seed));
+        return Make(name, "cd big && zip -q -0 ../" + name + " noise.bin");
+    }
+
+    // Starts `start` and pumps until its run has ended.
+    void RunToEnd(CArchive &archive, EndLog &log, const std::function<bool()> &start) {
+        int before = log.ends;
+        ASSERT_TRUE(start());
+        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
+        archive.DisposeOfProgress();
+    }
+
+    // Cancels a run started on `archive` once its progress has counted
+    // bytes, and pumps until it has ended.
+    void CancelUnderway(CArchive &archive, EndLog &log) {
+        int before = log.ends;
+        ASSERT_TRUE(PumpUntil([&] {
+            return archive.Busy() && archive.archiveObject->progressDialog->bytesTotal > 0;
+        }));
+        archive.Cancel();
+        ASSERT_TRUE(PumpUntil([&] { return log.ends == before + 1 && !archive.Busy(); }));
+    }
+
+    static constexpr std::size_t kBigFileSize = 48u << 20;
+
     // Pumps this thread's messages until `done` holds (ten seconds at most).
     static bool PumpUntil(const std::function<bool()> &done) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -102,26 +162,6 @@ protected:
     std::unique_ptr<CFormatOptionsRepository> formatOptions;
     HWND parent = nullptr;
     std::filesystem::path work;
-};
-
-// What an end callback saw.
-struct EndLog {
-    std::atomic<int> ends{0};
-    std::atomic<bool> cancelled{false};
-    std::thread::id thread;
-    std::function<void()> atEnd;
-
-    static void Callback(void *context, bool cancelled) {
-        auto *log = static_cast<EndLog *>(context);
-        log->thread = std::this_thread::get_id();
-        log->cancelled = cancelled;
-        if (log->atEnd) log->atEnd();
-        log->ends++;
-    }
-    void Attach(CArchive &archive) {
-        archive.endCallback = Callback;
-        archive.endContext = this;
-    }
 };
 
 }  // namespace archivetest

@@ -77,38 +77,54 @@ TEST(FormatCatalogue, EnumerationIsThirtyTwoBitsWithNinetyNineForUnknown) {
     EXPECT_EQ(format::apple, 40);
 }
 
+// A name and the value its ending leads to.
+struct Ending {
+    const wchar_t *name;
+    format::type type;
+};
+
+void ExpectTypes(std::initializer_list<Ending> endings) {
+    for (const Ending &ending : endings)
+        EXPECT_EQ(GetFormatType(ending.name), ending.type) << ending.name;
+}
+
 TEST(FormatCatalogue, PathLookupIgnoresCaseAndTestsCompoundEndingsFirst) {
-    EXPECT_EQ(GetFormatType(L"a.TAR.GZ"), format::targz);
-    EXPECT_EQ(GetFormatType(L"a.tar.gz"), format::targz);
-    EXPECT_EQ(GetFormatType(L"a.tar.Z"), format::tarz);
-    EXPECT_EQ(GetFormatType(L"a.vnk.bin"), format::vnkbin);
-    EXPECT_EQ(GetFormatType(L"a.bin"), format::bin);
-    EXPECT_EQ(GetFormatType(L"a.vnkx.hqx"), format::vnkxhqx);
-    EXPECT_EQ(GetFormatType(L"a.zip.uu"), format::zipuu);
-    EXPECT_EQ(GetFormatType(L"a.zip.uue"), format::zipuue);
-    EXPECT_EQ(GetFormatType(L"a.tlzma"), format::tlzma);
-    EXPECT_EQ(GetFormatType(L"a.lzma"), format::lzma);
-    EXPECT_EQ(GetFormatType(L"/x/Archive.VNKX"), format::vnkx);
-    EXPECT_EQ(GetFormatType(L"a.7z"), format::sevenz);
-    EXPECT_EQ(GetFormatType(L"a.z"), format::z);
-    EXPECT_EQ(GetFormatType(L"a.mim"), format::mim);
-    EXPECT_EQ(GetFormatType(L"a.mime"), format::mime);
+    ExpectTypes({
+        {L"a.TAR.GZ", format::targz},
+        {L"a.tar.gz", format::targz},
+        {L"a.tar.Z", format::tarz},
+        {L"a.vnk.bin", format::vnkbin},
+        {L"a.bin", format::bin},
+        {L"a.vnkx.hqx", format::vnkxhqx},
+        {L"a.zip.uu", format::zipuu},
+        {L"a.zip.uue", format::zipuue},
+        {L"a.tlzma", format::tlzma},
+        {L"a.lzma", format::lzma},
+        {L"/x/Archive.VNKX", format::vnkx},
+        {L"a.7z", format::sevenz},
+        {L"a.z", format::z},
+        {L"a.mim", format::mim},
+        {L"a.mime", format::mime},
+    });
 }
 
 TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
-    // These differ from the extension column on purpose.
-    EXPECT_EQ(GetFormatType(L"a.tar.bz2"), format::tbz2);
-    EXPECT_EQ(GetFormatType(L"a.tbz"), format::tbz2);
-    EXPECT_EQ(GetFormatType(L"a.uu"), format::uue);
-    EXPECT_EQ(GetFormatType(L"a.ync"), format::yenc);
-    EXPECT_EQ(GetFormatType(L"a.cbz"), format::zip);
-    EXPECT_EQ(GetFormatType(L"a.cbr"), format::rar);
-    for (const wchar_t *tar : {L"a.cbt", L"a.gtar", L"a.gnutar", L"a.ustar"}) {
-        EXPECT_EQ(GetFormatType(tar), format::tar) << tar;
-    }
-    // The first piece of a split RAR or Zip.
-    EXPECT_EQ(GetFormatType(L"a.001"), format::rar);
-    EXPECT_EQ(GetFormatType(L"a.z01"), format::zip);
+    // These differ from the extension column on purpose; the last two are the
+    // first piece of a split RAR or Zip.
+    ExpectTypes({
+        {L"a.tar.bz2", format::tbz2},
+        {L"a.tbz", format::tbz2},
+        {L"a.uu", format::uue},
+        {L"a.ync", format::yenc},
+        {L"a.cbz", format::zip},
+        {L"a.cbr", format::rar},
+        {L"a.cbt", format::tar},
+        {L"a.gtar", format::tar},
+        {L"a.gnutar", format::tar},
+        {L"a.ustar", format::tar},
+        {L"a.001", format::rar},
+        {L"a.z01", format::zip},
+    });
 }
 
 TEST(FormatCatalogue, PathLookupWithoutAKnownEndingIsUnknown) {

@@ -81,6 +81,17 @@ protected:
                                   secret.Get());
     }
 
+    // Expands the sample into "out" once; the next expansion there meets
+    // every item, with the engine asking through (1,3), forwarded by `tap`,
+    // in an expanding run with a dialog.
+    void AskConflictsOfASecondExpansion(Tap &tap) {
+        ASSERT_EQ(Expand(archivePath, work / "out"), 0);
+        SetEngineIntegerProperty(session, kEnginePropConflictResolution, kResolutionAsk);
+        archive->operationKind = ARCHIVE_OPERATION_EXPANDING;
+        WithDialog();
+        Forward(tap, 1, 3);
+    }
+
     static std::string Shell(const std::string &command) {
         std::string output;
         FILE *pipe = popen(command.c_str(), "r");
@@ -173,15 +184,11 @@ TEST_F(NotificationProcTest, CountersAndItemNamesReachTheDialogFields) {
 }
 
 TEST_F(NotificationProcTest, ExpandingConflictWithoutProgressReplacesWithoutAsking) {
-    ASSERT_EQ(Expand(archivePath, work / "out"), 0);
+    archive->showProgress = false;
+    Tap tap;
+    AskConflictsOfASecondExpansion(tap);
     Put("out/a.txt", "old");
     Put("out/docs/extra.txt", "mine");
-    SetEngineIntegerProperty(session, kEnginePropConflictResolution, kResolutionAsk);
-    archive->operationKind = ARCHIVE_OPERATION_EXPANDING;
-    archive->showProgress = false;
-    WithDialog();
-    Tap tap;
-    Forward(tap, 1, 3);
     ASSERT_EQ(Expand(archivePath, work / "out"), 0);
     EXPECT_TRUE(host.Prompts().empty());
     EXPECT_EQ(testsupport::ReadBytes(work / "out/a.txt"), std::string(1000, 'a'));
@@ -191,13 +198,9 @@ TEST_F(NotificationProcTest, ExpandingConflictWithoutProgressReplacesWithoutAski
 }
 
 TEST_F(NotificationProcTest, ExpandingConflictActionsAndTheFolderNotice) {
-    ASSERT_EQ(Expand(archivePath, work / "out"), 0);
-    SetEngineIntegerProperty(session, kEnginePropConflictResolution, kResolutionAsk);
-    archive->operationKind = ARCHIVE_OPERATION_EXPANDING;
     appOptions->ExpandMergeContents = false;
-    WithDialog();
     Tap tap;
-    Forward(tap, 1, 3);
+    AskConflictsOfASecondExpansion(tap);
     auto reset = [&] {
         Put("out/a.txt", "old");
         Put("out/docs/extra.txt", "mine");
