@@ -126,8 +126,13 @@ int ConvertCommand(const std::vector<std::wstring> &words) {
     if (!archive.password.empty()) AnswerPasswordWith(archive.password);
     std::wstring result;
     if (!Convert(*session, target, result)) {
-        if (session->HoldsEncryptedItems() && archive.password.empty())
-            return session->ReportFailure(L"convert", kEnginePasswordNeeded);
+        // A Zip password check lets some wrong passwords through; the
+        // conversion then fails on the data.
+        if (session->HoldsEncryptedItems()) {
+            return session->ReportFailure(L"convert", archive.password.empty()
+                                                          ? kEnginePasswordNeeded
+                                                          : kEngineWrongPassword);
+        }
         PrintError(FormatW(L"convert %s: the conversion failed", archive.name.c_str()));
         return kExitFailure;
     }

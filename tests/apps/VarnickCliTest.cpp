@@ -330,6 +330,25 @@ TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
               0);
     EXPECT_TRUE(Mentions(Varnick("info " + Quoted(noted)), "comment          for the record"));
 
+    // Segments hold the archive between them, read from the first.
+    const auto parts = home.Scratch("parts");
+    testsupport::ProgramRun split = Varnick("create " + Quoted(parts / "big.vnkx") + " " +
+                                            Quoted(tree) + " --method store --segment-size 8k");
+    ASSERT_EQ(split.exitCode, 0) << split.output;
+    EXPECT_TRUE(std::filesystem::exists(parts / "big.part03.vnkx"));
+    const auto out = home.Path() / "joined";
+    ASSERT_EQ(
+        Varnick("expand " + Quoted(parts / "big.part01.vnkx") + " -d " + Quoted(out)).exitCode, 0);
+    ExpectSameTree(tree, out / "tree");
+
+    testsupport::ProgramRun indexed =
+        Varnick("create " + Quoted(home.Path() / "indexed.vnkx") + " " + Quoted(tree) + " --index");
+    ASSERT_EQ(indexed.exitCode, 0) << indexed.output;
+    std::smatch index;
+    ASSERT_TRUE(std::regex_search(indexed.output, index, std::regex("index (.*\\.vidx)\n")))
+        << indexed.output;
+    EXPECT_TRUE(std::filesystem::exists(index[1].str())) << index[1];
+
     const auto moved = home.Path() / "moved.zip";
     ASSERT_EQ(
         Varnick("create " + Quoted(moved) + " " + Quoted(tree) + " --delete-sources").exitCode, 0);
@@ -375,6 +394,26 @@ TEST_F(VarnickCli, ConvertsBetweenZipAndVnkxBesideTheSource) {
 
     EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to zip").exitCode, 1);
     EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to rar").exitCode, 2);
+}
+
+TEST_F(VarnickCli, AnEncryptedArchiveConvertsWithItsPasswordOnly) {
+    const auto tree = MakeSampleTree(home);
+    const auto folder = home.Scratch("secret");
+    const auto source = Quoted(folder / "s.zip");
+    ASSERT_EQ(Varnick("create " + source + " " + Quoted(tree) + " --password abc").exitCode, 0);
+    testsupport::ProgramRun without = Varnick("convert " + source + " --to vnkx </dev/null");
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_TRUE(Mentions(without, "give --password")) << without.output;
+    // One of the wrong passwords that the Zip password check lets through.
+    testsupport::ProgramRun wrong = Varnick("convert " + source + " --to vnkx --password abd");
+    EXPECT_EQ(wrong.exitCode, 1);
+    EXPECT_TRUE(Mentions(wrong, "wrong password")) << wrong.output;
+    EXPECT_FALSE(std::filesystem::exists(folder / "s.vnkx"));
+
+    ASSERT_EQ(Varnick("convert " + source + " --to vnkx --password abc").exitCode, 0);
+    const auto result = Quoted(folder / "s.vnkx");
+    EXPECT_TRUE(Mentions(Varnick("info " + result), "encrypted        yes"));
+    EXPECT_EQ(Varnick("verify " + result + " --password abc").exitCode, 0);
 }
 
 TEST_F(VarnickCli, SelfExtractingProgramsExpandThemselves) {
