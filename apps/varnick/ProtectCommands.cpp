@@ -35,26 +35,30 @@ private:
     std::wstring folder_;
 };
 
-// The one ARCHIVE of the command line with its listing read, before any
-// password is known: what it holds tells whether it is encrypted.
-std::unique_ptr<ArchiveSession> OpenWithoutPassword(const Arguments &arguments, int &exitCode) {
+// The one ARCHIVE of the command line with its listing read, and the
+// password the options give. The listing tells whether the archive is
+// encrypted, so it reads an archive to be encrypted without that password:
+// a known password alone would mark a vnkx archive encrypted.
+std::unique_ptr<ArchiveSession> OpenProtected(const Arguments &arguments, bool listWithPassword,
+                                              std::wstring &given, int &exitCode) {
     if (!CheckWords(arguments, 1, 1, exitCode)) return nullptr;
+    exitCode = kExitFailure;
+    if (!ResolvePassword(arguments, given)) return nullptr;
     auto session = std::make_unique<ArchiveSession>(arguments.positional[0]);
-    if (!session->ReadInfo()) {
-        exitCode = kExitFailure;
-        return nullptr;
-    }
+    if (listWithPassword) session->Archive().password = given;
+    if (!session->ReadInfo()) return nullptr;
+    exitCode = kExitSuccess;
     return session;
 }
 
-// The password of the command line, or else one typed at the prompt of the
-// library (twice for a new one); nothing when neither gives one (told).
-std::optional<std::wstring> PasswordFor(const wchar_t *what, const Arguments &arguments,
+// The password given, or else the one the listing asked for, or else one
+// typed at the library's prompt (twice for a new one); nothing when none
+// comes (told).
+std::optional<std::wstring> PasswordFor(const wchar_t *what, const std::wstring &given,
                                         ArchiveSession &session, bool isNew) {
-    std::wstring password;
-    if (!ResolvePassword(arguments, password)) return std::nullopt;
-    if (!password.empty()) return password;
+    if (!given.empty()) return given;
     CArchive &archive = session.Archive();
+    if (!isNew && !archive.password.empty()) return archive.password;
     CPassword prompt(session.ParentWindow(), archive.name.c_str(), isNew, false);
     if (prompt.Run() && !prompt.password.empty()) return prompt.password;
     if (isNew) {
@@ -66,12 +70,18 @@ std::optional<std::wstring> PasswordFor(const wchar_t *what, const Arguments &ar
     return std::nullopt;
 }
 
+int NotEncrypted(const CArchive &archive) {
+    PrintError(FormatW(L"decrypt %s: the archive is not encrypted", archive.name.c_str()));
+    return kExitFailure;
+}
+
 }  // namespace
 
 int EncryptCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {}, kPasswordOptions);
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenWithoutPassword(arguments, exitCode);
+    std::wstring given;
+    std::unique_ptr<ArchiveSession> session = OpenProtected(arguments, false, given, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
     if (session->HoldsEncryptedItems()) {
@@ -79,7 +89,7 @@ int EncryptCommand(const std::vector<std::wstring> &words) {
             FormatW(L"encrypt %s: already encrypted (decrypt it first)", archive.name.c_str()));
         return kExitFailure;
     }
-    const std::optional<std::wstring> password = PasswordFor(L"encrypt", arguments, *session, true);
+    const std::optional<std::wstring> password = PasswordFor(L"encrypt", given, *session, true);
     if (!password) return kExitFailure;
     CFormatOptionsRepository formatOptions;
     archive.formatOptions = &formatOptions;
@@ -99,20 +109,20 @@ int EncryptCommand(const std::vector<std::wstring> &words) {
 int DecryptCommand(const std::vector<std::wstring> &words) {
     const Arguments arguments = ParseArguments(words, {}, kPasswordOptions);
     int exitCode = kExitSuccess;
-    std::unique_ptr<ArchiveSession> session = OpenWithoutPassword(arguments, exitCode);
+    std::wstring given;
+    std::unique_ptr<ArchiveSession> session = OpenProtected(arguments, true, given, exitCode);
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
-    if (!session->HoldsEncryptedItems() && !archive.IsEncrypted()) {
-        PrintError(FormatW(L"decrypt %s: the archive is not encrypted", archive.name.c_str()));
-        return kExitFailure;
-    }
-    const std::optional<std::wstring> password =
-        PasswordFor(L"decrypt", arguments, *session, false);
+    if (!session->HoldsEncryptedItems() && !archive.IsEncrypted()) return NotEncrypted(archive);
+    const std::optional<std::wstring> password = PasswordFor(L"decrypt", given, *session, false);
     if (!password) return kExitFailure;
+    archive.password = *password;
     if (!archive.VerifyPassword(password->c_str())) {
         return session->ReportFailure(L"decrypt", kEngineWrongPassword);
     }
-    archive.password = *password;
+    // The library forgets a password that an archive without encryption
+    // took.
+    if (archive.password.empty()) return NotEncrypted(archive);
     exitCode =
         session->Run(L"decrypt", [&] { return archive.RemoveEncryption(password->c_str()); });
     if (exitCode == kExitSuccess && !archive.password.empty()) {

@@ -2,6 +2,9 @@
 // items out of it or repair it, end to end on real archives.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -208,6 +211,27 @@ TEST_P(VarnickProtectFormats, EncryptedArchiveNeedsThePasswordUntilDecrypted) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, VarnickProtectFormats, ::testing::Values("zip", "vnkx"));
+
+// Runs the program on a terminal of its own (script's pseudo-terminal),
+// with `typed` waiting as input; its exit code.
+int OnATerminal(const std::string &arguments, const std::string &typed) {
+    const std::string program = std::string(VARNICK_BIN_DIR) + "/varnick " + arguments;
+    const std::string command =
+        "printf '" + typed + "' | script -qec \"" + program + "\" /dev/null > /dev/null";
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(VarnickEditCli, OnATerminalANewPasswordIsTypedTwiceAndTheOldOneOnce) {
+    const fs::path archive = Made("typed.zip");
+    // The first pair differs, so the new password is asked for again.
+    ASSERT_EQ(OnATerminal("encrypt " + Quoted(archive), "abc\\nabd\\nxyz\\nxyz\\n"), 0);
+    EXPECT_EQ(Varnick("verify " + Quoted(archive) + " --password abc").exitCode, 1);
+    EXPECT_EQ(Varnick("verify " + Quoted(archive) + " --password xyz").exitCode, 0);
+
+    ASSERT_EQ(OnATerminal("decrypt " + Quoted(archive), "xyz\\n"), 0);
+    EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 0);
+}
 
 TEST_F(VarnickEditCli, RecoversADamagedVnkxThatCarriesRecoveryData) {
     const fs::path archive = Made("guarded.vnkx", "--redundancy 10");
