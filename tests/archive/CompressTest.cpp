@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "CArchiveCompress.h"
+#include "CExpandConflictAction.h"
 #include "CNewArchiveContentList.h"
 #include "archive/FacadeTest.h"
 
@@ -121,11 +122,14 @@ TEST_F(CompressTest, FilterTakesMaskDateAndArchiveBitButNeverAFileNamedDirectly)
         SetFileAttributesW(done.c_str(),
                            GetFileAttributesW(done.c_str()) & ~FILE_ATTRIBUTE_ARCHIVE);
         const bool bitsWork = !(GetFileAttributesW(done.c_str()) & FILE_ATTRIBUTE_ARCHIVE);
+        Put(tree + ".hidden/h.txt", "h");
 
         CNewArchiveContentList list;
         list.Files = {Wide(work / tree / "b.log")};  // excluded by the mask, but named
-        list.Folders = {Wide(work / tree / "docs")};
+        // A folder named directly is tested like any other.
+        list.Folders = {Wide(work / tree / "docs"), Wide(work / tree / ".hidden")};
         list.GetNewFilterObject();
+        list.Filter->SystemAndHidden = false;
         list.Filter->Mask = L" *.TXT ;x.*, ";
         list.Filter->ByDate = true;
         list.Filter->DateType = kFilterDateSinceDays;
@@ -140,6 +144,7 @@ TEST_F(CompressTest, FilterTakesMaskDateAndArchiveBitButNeverAFileNamedDirectly)
         EXPECT_NE(listing.find("docs/c.txt"), std::string::npos);
         EXPECT_EQ(listing.find("d.md"), std::string::npos) << "no mask fits";
         EXPECT_EQ(listing.find("old.txt"), std::string::npos) << "older than ten days";
+        EXPECT_EQ(listing.find("h.txt"), std::string::npos) << "a hidden folder";
         if (!bitsWork) continue;
         EXPECT_EQ(listing.find("done.txt"), std::string::npos) << "archive bit cleared";
         EXPECT_FALSE(GetFileAttributesW(Wide(work / tree / "docs/c.txt").c_str()) &
@@ -273,6 +278,28 @@ TEST_F(CompressTest, ExtentTooHighIsRetriedOneLowerEachTimeAndStopsAboveTheLeast
     EXPECT_EQ(triedSince(before),
               (std::vector<std::string>{std::to_string(least + 2), std::to_string(least + 1)}));
     EXPECT_FALSE(std::filesystem::exists(work / "stopped.vnkx"));
+}
+
+// "Ask" for same-named items is asked only when adding: a new archive keeps
+// both without a question.
+TEST_F(CompressTest, AskingForDuplicatesKeepsBothWhenCreatingAndAsksWhenAdding) {
+    appOptions->AddConflictMethod = 7;
+    appOptions->AddMergeContents = false;
+    CNewArchiveContentList twins;
+    twins.Files = {Wide(Put("one/x.txt", "first")), Wide(Put("two/x.txt", "second"))};
+    auto created = Created(work / "twins.vnkx", format::vnkx, twins);
+    EXPECT_EQ(created->lastResult, 0);
+    EXPECT_EQ(created->fileCount, 2u);
+    EXPECT_TRUE(host.Prompts().empty());
+
+    auto archive = MakeArchive(SampleZip());
+    CNewArchiveContentList again;
+    again.Files = {Wide(Put("more/a.txt", "newer"))};
+    host.QueueConflictAction(CExpandConflictAction::KeepBoth);
+    RunToEnd(*archive, [&] { return archive->AddTo(&again, L""); });
+    EXPECT_EQ(archive->lastResult, 0);
+    EXPECT_EQ(host.Prompts().size(), 1u);
+    EXPECT_EQ(Listing("unzip -Z1 sample.zip").rfind("a.txt\na_1.txt\ndocs/\n", 0), 0u);
 }
 
 TEST_F(CompressTest, AddPutsTheItemsIntoTheDestinationFolder) {
