@@ -12,9 +12,12 @@
 #include "ArchiveIniInterface.h"
 #include "CArchiveINI.h"
 #include "CIniFile.h"
+#include "CNewArchiveContentList.h"
 #include "FormatCatalogue.h"
+#include "platform/ScopedEnv.h"
 #include "platform/WideText.h"
 #include "support/ProgramRun.h"
+#include "support/RecordingTools.h"
 #include "support/TempHome.h"
 
 namespace {
@@ -59,6 +62,29 @@ protected:
 
     testsupport::ProgramRun RunJob() {
         return testsupport::RunProgram("varnick-cmdline", "'" + job.string() + "'");
+    }
+
+    std::vector<std::wstring> NewArcNames() const {
+        CArchiveINI readBack;
+        readBack.ReadNewArcNames(Wide(job).c_str());
+        return readBack.NewArcNames;
+    }
+
+    // The sample, compressed by a job of its own into `archive`.
+    void Compressed(const fs::path &archive, DWORD formatType) {
+        WriteJob(archive, formatType);
+        AskFor(0);  // a job written over an older one keeps its ContextMenu
+        testsupport::ProgramRun run = RunJob();
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+    }
+
+    // Runs `program` to expand itself into `out` and checks the sample.
+    void ExpectExpandsItself(const fs::path &program, const fs::path &out) {
+        ASSERT_TRUE(
+            Shell("'" + program.string() + "' '" + out.string() + "' </dev/null >/dev/null 2>&1"))
+            << program;
+        EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(4000, 'a'));
+        EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
     }
 
     fs::path work;
@@ -144,18 +170,121 @@ TEST_F(VarnickCmdline, ExpandJobsWriteIntoTheNamedFolderOrBesideTheArchive) {
     EXPECT_EQ(testsupport::ReadBytes(work / "here/a.txt"), std::string(4000, 'a'));
 }
 
-TEST_F(VarnickCmdline, ConvertMakesANewArchiveBesideTheOldOne) {
-    ASSERT_TRUE(Shell("cd '" + (work / "src").string() + "' && zip -qr ../in.zip a.txt docs"));
-    WriteJob(work / "in.zip");
+TEST_F(VarnickCmdline, ConvertJobsWriteTheOtherFormatBesideTheArchiveAndKeepIt) {
+    struct Case {
+        const char *source;
+        DWORD sourceFormat;
+        DWORD action;
+        const char *made;  // empty: the conversion is refused
+    };
+    const Case cases[] = {
+        {"z.zip", format::zip, 6, "z.vnkx"},
+        {"v.vnkx", format::vnkx, 5, "v.zip"},
+        {"again.zip", format::zip, 5, ""},
+        {"again.vnkx", format::vnkx, 6, ""},
+    };
+    for (const Case &test : cases) {
+        SCOPED_TRACE(test.source);
+        const fs::path source = work / test.source;
+        Compressed(source, test.sourceFormat);
+        AskFor(test.action);
+        testsupport::ProgramRun run = RunJob();
+        EXPECT_TRUE(fs::exists(source)) << "the old archive stays";
+        if (!*test.made) {
+            EXPECT_EQ(run.exitCode, 1) << run.output;
+            EXPECT_NE(run.output.find("was not converted"), std::string::npos) << run.output;
+            EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(source)})
+                << "only the compression's name stays";
+            continue;
+        }
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        ASSERT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(work / test.made)});
+        // Expanded by the runner itself, the new archive gives the sample back.
+        const fs::path out = work / ("out-" + std::string(test.made));
+        WriteJob(work / test.made, GetFormatType(Wide(work / test.made).c_str()));
+        AskFor(2, out);
+        ASSERT_EQ(RunJob().exitCode, 0);
+        EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
+    }
+    // A second conversion of the same archive takes the next free name.
+    Compressed(work / "z.zip", format::zip);
     AskFor(6);
+    ASSERT_EQ(RunJob().exitCode, 0);
+    EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(work / "z_1.vnkx")});
+}
+
+TEST_F(VarnickCmdline, SelfExtractingJobsLeaveAProgramBesideTheSources) {
+    const fs::path temp = home.Scratch("tmp");
+    testsupport::ScopedEnv tmpdir("TMPDIR", temp.c_str());
+    for (DWORD formatType : {format::vnkx, format::zip}) {
+        const fs::path archive = work / (formatType == format::zip ? "self.zip" : "self.vnkx");
+        SCOPED_TRACE(archive.string());
+        WriteJob(archive, formatType);
+        AskFor(7);
+        testsupport::ProgramRun run = RunJob();
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        ASSERT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)})
+            << "the program takes the archive's place";
+        EXPECT_TRUE(fs::is_empty(temp)) << "nothing is left in the temporary folder";
+        ExpectExpandsItself(archive, work / ("out-" + archive.filename().string()));
+    }
+}
+
+TEST_F(VarnickCmdline, AMailJobHandsTheArchiveToTheMailProgram) {
+    testsupport::RecordingTools tools(home.Scratch("tools"));
+    tools.Add("xdg-email");
+    tools.PutFirstOnPath();
+    const fs::path archive = work / "mailed.zip";
+    WriteJob(archive);
+    AskFor(8);
     testsupport::ProgramRun run = RunJob();
     ASSERT_EQ(run.exitCode, 0) << run.output;
-    CArchiveINI readBack;
-    readBack.ReadNewArcNames(Wide(job).c_str());
-    ASSERT_EQ(readBack.NewArcNames.size(), 1u);
-    EXPECT_EQ(readBack.NewArcNames[0], Wide(work / "in.vnkx"));
-    EXPECT_TRUE(fs::exists(work / "in.vnkx"));
-    EXPECT_TRUE(fs::exists(work / "in.zip"));
+    const auto calls = tools.WaitForCalls(1);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0], (testsupport::RecordedCall{"xdg-email", "--attach", archive.string()}));
+    EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)});
+}
+
+TEST_F(VarnickCmdline, VarnickJobWritesAJobAndRunsItAsTheRunnerDoes) {
+    const fs::path archive = work / "cli.vnkx";
+    testsupport::ProgramRun written = testsupport::RunProgram(
+        "varnick", "job --new '" + job.string() + "' --archive '" + archive.string() + "' '" +
+                       (work / "src/a.txt").string() + "' '" + (work / "src/docs").string() + "'");
+    ASSERT_EQ(written.exitCode, 0) << written.output;
+    EXPECT_FALSE(fs::exists(archive)) << "writing a job runs nothing";
+    {
+        CArchiveINI read;
+        ASSERT_TRUE(read.Read(Wide(job)));
+        EXPECT_EQ(read.WizardType, static_cast<DWORD>(kWizardKeepOnly));
+        EXPECT_EQ(read.GetArchiveContent()->Folders.size(), 1u);
+        EXPECT_EQ(read.GetArchiveContent()->Files.size(), 1u);
+    }
+
+    testsupport::ProgramRun run = testsupport::RunProgram("varnick", "job '" + job.string() + "'");
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)});
+    EXPECT_FALSE(GetLogFile(Wide(job).c_str())[0] == L'\0');
+    AskFor(2, work / "out");
+    ASSERT_EQ(testsupport::RunProgram("varnick", "job '" + job.string() + "'").exitCode, 0);
+    EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/b.txt"), "bee");
+
+    struct Misuse {
+        const char *arguments;
+        int exitCode;
+    };
+    const std::string none = "'" + (work / "none").string() + "'";
+    const Misuse misuses[] = {
+        {"job", 2},
+        {"job --new x.ini", 2},
+        {"job --new x.ini --archive y.unknownformat a.txt", 2},
+        {"job --frobnicate x.ini", 2},
+        {"job --new x.ini --archive y.zip no-such-file", 1},
+    };
+    for (const Misuse &misuse : misuses) {
+        EXPECT_EQ(testsupport::RunProgram("varnick", misuse.arguments).exitCode, misuse.exitCode)
+            << misuse.arguments;
+    }
+    EXPECT_EQ(testsupport::RunProgram("varnick", "job " + none).exitCode, 1);
 }
 
 TEST_F(VarnickCmdline, AnInterruptCancelsTheRunWithExitCodeThree) {
