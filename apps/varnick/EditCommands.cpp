@@ -53,16 +53,17 @@ bool CollectSources(const std::vector<std::wstring> &paths, std::size_t first,
     return true;
 }
 
+// The library finds the folder of an addition or a new folder one level
+// below the top only, so a deeper one is refused before anything is written.
+int DeeperFolderRefused(const std::wstring &written) {
+    return UsageError(FormatW(L"'%s': name a folder at the top of the archive", written.c_str()));
+}
+
 // The folder FOLDER of `add --into`, made when the archive lacks it.
-// The library finds a destination one level below the top only, so a
-// deeper path is refused before anything is written.
 int PrepareTargetFolder(ArchiveSession &session, const std::wstring &into, std::wstring &folder) {
     folder = ItemPathOf(into);
     if (folder.empty()) return kExitSuccess;
-    if (HasSeparator(folder)) {
-        return UsageError(
-            FormatW(L"--into %s: name a folder at the top of the archive", into.c_str()));
-    }
+    if (HasSeparator(folder)) return DeeperFolderRefused(into);
     const CArchiveItem *existing = FindItem(session.Archive(), folder);
     if (existing && existing->IsFolder()) return kExitSuccess;
     if (existing) {
@@ -231,6 +232,7 @@ int MkdirCommand(const std::vector<std::wstring> &words) {
     if (!IsPlainName(name)) {
         return UsageError(FormatW(L"'%s': the folder's name is a name, not a path", name.c_str()));
     }
+    if (HasSeparator(parent)) return DeeperFolderRefused(arguments.positional[1]);
     CArchive &archive = session->Archive();
     if (!parent.empty()) {
         const CArchiveItem *found = FindItem(archive, parent);

@@ -281,6 +281,7 @@ TEST_F(VarnickEditCli, BadInputIsToldWithItsExitCode) {
     EXPECT_EQ(
         Varnick("add " + Quoted(archive) + " " + Quoted(extra) + " --into docs/deeper").exitCode,
         2);
+    EXPECT_EQ(Varnick("mkdir " + Quoted(archive) + " docs/deeper sub").exitCode, 2);
     EXPECT_EQ(Varnick("extract " + Quoted(archive)).exitCode, 2);
     EXPECT_EQ(Varnick("remove " + Quoted(archive) + " notes.txt --frob").exitCode, 2);
 }
