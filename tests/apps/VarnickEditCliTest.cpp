@@ -81,6 +81,18 @@ TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
               0);
     EXPECT_TRUE(Lists(Listing(archive), "more/new.txt"));
 
+    // A password encrypts what is added.
+    ASSERT_EQ(Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --password pw")
+                  .exitCode,
+              0);
+    const fs::path secret = home.Path() / "secret";
+    EXPECT_EQ(Varnick("extract " + Quoted(archive) + " new.txt -d " + Quoted(secret)).exitCode, 1);
+    EXPECT_EQ(
+        Varnick("extract " + Quoted(archive) + " new.txt -d " + Quoted(secret) + " --password pw")
+            .exitCode,
+        0);
+    EXPECT_EQ(testsupport::ReadBytes(secret / "new.txt"), "added later");
+
     testsupport::ProgramRun made = Varnick("mkdir " + Quoted(archive) + " docs sub");
     ASSERT_EQ(made.exitCode, 0) << made.output;
     testsupport::ProgramRun atTop = Varnick("mkdir " + Quoted(archive) + " / top");
@@ -107,7 +119,8 @@ TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
 
     // Whatever was left still expands whole.
     const fs::path out = home.Path() / "out";
-    ASSERT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
+    ASSERT_EQ(
+        Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --password pw").exitCode, 0);
     EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "first.txt"), "alpha");
     EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "new.txt"), "added later");
 }
