@@ -36,3 +36,20 @@ run expand "$ARCHIVE" -d "$DEMO/expanded"
 echo
 echo "\$ diff -r sample expanded/sample"
 diff -r "$DEMO/sample" "$DEMO/expanded/sample" && echo "the expanded tree is the same as the sample"
+
+# The same request as a job file, the way other programs of the product hand
+# one over: written through the library's plain C layer, run by the job
+# runner in a process of its own, and its results read back from the job.
+JOB="$DEMO/job.ini"
+JOB_ARCHIVE="$DEMO/job/sample.vnkx"
+mkdir -p "$DEMO/job"
+run job --new "$JOB" --archive "$JOB_ARCHIVE" "$DEMO/sample"
+echo
+echo "\$ varnick-cmdline job.ini"
+"$BIN/varnick-cmdline" "$JOB"
+run job --results "$JOB"
+run expand "$JOB_ARCHIVE" -d "$DEMO/job-expanded"
+echo
+echo "\$ diff -r sample job-expanded/sample"
+diff -r "$DEMO/sample" "$DEMO/job-expanded/sample" &&
+  echo "the job's archive expands to the same tree as the sample"

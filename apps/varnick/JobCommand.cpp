@@ -1,6 +1,6 @@
-// varnick job: runs a job file with the same runner as varnick-cmdline, or
+// varnick job: runs a job file with the same runner as varnick-cmdline,
 // writes a new compress job through the plain C layer that other programs
-// use to hand a request over.
+// use to hand a request over, or shows what a run left in a job.
 #include <string>
 #include <vector>
 
@@ -67,10 +67,23 @@ int WriteJob(const Arguments &arguments) {
     return kExitSuccess;
 }
 
+// What a run left in the job: the archives it made and where it logged.
+int ShowResults(const std::wstring &job) {
+    if (!CFSUtils::FileExists(job.c_str())) {
+        PrintError(FormatW(L"%s: no such job file", job.c_str()));
+        return kExitFailure;
+    }
+    CArchiveINI results;
+    results.ReadNewArcNames(job.c_str());
+    for (const std::wstring &name : results.NewArcNames) Print(L"new archive: " + name + L"\n");
+    Print(FormatW(L"log: %s\n", GetLogFile(job.c_str())));
+    return kExitSuccess;
+}
+
 }  // namespace
 
 int JobCommand(const std::vector<std::wstring> &words) {
-    const Arguments arguments = ParseArguments(words, {}, {L"--new", L"--archive"});
+    const Arguments arguments = ParseArguments(words, {L"--results"}, {L"--new", L"--archive"});
     if (!arguments.bad.empty())
         return UsageError(FormatW(L"unknown option '%s'", arguments.bad.c_str()));
     if (arguments.Has(L"--new")) {
@@ -78,6 +91,7 @@ int JobCommand(const std::vector<std::wstring> &words) {
         return WriteJob(arguments);
     }
     if (arguments.Has(L"--archive") || arguments.positional.size() != 1) return UsageError();
+    if (arguments.Has(L"--results")) return ShowResults(FullPath(arguments.positional[0]));
     JobRunner runner("varnick");
     return runner.Run(FullPath(arguments.positional[0]));
 }

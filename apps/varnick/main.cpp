@@ -268,9 +268,10 @@ const Command kCommands[] = {
     {L"formats", cli::FormatsCommand, "the kinds of archive that can be read and written",
      "formats"},
     {L"job", cli::JobCommand, "run a job file as varnick-cmdline does, or write a new one",
-     "job FILE | job --new FILE --archive ARCHIVE PATH...\n"
+     "job FILE | job --new FILE --archive ARCHIVE PATH... | job --results FILE\n"
      "  FILE alone runs the job; --new writes a job that compresses the PATHs into\n"
-     "  ARCHIVE, in the format its extension names"},
+     "  ARCHIVE, in the format its extension names; --results shows the archives the\n"
+     "  last successful run made and where it logged"},
     {L"ls", ListFolderCommand, "list a folder: attributes, date, size and name of each entry",
      "ls [FOLDER]"},
     {L"folders", FoldersCommand, "show the folders the product keeps its data in", "folders"},

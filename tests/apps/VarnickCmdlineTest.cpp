@@ -263,7 +263,10 @@ TEST_F(VarnickCmdline, VarnickJobWritesAJobAndRunsItAsTheRunnerDoes) {
     testsupport::ProgramRun run = testsupport::RunProgram("varnick", "job '" + job.string() + "'");
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)});
-    EXPECT_FALSE(GetLogFile(Wide(job).c_str())[0] == L'\0');
+    testsupport::ProgramRun results =
+        testsupport::RunProgram("varnick", "job --results '" + job.string() + "'");
+    EXPECT_EQ(results.output, "new archive: " + archive.string() + "\nlog: " +
+                                  platform::ToUtf8(GetLogFile(Wide(job).c_str())) + "\n");
     AskFor(2, work / "out");
     ASSERT_EQ(testsupport::RunProgram("varnick", "job '" + job.string() + "'").exitCode, 0);
     EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/b.txt"), "bee");
