@@ -130,8 +130,11 @@ Result WriteIndex(Operation &operation, const std::string &archive, const std::s
     Bytes end = EncodeTrailer(own);
     out.insert(out.end(), end.begin(), end.end());
 
+    // The folder of an index is made when missing: the library's unique
+    // names may put the index into a folder of its own.
     std::string temporary;
-    if (TemporaryBeside(index, temporary) != kEngineOK) return kEngineIndexWriteFailed;
+    if (MakeFolders(ParentOf(index)) != kEngineOK || TemporaryBeside(index, temporary) != kEngineOK)
+        return kEngineIndexWriteFailed;
     Result result = kEngineOK;
     {
         UniqueFd fd(open(temporary.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
