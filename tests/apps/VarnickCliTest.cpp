@@ -555,3 +555,20 @@ TEST_F(VarnickCli, CreateTellsMissingSourcesAndUnwritableDestinations) {
     EXPECT_EQ(unwritable.exitCode, 1);
     EXPECT_TRUE(Mentions(unwritable, "cannot be made")) << unwritable.output;
 }
+
+TEST_F(VarnickCli, AskPasswordTakesANewPasswordTwiceWithoutEcho) {
+    const auto tree = MakeSampleTree(home);
+    const auto archive = home.Path() / "asked.zip";
+    const auto typed = home.Path() / "typed.txt";
+    // A terminal of its own, typed into once each question is up.
+    ASSERT_EQ(Shell("(sleep 1; printf 'first try\\n'; sleep 1; printf 'first try\\n'; sleep 2) | "
+                    "script -qec \"'" +
+                    std::string(VARNICK_BIN_DIR) + "/varnick' create " + Quoted(archive) + " " +
+                    Quoted(tree) + " --ask-password\" /dev/null > " + Quoted(typed)),
+              0);
+    const std::string screen = testsupport::ReadBytes(typed);
+    EXPECT_NE(screen.find("Type it again"), std::string::npos) << screen;
+    EXPECT_EQ(screen.find("first try"), std::string::npos) << screen;
+    EXPECT_TRUE(Mentions(Varnick("info " + Quoted(archive)), "encrypted        yes"));
+    EXPECT_EQ(Varnick("verify " + Quoted(archive) + " --password 'first try'").exitCode, 0);
+}
