@@ -40,6 +40,18 @@ OpaqueEngineArchive *CommonArchive(const std::vector<Ref<OpaqueArchiveObject>> &
     return archive;
 }
 
+// "deleteAction" 1 after an expansion: the archive, or every part of a set
+// that lies beside the part given.
+void RemoveExpanded(const std::string &path) {
+    std::optional<vnkx::SegmentHeader> header = vnkx::ReadSegmentHeader(path);
+    std::optional<std::string> base = vnkx::SegmentBase(path);
+    if (header && base) {
+        for (std::uint32_t number = 1; number <= header->count; ++number)
+            unlink(vnkx::SegmentPath(*base, number, header->count).c_str());
+    }
+    unlink(path.c_str());
+}
+
 // Segments and index files are written once: a change would have to
 // rewrite every part, or describe an archive that is not there.
 bool WrittenOnce(const std::string &path) {
@@ -252,7 +264,7 @@ EngineResult ExpandOrDecodeFile(OpaqueEngineObject *engine, FSObject archive, FS
     Result outcome = ExpandItems(*opened, operation, {}, folder ? folder->path : std::wstring(),
                                  TextOf(password), outputs);
     if (outcome != kEngineOK) return outcome;
-    if (operation.settings().deleteAction == 1) unlink(file->Native().c_str());
+    if (operation.settings().deleteAction == 1) RemoveExpanded(file->Native());
     *result = ListOf(outputs);
     return kEngineOK;
 }
@@ -310,6 +322,8 @@ EngineResult RecoverArchive(OpaqueEngineObject *engine, FSObject archive, FSObje
     if (Result result = DetermineFormat(file->Native(), id)) return result;
     if (id != "zip" && id != "vnkx") return kEngineNotImplemented;
     if (Result result = MakeFolders(folder->Native())) return result;
+    if (id == "vnkx" && vnkx::ReadSegmentHeader(file->Native()))
+        return vnkx::RecoverSegments(operation, file->Native(), folder->Native());
     if (id == "vnkx") return vnkx::RecoverArchiveFile(file->Native(), folder->Native());
     return RecoverZip(operation, file->Native(), folder->Native());
 }

@@ -15,6 +15,7 @@
 #include "FileSystem.h"
 #include "Handles.h"
 #include "Operation.h"
+#include "VnkxArchive.h"
 
 namespace engine::vnkx {
 namespace {
@@ -459,6 +460,43 @@ Result OpenArchiveBytes(const std::string &path, Operation *operation,
         return OpenSet(first, *known, operation, bytes);
     }
     return OpenSet(path, header, operation, bytes);
+}
+
+Result RecoverSegments(Operation &operation, const std::string &anyPart,
+                       const std::string &folder) {
+    std::shared_ptr<ArchiveBytes> bytes;
+    if (Result result = OpenArchiveBytes(anyPart, &operation, bytes)) return result;
+    std::vector<std::string> files = bytes->Files();
+    std::optional<SegmentHeader> first = ReadSegmentHeader(files.front());
+    std::optional<std::string> base = SegmentBase(files.front());
+    if (!bytes->Segmented() || !first || !base) return kEngineNotRecoverable;
+    std::string target = folder + "/" + NameOf(*base);
+    if (ParentOf(files.front()) == folder) return kEngineDestinationRefused;
+
+    // Joined beside the parts, repaired into the destination, cut there.
+    std::string joined;
+    if (Result result = TemporaryBeside(files.front(), joined)) return result;
+    Result result = kEngineOK;
+    {
+        UniqueFd out(open(joined.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+        if (!out.valid()) result = LastErrno();
+        Bytes chunk(kCopyChunk);
+        for (std::uint64_t at = 0; result == kEngineOK && at < bytes->size();) {
+            std::size_t want =
+                static_cast<std::size_t>(std::min<std::uint64_t>(chunk.size(), bytes->size() - at));
+            result = bytes->ReadAt(at, chunk.data(), want);
+            if (result == kEngineOK) result = WriteAll(out.get(), chunk.data(), want);
+            at += want;
+        }
+    }
+    if (result == kEngineOK) result = RecoverArchiveFile(joined, folder);
+    unlink(joined.c_str());
+    if (result != kEngineOK) return result;
+    std::string repaired = folder + "/" + NameOf(joined);
+    std::vector<std::string> parts;
+    result = WriteSegments(operation, repaired, target, kSegmentHeaderSize + first->size, parts);
+    unlink(repaired.c_str());
+    return result;
 }
 
 Result ArchiveSource::ReadData(std::uint64_t offset, void *buffer, std::size_t size,

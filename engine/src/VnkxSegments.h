@@ -57,6 +57,11 @@ std::string SegmentBaseOfOutput(const std::string &output);
 Result WriteSegments(Operation &operation, const std::string &archive, const std::string &base,
                      std::uint64_t partSize, std::vector<std::string> &parts);
 
+// RecoverArchive of a set: the parts are joined beside the first, the
+// archive repaired from its recovery record into `folder`, and cut again
+// there into parts of the same size under the same names.
+Result RecoverSegments(Operation &operation, const std::string &anyPart, const std::string &folder);
+
 // The bytes of one file, or of a set of segments as one range.
 class ArchiveBytes {
 public:

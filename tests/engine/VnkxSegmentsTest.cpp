@@ -117,12 +117,17 @@ TEST_F(VnkxSegmentsTest, PartsHaveTheAskedSizeAndNamesAndExpandBackFromAnyPart) 
         ExpectExpandsToTree(parts.front(), std::string(c.label) + "-first");
         EXPECT_EQ(Verify(parts.back()), kEngineOK) << c.label;
     }
-    // Opening the last part reads the whole set.
+    // Opening the last part reads the whole set; a set expanded with
+    // "deleteAction" 1 goes as a whole.
     std::vector<std::wstring> parts = SplitOrFail("again.vnkx", 64 << 10);
+    {
+        OpenedArchive whole(engine, parts.back());
+        ASSERT_EQ(whole.status(), kEngineOK);
+        EXPECT_FALSE(whole.Listing().empty());
+    }
+    SetInteger(kEnginePropDeleteAction, 1);
     ExpectExpandsToTree(parts.back(), "last");
-    OpenedArchive whole(engine, parts.back());
-    ASSERT_EQ(whole.status(), kEngineOK);
-    EXPECT_FALSE(whole.Listing().empty());
+    for (const std::wstring &part : parts) EXPECT_FALSE(fs::exists(part)) << fs::path(part);
 }
 
 TEST_F(VnkxSegmentsTest, AMissingPartIsAskedForByNameAndFoundWhereTheAnswerLeads) {
@@ -184,6 +189,27 @@ TEST_F(VnkxSegmentsTest, ADamagedPartIsNamedByAskingForASoundCopy) {
     auto asked = recorder.Of(kNotifyRequestCategory, kNotifySegmentMissing);
     ASSERT_FALSE(asked.empty());
     EXPECT_EQ(asked[0].name, L"hurt.part02.vnkx");
+}
+
+TEST_F(VnkxSegmentsTest, ASetWithRecoveryDataIsRepairedIntoPartsOfTheSameNames) {
+    ASSERT_EQ(SetFormatIntegerProperty(engine, "vnkx", kFormatPropRedundancyLevel, 10), kEngineOK);
+    std::vector<std::wstring> parts = SplitOrFail("safe.vnkx", 64 << 10);
+    ASSERT_GE(parts.size(), 3u);
+    FlipByte(parts[1], 3000);
+    fs::path repaired = Scratch("repaired");
+    OwnedFS file = Path(parts[2]);
+    OwnedFS destination = Path(repaired);
+    ASSERT_EQ(RecoverArchive(engine, file.get(), destination.get(), 0, nullptr), kEngineOK);
+    for (const std::wstring &part : parts) {
+        fs::path copy = repaired / fs::path(part).filename();
+        ASSERT_TRUE(fs::exists(copy)) << copy;
+        EXPECT_EQ(fs::file_size(copy), fs::file_size(part));
+    }
+    EXPECT_EQ(Verify(repaired / fs::path(parts[0]).filename()), kEngineOK);
+    ExpectExpandsToTree(repaired / fs::path(parts[0]).filename(), "recovered");
+    OwnedFS home = Path(folder);
+    EXPECT_EQ(RecoverArchive(engine, file.get(), home.get(), 0, nullptr),
+              kEngineDestinationRefused);
 }
 
 TEST_F(VnkxSegmentsTest, FirstSegmentIsToldByContentAndSetsAreWrittenOnce) {
