@@ -110,11 +110,12 @@ TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
     EXPECT_FALSE(Lists(listing, "docs/a.txt")) << listing;
 
     testsupport::ProgramRun removed =
-        Varnick("remove " + Quoted(archive) + " notes.txt docs/b.txt");
+        Varnick("remove " + Quoted(archive) + " notes.txt docs/b.txt more/");
     ASSERT_EQ(removed.exitCode, 0) << removed.output;
     listing = Listing(archive);
     EXPECT_FALSE(Lists(listing, "notes.txt")) << listing;
     EXPECT_FALSE(Lists(listing, "docs/b.txt")) << listing;
+    EXPECT_FALSE(Lists(listing, "more/new.txt")) << listing;
     EXPECT_TRUE(Lists(listing, "docs/first.txt")) << listing;
 
     // Whatever was left still expands whole.
