@@ -24,18 +24,6 @@ namespace {
 constexpr std::uint64_t kMostCatalogue = 1ULL << 30;
 constexpr std::uint64_t kMostBlock = 1ULL << 30;
 
-Result ReadAt(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
-    auto *bytes = static_cast<std::uint8_t *>(buffer);
-    std::size_t done = 0;
-    while (done < size) {
-        ssize_t got = pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
-        if (got < 0) return LastErrno();
-        if (got == 0) return kEngineArchiveTruncated;
-        done += static_cast<std::size_t>(got);
-    }
-    return kEngineOK;
-}
-
 Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, std::uint16_t version,
                            CatalogueBody &body) {
     if (plainSize > kMostCatalogue) return kEngineCatalogueDamaged;
@@ -301,7 +289,7 @@ std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<s
     UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::uint8_t header[kHeaderSize];
     if (!fd.valid() ||
-        ReadAt(fd.get(), fileSize - trailer.archiveLength, header, sizeof header) != kEngineOK)
+        ReadExactly(fd.get(), fileSize - trailer.archiveLength, header, sizeof header) != kEngineOK)
         return std::nullopt;
     return HeaderFlavour(header, sizeof header);
 }
@@ -397,7 +385,7 @@ Result RecoverArchiveFile(const std::string &archive, const std::string &folder)
     std::uint8_t end[kTrailerSize];
     Trailer trailer;
     if (size < kHeaderSize + kTrailerSize ||
-        ReadAt(source.get(), size - kTrailerSize, end, kTrailerSize) != kEngineOK ||
+        ReadExactly(source.get(), size - kTrailerSize, end, kTrailerSize) != kEngineOK ||
         !DecodeTrailer(end, kTrailerSize, trailer) || trailer.archiveLength > size ||
         !(trailer.flags & kFlagRecoveryData) ||
         trailer.catalogueOffset + trailer.catalogueSize > trailer.recoveryOffset ||
@@ -413,7 +401,7 @@ Result RecoverArchiveFile(const std::string &archive, const std::string &folder)
         for (std::uint64_t at = 0; result == kEngineOK && at < size;) {
             std::size_t want =
                 static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size - at));
-            result = ReadAt(source.get(), at, buffer.data(), want);
+            result = ReadExactly(source.get(), at, buffer.data(), want);
             if (result == kEngineOK) result = WriteAll(copy.get(), buffer.data(), want);
             at += want;
         }

@@ -28,18 +28,6 @@ constexpr std::size_t kCopyChunk = 1 << 20;
 // asked this often before the part counts as missing.
 constexpr int kMostAsks = 16;
 
-Result ReadExactly(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
-    auto *bytes = static_cast<std::uint8_t *>(buffer);
-    std::size_t done = 0;
-    while (done < size) {
-        ssize_t got = pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
-        if (got < 0) return LastErrno();
-        if (got == 0) return kEngineArchiveTruncated;
-        done += static_cast<std::size_t>(got);
-    }
-    return kEngineOK;
-}
-
 bool EndsWithVnkx(const std::string &name) {
     static const char kSuffix[] = ".vnkx";
     const std::size_t length = sizeof kSuffix - 1;
@@ -313,6 +301,18 @@ std::uint64_t Le(const std::uint8_t *data, int size) {
 }
 
 }  // namespace
+
+Result ReadExactly(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
+    auto *bytes = static_cast<std::uint8_t *>(buffer);
+    std::size_t done = 0;
+    while (done < size) {
+        ssize_t got = pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
+        if (got < 0) return LastErrno();
+        if (got == 0) return kEngineArchiveTruncated;
+        done += static_cast<std::size_t>(got);
+    }
+    return kEngineOK;
+}
 
 Bytes EncodeSegmentHeader(const SegmentHeader &header) {
     Writer out;

@@ -26,6 +26,10 @@ inline constexpr std::size_t kSegmentHeaderSize = 104;
 inline constexpr std::size_t kSetIdSize = 16;
 inline constexpr std::uint16_t kSegmentLast = 1;
 
+// Exactly `size` bytes at `offset` of a descriptor; kEngineArchiveTruncated
+// when the file ends before.
+Result ReadExactly(int fd, std::uint64_t offset, void *buffer, std::size_t size);
+
 struct SegmentHeader {
     std::uint16_t version = kNewestVersion;
     std::uint16_t flags = 0;   // kSegmentLast on the last part

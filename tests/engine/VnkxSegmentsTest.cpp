@@ -59,6 +59,16 @@ protected:
         return VerifyArchive(engine, file.get(), nullptr);
     }
 
+    // A change of the archive: a new folder at its root.
+    EngineResult NewFolderIn(const fs::path &archive) {
+        OpenedArchive opened(engine, archive, kEngineAccessChange);
+        if (opened.status() != kEngineOK) return opened.status();
+        OwnedItem root = opened.Root();
+        OwnedString name = Text(L"new");
+        OwnedItem made;
+        return AcquireNewFolderInArchive(engine, root.get(), name.get(), 0, made.out());
+    }
+
     bool IsFirst(const fs::path &file) {
         OwnedFS object = Path(file);
         return IsFirstSegmentFSObject(engine, object.get());
@@ -224,13 +234,7 @@ TEST_F(VnkxSegmentsTest, FirstSegmentIsToldByContentAndSetsAreWrittenOnce) {
     EXPECT_TRUE(IsFirst(folder / "absent.part01.vnkx"));
     EXPECT_FALSE(IsFirst(folder / "absent.part02.vnkx"));
 
-    OpenedArchive opened(engine, parts[0], kEngineAccessChange);
-    ASSERT_EQ(opened.status(), kEngineOK);
-    OwnedItem root = opened.Root();
-    OwnedString name = Text(L"new");
-    OwnedItem made;
-    EXPECT_EQ(AcquireNewFolderInArchive(engine, root.get(), name.get(), 0, made.out()),
-              kEngineReadOnlyMedium);
+    EXPECT_EQ(NewFolderIn(parts[0]), kEngineReadOnlyMedium);
 
     std::vector<std::wstring> none;
     OwnedFSList sources = PathList(engine, {tree});
@@ -277,13 +281,7 @@ TEST_F(VnkxSegmentsTest, AnIndexListsAloneAndExpandsOnceTheArchiveIsFound) {
              [&](NotificationContext context) { return AnswerLocation(context, other); });
     EXPECT_EQ(Expand(indexFile, Scratch("mismatch")), kEngineIndexMismatch);
 
-    // An index is not changed.
-    OpenedArchive opened(engine, indexFile, kEngineAccessChange);
-    OwnedItem root = opened.Root();
-    OwnedString name = Text(L"new");
-    OwnedItem made;
-    EXPECT_EQ(AcquireNewFolderInArchive(engine, root.get(), name.get(), 0, made.out()),
-              kEngineReadOnlyMedium);
+    EXPECT_EQ(NewFolderIn(indexFile), kEngineReadOnlyMedium) << "an index is not changed";
 }
 
 TEST_F(VnkxSegmentsTest, IndexesOfExistingAndSegmentedArchives) {
