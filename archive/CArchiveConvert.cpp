@@ -61,11 +61,13 @@ struct TargetEncryption {
     bool itemsOnly;
 };
 
-// Opens the source and settles its password. False ends the run without a
-// result: the engine could not take the path, or the prompt was refused.
+// Checks the source, opens it and settles its password. False ends the run
+// without a result: the source is missing or of another kind, the engine
+// could not take the path, or the prompt was refused.
 bool PrepareSource(HWND parent, OpaqueEngineObject *engine, const wchar_t *source,
-                   const TargetEncryption &target, wchar_t *password, ConvertSource &prepared,
-                   const wchar_t *function) {
+                   std::initializer_list<const wchar_t *> accepted, const TargetEncryption &target,
+                   wchar_t *password, ConvertSource &prepared, const wchar_t *function) {
+    if (!CFSUtils::FileExists(source) || !HasOneOfExtensions(source, accepted)) return false;
     EngineResult status = NewFSObjectFromUnicodePath(source, prepared.file.Out());
     if (status) {
         LogFailure(function, __LINE__, status, L"NewFSObjectFromUnicodePath()");
@@ -134,12 +136,10 @@ bool CArchiveConvert::ConvertArchiveToZip(const wchar_t *source, wchar_t *passwo
     SetInteger(engine_, kZipId, kFormatPropCompMethod, options.ZipCompressionMethod, kFunction);
     SetInteger(engine_, kZipId, kFormatPropCompressionLevel, options.ZipCompressionLevel,
                kFunction);
-    if (!CFSUtils::FileExists(source)) return false;
-    if (!HasOneOfExtensions(source, {L".vnk", L".vnkx", L".tar"})) return false;
-
     ConvertSource prepared;
     const TargetEncryption target{kZipId, options.ZipEncryptionMethod, false};
-    if (!PrepareSource(parent_, engine_, source, target, password, prepared, kFunction))
+    if (!PrepareSource(parent_, engine_, source, {L".vnk", L".vnkx", L".tar"}, target, password,
+                       prepared, kFunction))
         return false;
     archive::ScopedFSObject result;
     EngineResult status =
@@ -169,12 +169,10 @@ bool CArchiveConvert::ConvertArchiveToVnkx(const wchar_t *source, wchar_t *passw
                kFunction);
     SetInteger(engine_, kVnkxId, kFormatPropRedundancyLevel, options.RedundancyLevel, kFunction);
     SetBoolean(engine_, kVnkxId, kFormatPropSelfExtracting, selfExtracting, kFunction);
-    if (!CFSUtils::FileExists(source)) return false;
-    if (!HasOneOfExtensions(source, {L".vnk", L".zip", L".tar"})) return false;
-
     ConvertSource prepared;
     const TargetEncryption target{kVnkxId, options.VnkxEncryptionMethod, true};
-    if (!PrepareSource(parent_, engine_, source, target, password, prepared, kFunction))
+    if (!PrepareSource(parent_, engine_, source, {L".vnk", L".zip", L".tar"}, target, password,
+                       prepared, kFunction))
         return false;
     archive::ScopedFSObject wanted;
     if (destination) {

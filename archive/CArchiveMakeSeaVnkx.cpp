@@ -91,6 +91,17 @@ std::wstring FreshTempPath(const wchar_t *name) {
     return path;
 }
 
+// The engine's file object for the archive; a failure is logged and becomes
+// the archive's last result.
+bool OpenSource(CArchive &owner, archive::ScopedFSObject &file, const wchar_t *function) {
+    EngineResult status = NewFSObjectFromUnicodePath(owner.name.c_str(), file.Out());
+    if (status) {
+        LogFailure(function, __LINE__, status, L"NewFSObjectFromUnicodePath()");
+        owner.lastResult = status;
+    }
+    return status == kEngineOK;
+}
+
 }  // namespace
 
 CArchiveMakeSeaVnkx::CArchiveMakeSeaVnkx(CArchiveObject *object, CArchive *archive)
@@ -134,12 +145,7 @@ bool CArchiveMakeSeaVnkx::TransformZip() {
         return false;
     }
     archive::ScopedFSObject file;
-    EngineResult status = NewFSObjectFromUnicodePath(path, file.Out());
-    if (status) {
-        LogFailure(kFunction, __LINE__, status, L"NewFSObjectFromUnicodePath()");
-        archive_->lastResult = status;
-        return false;
-    }
+    if (!OpenSource(*archive_, file, kFunction)) return false;
     const CFormatOptionsRepository defaults;
     const CFormatOptionsRepository &options =
         archive_->formatOptions ? *archive_->formatOptions : defaults;
@@ -168,16 +174,12 @@ bool CArchiveMakeSeaVnkx::TransformVnkx() {
         return false;
     }
     archive::ScopedFSObject file;
-    EngineResult status = NewFSObjectFromUnicodePath(path.c_str(), file.Out());
-    if (status) {
-        LogFailure(kFunction, __LINE__, status, L"NewFSObjectFromUnicodePath()");
-        archive_->lastResult = status;
-        return false;
-    }
+    if (!OpenSource(*archive_, file, kFunction)) return false;
     SelfExtractingScope selfExtracting(engine, kVnkxId, kFunction);
     bool encrypted = false;
     CheckForEncrypted(engine, path.c_str(), &encrypted);
     archive::ScopedStringRef secret;
+    EngineResult status = kEngineOK;
     if (!encrypted) {
         SetInteger(engine, kVnkxId, kFormatPropEncryptMethod, 0, kFunction);
     } else {
