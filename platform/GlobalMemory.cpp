@@ -48,6 +48,13 @@ std::unique_ptr<BYTE[]> NewBytes(SIZE_T size, bool zero) {
 
 void RefuseHandle() { SetLastError(ERROR_INVALID_HANDLE); }
 
+// FindLocked, refusing a handle of no block.
+Block *FindOrRefuse(HGLOBAL memory) {
+    Block *block = FindLocked(memory);
+    if (!block) RefuseHandle();
+    return block;
+}
+
 }  // namespace
 
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
@@ -74,11 +81,8 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
 
 HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags) {
     std::lock_guard guard(Table().lock);
-    Block *block = FindLocked(memory);
-    if (!block) {
-        RefuseHandle();
-        return nullptr;
-    }
+    Block *block = FindOrRefuse(memory);
+    if (!block) return nullptr;
     if (flags & GMEM_MODIFY) return memory;
     if (!block->moveable && bytes > block->capacity && !(flags & GMEM_MOVEABLE)) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -113,11 +117,8 @@ HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags) {
 
 LPVOID GlobalLock(HGLOBAL memory) {
     std::lock_guard guard(Table().lock);
-    Block *block = FindLocked(memory);
-    if (!block) {
-        RefuseHandle();
-        return nullptr;
-    }
+    Block *block = FindOrRefuse(memory);
+    if (!block) return nullptr;
     if (block->discarded) {
         SetLastError(ERROR_DISCARDED);
         return nullptr;
@@ -128,11 +129,8 @@ LPVOID GlobalLock(HGLOBAL memory) {
 
 BOOL GlobalUnlock(HGLOBAL memory) {
     std::lock_guard guard(Table().lock);
-    Block *block = FindLocked(memory);
-    if (!block) {
-        RefuseHandle();
-        return FALSE;
-    }
+    Block *block = FindOrRefuse(memory);
+    if (!block) return FALSE;
     // A fixed block counts no locks and is always unlocked.
     if (!block->moveable) {
         SetLastError(NO_ERROR);
@@ -149,11 +147,8 @@ BOOL GlobalUnlock(HGLOBAL memory) {
 
 SIZE_T GlobalSize(HGLOBAL memory) {
     std::lock_guard guard(Table().lock);
-    Block *block = FindLocked(memory);
-    if (!block) {
-        RefuseHandle();
-        return 0;
-    }
+    Block *block = FindOrRefuse(memory);
+    if (!block) return 0;
     return block->size;
 }
 

@@ -278,21 +278,6 @@ const wchar_t *StrStrIW(const wchar_t *text, const wchar_t *search) {
     return nullptr;
 }
 
-int wcscpy_s(wchar_t *target, std::size_t size, const wchar_t *source) {
-    if (!target || size == 0) return EINVAL;
-    if (!source) {
-        target[0] = L'\0';
-        return EINVAL;
-    }
-    std::size_t length = std::wcslen(source);
-    if (length >= size) {
-        target[0] = L'\0';
-        return ERANGE;
-    }
-    std::wmemcpy(target, source, length + 1);
-    return 0;
-}
-
 int wcsncpy_s(wchar_t *target, std::size_t size, const wchar_t *source, std::size_t count) {
     if (!target || size == 0) return EINVAL;
     if (!source) {
@@ -314,6 +299,11 @@ int wcsncpy_s(wchar_t *target, std::size_t size, const wchar_t *source, std::siz
     std::wmemcpy(target, source, length);
     target[length] = L'\0';
     return 0;
+}
+
+// The whole source or nothing: a copy of exactly its length.
+int wcscpy_s(wchar_t *target, std::size_t size, const wchar_t *source) {
+    return wcsncpy_s(target, size, source, source ? std::wcslen(source) : 0);
 }
 
 int wcscat_s(wchar_t *target, std::size_t size, const wchar_t *source) {

@@ -10,6 +10,7 @@
 #include "CFSUtils.h"
 #include "platform/Shortcuts.h"
 #include "platform/Win32.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -17,7 +18,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // Paths as the system sees them: UTF-8, whatever the process locale.
-fs::path P(const std::wstring &path) { return fs::path(platform::ToUtf8(path)); }
+const auto P = testsupport::PathOf;
 
 class FSUtilsTest : public testsupport::HomeTest {
 protected:

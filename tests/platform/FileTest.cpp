@@ -15,6 +15,7 @@
 #include "platform/WinFile.h"
 #include "platform/WinFormat.h"
 #include "platform/WinTime.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -23,7 +24,7 @@ using testsupport::WriteBytes;
 
 namespace {
 
-std::wstring W(const fs::path &path) { return platform::FromUtf8(path.string()); }
+const auto W = testsupport::Wide;
 
 void SetModificationTime(const fs::path &path, time_t seconds) {
     const struct timespec times[2] = {{seconds, 0}, {seconds, 0}};

@@ -11,13 +11,14 @@
 #include "platform/WideText.h"
 #include "platform/WinError.h"
 #include "platform/WinPath.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::wstring Wide(const fs::path &path) { return platform::FromUtf8(path.string()); }
+using testsupport::Wide;
 
 TEST(Path, CuttingAndJoining) {
     EXPECT_EQ(platform::JoinPath(L"/a", L"b"), L"/a/b");

@@ -17,6 +17,7 @@
 #include "platform/WinError.h"
 #include "platform/WinModule.h"
 #include "platform/WinProcess.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace {
@@ -31,7 +32,7 @@ void WriteScript(const fs::path &path, const std::string &body) {
     fs::permissions(path, fs::perms::owner_all);
 }
 
-std::wstring W(const fs::path &path) { return FromUtf8(path.string()); }
+const auto W = testsupport::Wide;
 
 std::string ReadText(const fs::path &path) { return testsupport::ReadBytes(path); }
 

@@ -16,6 +16,7 @@
 #include "platform/WideText.h"
 #include "platform/WinError.h"
 #include "platform/WinFile.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -24,8 +25,8 @@ using testsupport::WriteBytes;
 
 namespace {
 
-std::wstring W(const fs::path &path) { return platform::FromUtf8(path.string()); }
-fs::path P(const std::wstring &path) { return fs::path(platform::ToUtf8(path)); }
+const auto W = testsupport::Wide;
+const auto P = testsupport::PathOf;
 
 // Names each terminated, the list ended by an empty name.
 std::wstring List(std::initializer_list<fs::path> paths) {

@@ -6,6 +6,7 @@
 
 #include "platform/Shortcuts.h"
 #include "platform/WideText.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -14,7 +15,7 @@ using testsupport::WriteBytes;
 
 namespace {
 
-std::wstring W(const fs::path &path) { return platform::FromUtf8(path.string()); }
+const auto W = testsupport::Wide;
 
 class ShortcutsTest : public testsupport::HomeTest {
 protected:

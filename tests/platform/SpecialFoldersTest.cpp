@@ -14,13 +14,14 @@
 #include "platform/WideText.h"
 #include "platform/WinError.h"
 #include "platform/WinPath.h"
+#include "support/PathText.h"
 #include "support/TempHome.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::wstring Wide(const fs::path &path) { return platform::FromUtf8(path.string()); }
+using testsupport::Wide;
 
 using testsupport::ScopedEnv;
 
