@@ -51,23 +51,21 @@ bool Reader::Raw(void *out, std::size_t size) {
     at_ += size;
     return true;
 }
-bool Reader::U8(std::uint8_t &value) { return Raw(&value, 1); }
-bool Reader::U16(std::uint16_t &value) {
-    if (left() < 2) return false;
-    value = static_cast<std::uint16_t>(Le(data_ + at_, 2));
-    at_ += 2;
+template <class Unsigned>
+bool Reader::Fixed(Unsigned &value) {
+    if (left() < sizeof(Unsigned)) return false;
+    value = static_cast<Unsigned>(Le(data_ + at_, sizeof(Unsigned)));
+    at_ += sizeof(Unsigned);
     return true;
 }
-bool Reader::U32(std::uint32_t &value) {
-    if (left() < 4) return false;
-    value = static_cast<std::uint32_t>(Le(data_ + at_, 4));
-    at_ += 4;
-    return true;
-}
-bool Reader::U64(std::uint64_t &value) {
-    if (left() < 8) return false;
-    value = Le(data_ + at_, 8);
-    at_ += 8;
+bool Reader::U8(std::uint8_t &value) { return Fixed(value); }
+bool Reader::U16(std::uint16_t &value) { return Fixed(value); }
+bool Reader::U32(std::uint32_t &value) { return Fixed(value); }
+bool Reader::U64(std::uint64_t &value) { return Fixed(value); }
+bool Reader::Text(std::optional<std::string> &text) {
+    std::string read;
+    if (!Text(read)) return false;
+    text = std::move(read);
     return true;
 }
 bool Reader::Text(std::string &text) {
@@ -220,11 +218,7 @@ Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, CatalogueBody 
     Reader in(bytes.data(), bytes.size());
     std::uint8_t hasComment = 0;
     if (!in.U8(hasComment)) return kEngineCatalogueDamaged;
-    if (hasComment) {
-        std::string comment;
-        if (!in.Text(comment)) return kEngineCatalogueDamaged;
-        body.comment = std::move(comment);
-    }
+    if (hasComment && !in.Text(body.comment)) return kEngineCatalogueDamaged;
     std::uint32_t blocks = 0;
     if (!in.U32(blocks) || blocks > kMostBlocks || blocks > in.left() / 48)
         return kEngineCatalogueDamaged;
@@ -245,20 +239,12 @@ Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, CatalogueBody 
         std::uint8_t flags = 0;
         if (!in.U8(item.kind) || item.kind > kItemLink || !in.U8(flags) || !in.Text(item.path))
             return kEngineCatalogueDamaged;
-        if (flags & 2) {
-            std::string legacy;
-            if (!in.Text(legacy)) return kEngineCatalogueDamaged;
-            item.legacyName = std::move(legacy);
-        }
+        if ((flags & 2) && !in.Text(item.legacyName)) return kEngineCatalogueDamaged;
         item.encrypted = (flags & 4) != 0;
         if (!in.U64(item.size) || !in.U64(item.modified) || !in.U32(item.mode))
             return kEngineCatalogueDamaged;
-        if (flags & 1) {
-            if (version == 0) return kEngineCatalogueDamaged;
-            std::string comment;
-            if (!in.Text(comment)) return kEngineCatalogueDamaged;
-            item.comment = std::move(comment);
-        }
+        // Item comments came with version 7.
+        if ((flags & 1) && (version == 0 || !in.Text(item.comment))) return kEngineCatalogueDamaged;
         if (item.kind == kItemLink && !in.Text(item.linkTarget)) return kEngineCatalogueDamaged;
         std::uint8_t forks = 0;
         if (!in.U8(forks)) return kEngineCatalogueDamaged;

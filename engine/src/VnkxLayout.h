@@ -149,9 +149,14 @@ public:
     bool U64(std::uint64_t &value);
     bool Raw(void *out, std::size_t size);
     bool Text(std::string &text);
+    bool Text(std::optional<std::string> &text);  // present once read
     std::size_t left() const { return size_ - at_; }
 
 private:
+    // A little-endian integer of the value's width.
+    template <class Unsigned>
+    bool Fixed(Unsigned &value);
+
     const std::uint8_t *data_;
     std::size_t size_;
     std::size_t at_ = 0;

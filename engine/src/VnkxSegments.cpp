@@ -294,12 +294,6 @@ Result OpenSet(const std::string &path, const SegmentHeader &opened, Operation *
     return kEngineOK;
 }
 
-std::uint64_t Le(const std::uint8_t *data, int size) {
-    std::uint64_t value = 0;
-    for (int i = size - 1; i >= 0; --i) value = value << 8 | data[i];
-    return value;
-}
-
 }  // namespace
 
 Result ReadExactly(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
@@ -338,9 +332,10 @@ bool HasSegmentSignature(const std::uint8_t *data, std::size_t size) {
 }
 
 bool DecodeSegmentHeader(const std::uint8_t *data, std::size_t size, SegmentHeader &header) {
+    std::uint32_t crc = 0;
     if (size < kSegmentHeaderSize || !HasSegmentSignature(data, size) ||
         std::memcmp(data + kSegmentCrcAt + 4, kSegmentHeaderEnd, 4) != 0 ||
-        Crc32(data, kSegmentCrcAt) != Le(data + kSegmentCrcAt, 4))
+        !Reader(data + kSegmentCrcAt, 4).U32(crc) || Crc32(data, kSegmentCrcAt) != crc)
         return false;
     Reader in(data + sizeof kSegmentSignature, kSegmentCrcAt - sizeof kSegmentSignature);
     std::uint32_t reserved = 0;
