@@ -301,6 +301,25 @@ int SetComment(ArchiveSession &session, const std::wstring &comment) {
     return session.ReportFailure(L"comment", archive.lastResult);
 }
 
+// The steps after the archive is made: its comment, the program made of
+// it, and the names told.
+int FinishCreated(ArchiveSession &session, const CreateRequest &request,
+                  const CNewArchiveContentList &content) {
+    CArchive &archive = session.Archive();
+    int exitCode = kExitSuccess;
+    if (request.hasComment) exitCode = SetComment(session, request.comment);
+    if (exitCode == kExitSuccess && request.selfExtracting) {
+        const std::wstring plain = archive.name;
+        exitCode = MakeSelfExtracting(session);
+        // The program replaces the archive it was made from.
+        if (exitCode == kExitSuccess) DeleteFileW(plain.c_str());
+    }
+    if (exitCode != kExitSuccess) return exitCode;
+    if (!content.OneArchivePerItem) Say(FormatW(L"%s\n", archive.name.c_str()));
+    if (content.MakeIndex) Say(FormatW(L"index %s\n", content.IndexPath.c_str()));
+    return kExitSuccess;
+}
+
 }  // namespace
 
 int CreateCommand(const std::vector<std::wstring> &words) {
@@ -337,18 +356,7 @@ int CreateCommand(const std::vector<std::wstring> &words) {
     archive.encrypted = !password.empty();
     archive.noPrompts = true;
     int exitCode = session.Run(L"create", [&] { return archive.CreateFromList(&content); });
-    if (exitCode == kExitSuccess && request.hasComment)
-        exitCode = SetComment(session, request.comment);
-    if (exitCode == kExitSuccess && request.selfExtracting) {
-        const std::wstring plain = archive.name;
-        exitCode = MakeSelfExtracting(session);
-        // The program replaces the archive it was made from.
-        if (exitCode == kExitSuccess) DeleteFileW(plain.c_str());
-    }
-    if (exitCode == kExitSuccess && !content.OneArchivePerItem)
-        Say(FormatW(L"%s\n", archive.name.c_str()));
-    if (exitCode == kExitSuccess && content.MakeIndex)
-        Say(FormatW(L"index %s\n", content.IndexPath.c_str()));
+    if (exitCode == kExitSuccess) exitCode = FinishCreated(session, request, content);
     archive.appOptions = nullptr;
     archive.formatOptions = nullptr;
     return exitCode;
