@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "CExpandConflictAction.h"
@@ -16,6 +17,19 @@ namespace {
 class ModalPromptTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dialog.Run(nullptr)); }
+
+    // Runs `prompt` on a worker while this thread, the window's, pumps;
+    // false when the worker never finished.
+    static bool OnWorker(const std::function<void()> &prompt) {
+        std::atomic<bool> done{false};
+        std::thread worker([&] {
+            prompt();
+            done = true;
+        });
+        bool finished = uitest::PumpUntil([&] { return done.load(); });
+        worker.join();
+        return finished;
+    }
 
     uitest::ResourceLibraries resources;
     platform::HeadlessUiHost host;
@@ -47,18 +61,13 @@ TEST_F(ModalPromptTest, PromptOnAWorkerDisablesTheOwnerWhileItsThreadPumps) {
         }
     });
 
-    std::atomic<bool> done{false};
     bool given = false;
     std::wstring password;
-    std::thread worker([&] {
+    ASSERT_TRUE(OnWorker([&] {
         CPassword prompt(owner, L"a.zip", false, false);
         given = prompt.Run();
         password = prompt.password;
-        done = true;
-    });
-    bool finished = uitest::PumpUntil([&] { return done.load(); });
-    worker.join();
-    ASSERT_TRUE(finished);
+    }));
     EXPECT_TRUE(given);
     EXPECT_EQ(password, L"secret");
     EXPECT_TRUE(ownerDisabledMeanwhile);
@@ -71,15 +80,10 @@ TEST_F(ModalPromptTest, OwnerDisabledBeforeThePromptStaysDisabled) {
     // between must not enable it.
     HWND owner = dialog.window;
     EnableWindow(owner, FALSE);
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
+    ASSERT_TRUE(OnWorker([&] {
         CExpandConflictAction conflict(owner, L"/x/a.txt", false);
         conflict.Run();
-        done = true;
-    });
-    bool finished = uitest::PumpUntil([&] { return done.load(); });
-    worker.join();
-    ASSERT_TRUE(finished);
+    }));
     EXPECT_FALSE(IsWindowEnabled(owner));
     ASSERT_EQ(host.Prompts().size(), 1u);
     EXPECT_TRUE(host.Prompts()[0].refused);
