@@ -7,6 +7,7 @@
 
 #include "CAppUtils.h"
 #include "CArchive.h"
+#include "CArchiveObject.h"
 
 namespace {
 
@@ -55,16 +56,20 @@ ARCHIVE_RUN_OUTCOME CArchiveRunLoop::Run(CArchive &archive, const std::function<
     return WaitForEnd(archive);
 }
 
+void CArchiveRunLoop::PumpUntil(CArchive &archive, const std::function<bool()> &done) {
+    while (!done()) {
+        if (interruptRequested.exchange(false)) interrupted_ = true;
+        // Again on every turn: a worker that had not yet begun clears the
+        // cancel flag when it does.
+        if (interrupted_) archive.Cancel();
+        PumpAndPause();
+    }
+}
+
 ARCHIVE_RUN_OUTCOME CArchiveRunLoop::WaitForEnd(CArchive &archive) {
     // The end callback may come before the worker has cleared its state;
     // the archive is only safe to reuse once it is idle as well.
-    while (!ended_ || archive.Busy()) {
-        if (interruptRequested.exchange(false)) {
-            archive.Cancel();
-            interrupted_ = true;
-        }
-        PumpAndPause();
-    }
+    PumpUntil(archive, [&] { return ended_ && !archive.Busy(); });
     archive.DisposeOfProgress();
     const bool cancelled = endCancelled_ || archive.cancelled;
     if (!cancelled && archive.lastResult == 0) return kArchiveRunSucceeded;
@@ -72,6 +77,28 @@ ARCHIVE_RUN_OUTCOME CArchiveRunLoop::WaitForEnd(CArchive &archive) {
     // interrupt, whatever code the engine gave on its way out.
     if (interrupted_) return kArchiveRunInterrupted;
     return cancelled ? kArchiveRunCancelled : kArchiveRunFailed;
+}
+
+ARCHIVE_RUN_OUTCOME CArchiveRunLoop::RunBlocking(CArchive &archive,
+                                                 const std::function<bool()> &work) {
+    interrupted_ = false;
+    interruptRequested = false;
+    if (!archive.archiveObject && !archive.OpenArchiveObject()) return kArchiveRunNotStarted;
+    CArchiveObject &object = *archive.archiveObject;
+    object.cancel = false;
+    const std::vector<NotificationPair> pairs = object.CommonNotifications();
+    object.InstallNotifications(pairs);
+    std::atomic<bool> done{false};
+    bool succeeded = false;
+    std::thread helper([&] {
+        succeeded = work();
+        done = true;
+    });
+    PumpUntil(archive, [&] { return done.load(); });
+    helper.join();
+    object.EndBlockingCall(pairs);
+    if (succeeded) return kArchiveRunSucceeded;
+    return interrupted_ ? kArchiveRunInterrupted : kArchiveRunFailed;
 }
 
 void CArchiveRunLoop::WaitUntilIdle(CArchive &archive) {

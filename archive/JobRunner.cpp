@@ -179,9 +179,10 @@ int JobRunner::Verify() {
 }
 
 // The engine rewrites the archive in one pass into a new one beside it; the
-// old archive stays. The converter asks for a password itself when the
-// archive has one, and says nothing about why it gave up: the reasons are
-// in the session log.
+// old archive stays. The converter blocks, so it runs beside the pump that
+// watches for an interrupt. It asks for a password itself when the archive
+// has one, and says nothing about why it gave up: the reasons are in the
+// session log.
 int JobRunner::ConvertTo(format::type target) {
     const std::wstring source = archive_->name;
     const wchar_t *extension = target == format::zip ? L".zip" : L".vnkx";
@@ -191,11 +192,17 @@ int JobRunner::ConvertTo(format::type target) {
     wchar_t made[MAX_PATH] = {};
     // The engine takes the first free name beside the source, as this does.
     wcsncpy_s(made, MAX_PATH, MakeUniqueArchiveName(source.c_str(), extension, nullptr), _TRUNCATE);
-    const bool converted =
-        target == format::zip
-            ? converter.ConvertArchiveToZip(source.c_str(), password)
-            : converter.ConvertArchiveToVnkx(source.c_str(), password, made, false);
-    if (!converted || !CFSUtils::FileExists(made)) {
+    const ARCHIVE_RUN_OUTCOME outcome = loop_.RunBlocking(*archive_, [&] {
+        return target == format::zip
+                   ? converter.ConvertArchiveToZip(source.c_str(), password)
+                   : converter.ConvertArchiveToVnkx(source.c_str(), password, made, false);
+    });
+    if (outcome == kArchiveRunInterrupted) {
+        PrintError(L"convert: cancelled");
+        Note(L"convert cancelled");
+        return kJobCancelled;
+    }
+    if (outcome != kArchiveRunSucceeded || !CFSUtils::FileExists(made)) {
         PrintError(FormatW(
             L"convert %s: the archive was not converted (only %s can be)", source.c_str(),
             target == format::zip ? L"vnk, vnkx and tar archives" : L"vnk, zip and tar archives"));

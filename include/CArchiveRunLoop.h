@@ -41,6 +41,14 @@ public:
     // waits for the end. The progress window of the run is disposed of.
     ARCHIVE_RUN_OUTCOME Run(CArchive &archive, const std::function<bool()> &start);
 
+    // Runs `work`, a blocking call of the archive's engine session such as a
+    // conversion, on a helper thread while this thread pumps, with the
+    // archive object's notifications installed so that an interrupt
+    // reaches the engine through CArchive::Cancel. Succeeded when `work`
+    // returns true, interrupted when it did not after an interrupt, failed
+    // otherwise.
+    ARCHIVE_RUN_OUTCOME RunBlocking(CArchive &archive, const std::function<bool()> &work);
+
     // Pumps messages until the archive's worker is idle; for owners that
     // are about to delete an archive.
     static void WaitUntilIdle(CArchive &archive);
@@ -52,6 +60,8 @@ public:
 private:
     static void OnEnd(void *context, bool cancelled);
     ARCHIVE_RUN_OUTCOME WaitForEnd(CArchive &archive);
+    // Pumps until `done`, cancelling the archive at an interrupt.
+    void PumpUntil(CArchive &archive, const std::function<bool()> &done);
 
     bool ended_ = false;
     bool endCancelled_ = false;

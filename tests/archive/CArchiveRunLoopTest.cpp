@@ -62,4 +62,33 @@ TEST_F(CArchiveRunLoopTest, AnInterruptDuringARunCancelsItAndOneBeforeStopsNothi
     EXPECT_EQ(previous, SIG_DFL);
 }
 
+TEST_F(CArchiveRunLoopTest, ABlockingCallRunsBesideThePumpAndAnInterruptReachesItsCancelTest) {
+    CArchiveRunLoop loop(false);
+    auto archive = MakeArchive(SampleZip());
+    EXPECT_EQ(loop.Run(*archive, [&] { return archive->Verify(); }), kArchiveRunSucceeded);
+    const std::thread::id pump = std::this_thread::get_id();
+    std::thread::id worker;
+    EXPECT_EQ(loop.RunBlocking(*archive,
+                               [&] {
+                                   worker = std::this_thread::get_id();
+                                   return true;
+                               }),
+              kArchiveRunSucceeded);
+    EXPECT_NE(worker, pump);
+    EXPECT_EQ(loop.RunBlocking(*archive, [] { return false; }), kArchiveRunFailed);
+
+    // The call stops once the archive is cancelled, as the engine does at
+    // its next cancel test.
+    EXPECT_EQ(loop.RunBlocking(*archive,
+                               [&] {
+                                   CArchiveRunLoop::RequestInterrupt();
+                                   while (!archive->archiveObject->cancel) {
+                                       std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                                   }
+                                   return false;
+                               }),
+              kArchiveRunInterrupted);
+    EXPECT_FALSE(archive->Busy());
+}
+
 }  // namespace
