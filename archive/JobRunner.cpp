@@ -155,11 +155,6 @@ void JobRunner::AnnounceDelivery() {
     Note(FormatW(L"delivery %u skipped", type));
 }
 
-bool JobRunner::ExpandInto(const std::wstring &folder) {
-    return RunOperation(L"expand", [&] { return archive_->ExpandTo(folder.c_str()); }) ==
-           kJobSucceeded;
-}
-
 int JobRunner::ExpandToFolder() {
     if (job_->ExtractTo.empty()) {
         PrintError(L"the job asks to expand but names no folder (ContextMenu/ExtractTo)");
@@ -204,8 +199,11 @@ int JobRunner::ConvertTo(format::type target) {
     }
     if (outcome != kArchiveRunSucceeded || !CFSUtils::FileExists(made)) {
         PrintError(FormatW(
-            L"convert %s: the archive was not converted (only %s can be)", source.c_str(),
-            target == format::zip ? L"vnk, vnkx and tar archives" : L"vnk, zip and tar archives"));
+            L"convert %s: the archive was not converted (%s convert to %s; the "
+            L"session log holds any other reason)",
+            source.c_str(),
+            target == format::zip ? L"vnk, vnkx and tar archives" : L"vnk, zip and tar archives",
+            extension + 1));
         Note(L"convert failed");
         return kJobFailed;
     }

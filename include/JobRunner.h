@@ -71,7 +71,6 @@ private:
     void Note(const std::wstring &text);
     void PrintError(const std::wstring &text) const;
     void AnnounceDelivery();
-    bool ExpandInto(const std::wstring &folder);
 
     std::string program_;
     CEngine engine_;
