@@ -235,6 +235,19 @@ TEST_F(VnkxSegmentsTest, FirstSegmentIsToldByContentAndSetsAreWrittenOnce) {
     EXPECT_FALSE(IsFirst(folder / "absent.part02.vnkx"));
 
     EXPECT_EQ(NewFolderIn(parts[0]), kEngineReadOnlyMedium);
+    // A set is made whole again by transforming it: its blocks are copied
+    // across the parts as they are stored.
+    {
+        OwnedFS source = Path(parts[1]);
+        OwnedFS target = Path(folder / "joined.vnkx");
+        OwnedFS made;
+        ASSERT_EQ(TransformArchive(engine, source.get(), target.get(), made.out(), "vnkx", nullptr,
+                                   nullptr, 0, 0),
+                  kEngineOK);
+        EXPECT_EQ(FormatOf(folder / "joined.vnkx"), "vnkx");
+        EXPECT_FALSE(IsFirst(folder / "joined.vnkx"));
+        ExpectExpandsToTree(folder / "joined.vnkx", "joined");
+    }
 
     std::vector<std::wstring> none;
     OwnedFSList sources = PathList(engine, {tree});
