@@ -95,9 +95,8 @@ class ErrorPathTest : public archivetest::FacadeTest {
 protected:
     void SetUp() override {
         FacadeTest::SetUp();
-        appOptions->ExpandFolderOptions = kCreateFolderNever;
+        ExpandStraightIntoTheFolder();
         appOptions->ExpandConflictMethod = kResolutionReplace;
-        appOptions->AVOption = 0;
         out = work / "out";
         fs::create_directories(out);
     }

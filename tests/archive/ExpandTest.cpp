@@ -18,10 +18,7 @@ class ExpandTest : public archivetest::FacadeTest {
 protected:
     void SetUp() override {
         FacadeTest::SetUp();
-        appOptions->ExpandFolderOptions = kCreateFolderNever;
-        appOptions->ExpandMergeContents = false;
-        appOptions->DeleteArcAfterExpand = false;
-        appOptions->AVOption = 0;
+        ExpandStraightIntoTheFolder();
     }
 
     static size_t FilesIn(const fs::path &folder) {
@@ -79,6 +76,40 @@ TEST_F(ExpandTest, ExpandWholeArchiveWithEachConflictMethod) {
     EXPECT_FALSE(host.Prompts().empty()) << "the conflict was asked";
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old");
     EXPECT_TRUE(host.Recorded().empty()) << "no error box";
+}
+
+// Chosen items meet the files there as the conflict method says; "replace
+// if newer" compares the item's date with the file's.
+TEST_F(ExpandTest, ExtractChosenItemsWithEachConflictMethod) {
+    auto archive = MakeArchive(SampleZip());
+    EndLog log;
+    log.Attach(*archive);
+    const fs::path out = work / "out";
+    std::vector<std::wstring> items{L"a.txt", L"docs\\sub\\c.txt"};
+    const std::string incoming(1000, 'a');
+    const struct {
+        DWORD method;
+        int fileAgeDays;  // negative: the file there is newer than the item
+        bool replaced;
+        std::size_t files;
+    } cases[] = {
+        {kResolutionReplace, 0, true, 2},
+        {kResolutionKeepBoth, 0, false, 3},
+        {kResolutionReplaceIfNewer, -1, false, 2},
+        {kResolutionReplaceIfNewer, 1, true, 2},
+    };
+    for (const auto &[method, fileAgeDays, replaced, files] : cases) {
+        SCOPED_TRACE(testing::Message() << method << ", " << fileAgeDays);
+        fs::remove_all(out);
+        fs::path there = Put("out/a.txt", "old");
+        fs::last_write_time(
+            there, fs::file_time_type::clock::now() - std::chrono::hours(24 * fileAgeDays));
+        appOptions->ExpandConflictMethod = method;
+        RunToEnd(*archive, log, [&] { return archive->Extract(&items, Wide(out).c_str()); });
+        EXPECT_EQ(testsupport::ReadBytes(there), replaced ? incoming : "old");
+        EXPECT_EQ(FilesIn(out), files);
+        EXPECT_TRUE(host.Recorded().empty());
+    }
 }
 
 TEST_F(ExpandTest, RefusedDestinationAsksForAnotherFolderOrEndsQuietly) {

@@ -107,6 +107,15 @@ protected:
                                    secret.Get());
     }
 
+    // Expansions go straight into the folder given: no folder of their own,
+    // no merging, the archive kept, no virus scan.
+    void ExpandStraightIntoTheFolder() {
+        appOptions->ExpandFolderOptions = kCreateFolderNever;
+        appOptions->ExpandMergeContents = false;
+        appOptions->DeleteArcAfterExpand = false;
+        appOptions->AVOption = 0;
+    }
+
     // Bytes that do not compress, the same for the same seed: a run over a
     // large file of them lasts long enough to be cancelled in the middle.
     static std::string Noise(std::size_t size, std::uint32_t seed) {
