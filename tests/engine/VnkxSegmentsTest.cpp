@@ -9,6 +9,14 @@
 namespace enginetest {
 namespace {
 
+// Writes `where` under key 12 and answers 1.
+int32_t AnswerLocation(NotificationContext context, const fs::path &where) {
+    FSObject object = nullptr;
+    EXPECT_EQ(NewFSObjectFromUnicodePath(where.wstring().c_str(), &object), kEngineOK);
+    EXPECT_EQ(SetDataInContext(context, kContextLocation, &object, sizeof object), kEngineOK);
+    return kNotificationHandled;
+}
+
 class VnkxSegmentsTest : public EngineTest {
 protected:
     void SetUp() override {
@@ -54,6 +62,19 @@ protected:
         EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree)) << label;
     }
 
+    // Expands `archive` while (200,10) is answered with `answer`: asked
+    // once, for `name`.
+    void ExpectAskedOnceAndExpanded(const fs::path &archive, const fs::path &answer,
+                                    const std::wstring &name, const std::string &label) {
+        Recorder recorder(engine);
+        recorder.On(kNotifyRequestCategory, kNotifySegmentMissing,
+                    [&](NotificationContext context) { return AnswerLocation(context, answer); });
+        ExpectExpandsToTree(archive, label);
+        auto asked = recorder.Of(kNotifyRequestCategory, kNotifySegmentMissing);
+        ASSERT_EQ(asked.size(), 1u) << label;
+        EXPECT_EQ(asked[0].name, name) << label;
+    }
+
     EngineResult Verify(const fs::path &archive) {
         OwnedFS file = Path(archive);
         return VerifyArchive(engine, file.get(), nullptr);
@@ -76,14 +97,6 @@ protected:
 
     fs::path tree, folder;
 };
-
-// Writes `where` under key 12 and answers 1.
-int32_t AnswerLocation(NotificationContext context, const fs::path &where) {
-    FSObject object = nullptr;
-    EXPECT_EQ(NewFSObjectFromUnicodePath(where.wstring().c_str(), &object), kEngineOK);
-    EXPECT_EQ(SetDataInContext(context, kContextLocation, &object, sizeof object), kEngineOK);
-    return kNotificationHandled;
-}
 
 void FlipByte(const fs::path &file, std::streamoff at) {
     std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
@@ -146,16 +159,7 @@ TEST_F(VnkxSegmentsTest, AMissingPartIsAskedForByNameAndFoundWhereTheAnswerLeads
     fs::path elsewhere = Scratch("elsewhere");
     fs::rename(parts[1], elsewhere / fs::path(parts[1]).filename());
 
-    {  // a folder as the answer
-        Recorder recorder(engine);
-        recorder.On(
-            kNotifyRequestCategory, kNotifySegmentMissing,
-            [&](NotificationContext context) { return AnswerLocation(context, elsewhere); });
-        ExpectExpandsToTree(parts.front(), "found-in-folder");
-        auto asked = recorder.Of(kNotifyRequestCategory, kNotifySegmentMissing);
-        ASSERT_EQ(asked.size(), 1u);
-        EXPECT_EQ(asked[0].name, L"set.part02.vnkx");
-    }
+    ExpectAskedOnceAndExpanded(parts.front(), elsewhere, L"set.part02.vnkx", "found-in-folder");
     // Where a part was found is remembered for the next opening; a part
     // moved on is asked for again.
     ExpectExpandsToTree(parts.front(), "remembered");
@@ -276,13 +280,7 @@ TEST_F(VnkxSegmentsTest, AnIndexListsAloneAndExpandsOnceTheArchiveIsFound) {
     fs::rename(folder / "kept.vnkx", away / "kept.vnkx");
     EXPECT_EQ(OpenedArchive(engine, indexFile).Listing(), listing);
 
-    Recorder recorder(engine);
-    recorder.On(kNotifyRequestCategory, kNotifySegmentMissing,
-                [&](NotificationContext context) { return AnswerLocation(context, away); });
-    ExpectExpandsToTree(indexFile, "from-index");
-    auto asked = recorder.Of(kNotifyRequestCategory, kNotifySegmentMissing);
-    ASSERT_EQ(asked.size(), 1u);
-    EXPECT_EQ(asked[0].name, L"kept.vnkx");
+    ExpectAskedOnceAndExpanded(indexFile, away, L"kept.vnkx", "from-index");
 
     // Another archive of the same name is not the one the index describes.
     fs::rename(away / "kept.vnkx", Scratch("hidden") / "kept.vnkx");
@@ -324,13 +322,7 @@ TEST_F(VnkxSegmentsTest, IndexesOfExistingAndSegmentedArchives) {
     fs::path away = Scratch("parts-away");
     for (const std::wstring &part : parts) fs::rename(part, away / fs::path(part).filename());
     EXPECT_FALSE(OpenedArchive(engine, setIndex).Listing().empty());
-    Recorder recorder(engine);
-    recorder.On(kNotifyRequestCategory, kNotifySegmentMissing,
-                [&](NotificationContext context) { return AnswerLocation(context, away); });
-    ExpectExpandsToTree(setIndex, "set-from-index");
-    auto asked = recorder.Of(kNotifyRequestCategory, kNotifySegmentMissing);
-    ASSERT_EQ(asked.size(), 1u);
-    EXPECT_EQ(asked[0].name, L"parts.part01.vnkx");
+    ExpectAskedOnceAndExpanded(setIndex, away, L"parts.part01.vnkx", "set-from-index");
 }
 
 }  // namespace
