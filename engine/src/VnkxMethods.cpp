@@ -27,6 +27,9 @@ bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
     if (lzma_lzma_preset(&options, static_cast<std::uint32_t>(std::clamp(choice.level, 0, 9))))
         return false;
     options.dict_size = 1u << std::clamp(choice.extent, 16, 30);
+    if (choice.niceLength > 0)
+        options.nice_len = static_cast<std::uint32_t>(std::clamp(choice.niceLength, 8, 273));
+    if (choice.searchDepth > 0) options.depth = static_cast<std::uint32_t>(choice.searchDepth);
     return true;
 }
 
@@ -44,6 +47,7 @@ bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void 
     std::size_t made = ZSTD_compress2(context, out.data(), out.size(), in.data(), in.size());
     if (ZSTD_isError(made)) return false;
     out.resize(made);
+    out.shrink_to_fit();
     return true;
 }
 
@@ -60,6 +64,7 @@ bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
                                   out.data(), &made, out.size()) != LZMA_OK)
         return false;
     out.resize(made);
+    out.shrink_to_fit();
     return true;
 }
 
@@ -155,8 +160,10 @@ std::uint64_t BlockSizeFor(const MethodChoice &choice) {
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
+            // Larger blocks gain little over a dictionary this size, and
+            // smaller ones keep both cores busy to the end of a run.
             return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 16, 30), 16 * kMiB,
-                                             256 * kMiB);
+                                             64 * kMiB);
         case kMethodZstd:
         case kMethodBrotli:
             return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 10, 27), 16 * kMiB,
@@ -283,13 +290,17 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
     return fits ? kEngineOK : kEngineItemDataDamaged;
 }
 
-std::uint8_t ChooseFilter(const Bytes &data) {
+bool DenseInCalls(const std::uint8_t *data, std::size_t size) {
     // Executable code shows as many near calls whose operand's top
     // byte is 00 or FF; text and media rarely do.
     std::size_t branches = 0;
-    for (std::size_t i = 0; i + 5 <= data.size(); ++i)
+    for (std::size_t i = 0; i + 5 <= size; ++i)
         if (data[i] == 0xE8 && (data[i + 4] == 0x00 || data[i + 4] == 0xFF)) ++branches;
-    return data.size() >= 4096 && branches > data.size() / 1024 ? kFilterX86 : kFilterNone;
+    return branches > size / 1024;
+}
+
+std::uint8_t ChooseFilter(const Bytes &data) {
+    return data.size() >= 4096 && DenseInCalls(data.data(), data.size()) ? kFilterX86 : kFilterNone;
 }
 
 void ApplyFilter(std::uint8_t filter, Bytes &data) {

@@ -15,6 +15,8 @@ struct MethodChoice {
     int level = 1;                      // the engine's level of the method
     int extent = 22;                    // log2 of window or dictionary
     bool branchFilter = false;          // LZMA2: x86 branch conversion inside the stream
+    int niceLength = 0;                 // LZMA2: match length taken at once; 0 as the level says
+    int searchDepth = 0;                // LZMA2: match finder's search depth; 0 as the level says
 };
 
 // LZMA2 streams carry their own branch filter, which converts more calls
@@ -42,6 +44,9 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
 // The filter that helps a block's content (executable code, 32-bit
 // samples), or none.
 std::uint8_t ChooseFilter(const Bytes &data);
+// True when more than 1 in 1024 bytes start an x86 near call whose
+// operand's top byte is 00 or FF, as machine code does and text does not.
+bool DenseInCalls(const std::uint8_t *data, std::size_t size);
 void ApplyFilter(std::uint8_t filter, Bytes &data);
 // False for a filter this reader does not know.
 bool RemoveFilter(std::uint8_t filter, Bytes &data);

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <memory>
 
 #include "FileSystem.h"
 #include "Handles.h"
@@ -67,7 +69,11 @@ Result ReadIndexReference(ArchiveBytes &bytes, std::uint64_t start, const Traile
 class Cursor final : public ReadCursor {
 public:
     Cursor(std::shared_ptr<const ArchiveFile> file, const ReadRequest &request)
-        : file_(std::move(file)), passwords_(request.passwords), operation_(request.operation) {}
+        : file_(std::move(file)),
+          passwords_(request.passwords),
+          operation_(request.operation),
+          threads_(operation_ && operation_->settings().useThreads) {}
+    ~Cursor() override { ahead_.reset(); }
 
     Result Next(ItemInfo &info) override {
         FinishItem();
@@ -186,25 +192,83 @@ private:
         slot->index = kNoIndex;
         slot->used = ++clock_;
         block_ = &slot->bytes;
-        const BlockEntry &block = file_->body.blocks[index];
+        if (ahead_ && ahead_->index == index) {
+            Result result = ahead_->result.get();
+            slot->bytes.swap(ahead_->bytes);
+            ahead_.reset();
+            if (result != kEngineOK) return result;
+        } else {
+            const BlockEntry &block = file_->body.blocks[index];
+            Bytes stored;
+            if (Result result = FetchStored(block, stored)) return result;
+            const cipher::DerivedKey *key = nullptr;
+            if (block.cipher != kCipherNone) {
+                if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
+            }
+            if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
+        }
+        slot->index = index;
+        DecodeAhead(index + 1);
+        return kEngineOK;
+    }
+
+    Result FetchStored(const BlockEntry &block, Bytes &stored) {
         if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock)
             return kEngineItemDataDamaged;
         std::uint64_t end = file_->source->DataEnd(file_->trailer.catalogueOffset);
         if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset)
             return kEngineItemDataDamaged;
-        Bytes stored(kBlockHeaderSize + block.storedSize);
+        stored.resize(kBlockHeaderSize + block.storedSize);
         Result read = ReadStored(block, stored);
         // A damaged segment may have a sound copy elsewhere: asked for once.
         if (read == kEngineItemDataDamaged) {
             read = file_->source->ReplaceDamaged(block.offset, stored.size(), operation_);
             if (read == kEngineOK) read = ReadStored(block, stored);
         }
-        if (read != kEngineOK) return read;
+        return read;
+    }
+
+    // Items mostly run through the blocks in order: while the caller uses
+    // one block, the next is read and handed to a thread of its own to
+    // decode. A block whose key is not known yet, or whose bytes do not
+    // check out, is left to the load that needs it, which may ask.
+    void DecodeAhead(std::uint32_t index) {
+        if (!threads_ || index >= file_->body.blocks.size()) return;
+        if (ahead_) {
+            // One block ahead at a time; one the walk has passed is dropped.
+            if (ahead_->index >= index) return;
+            ahead_->result.wait();
+            ahead_.reset();
+        }
+        for (const Cached &cached : cache_)
+            if (cached.index == index) return;
+        const BlockEntry &block = file_->body.blocks[index];
+        const cipher::DerivedKey *key = nullptr;
+        if (block.cipher != kCipherNone) {
+            auto found = keys_.find(block.keySlot);
+            if (found == keys_.end()) return;
+            key = &found->second;
+        }
+        if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock) return;
+        std::uint64_t end = file_->source->DataEnd(file_->trailer.catalogueOffset);
+        if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset) return;
+        auto stored = std::make_shared<Bytes>(kBlockHeaderSize + block.storedSize);
+        if (ReadStored(block, *stored) != kEngineOK) return;
+        ahead_ = std::make_unique<Ahead>();
+        ahead_->index = index;
+        Ahead *ahead = ahead_.get();
+        ahead_->result = std::async(std::launch::async, [&block, key, stored, ahead] {
+            return DecodeStored(block, key, *stored, ahead->bytes);
+        });
+    }
+
+    // Opens and decodes a block's checked bytes; safe on any thread.
+    static Result DecodeStored(const BlockEntry &block, const cipher::DerivedKey *key,
+                               const Bytes &stored, Bytes &out) {
         const std::uint8_t *payload = stored.data() + kBlockHeaderSize;
         Bytes opened;
         if (block.cipher != kCipherNone) {
-            const cipher::DerivedKey *key = nullptr;
-            if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
+            if (!key) return kEngineItemDataDamaged;
             cipher::BlockCipher sealer(static_cast<cipher::AeadKind>(block.cipher), *key);
             Bytes associated = BlockAssociatedData(block);
             if (!sealer.Open(block.sealNumber, {payload, block.storedSize}, associated, opened))
@@ -212,11 +276,9 @@ private:
             payload = opened.data();
         }
         std::size_t payloadSize = block.cipher != kCipherNone ? opened.size() : block.storedSize;
-        if (Result result =
-                Decompress(block.method, payload, payloadSize, block.unpackedSize, *block_))
+        if (Result result = Decompress(block.method, payload, payloadSize, block.unpackedSize, out))
             return result;
-        if (!RemoveFilter(block.filter, *block_)) return kEngineMethodUnsupported;
-        slot->index = index;
+        if (!RemoveFilter(block.filter, out)) return kEngineMethodUnsupported;
         return kEngineOK;
     }
 
@@ -254,6 +316,7 @@ private:
     std::shared_ptr<const ArchiveFile> file_;
     PasswordSource *passwords_;
     Operation *operation_;
+    bool threads_;
     std::size_t current_ = kNoIndex;
     const ForkEntry *data_ = nullptr;
     std::size_t extent_ = 0;
@@ -266,6 +329,12 @@ private:
         Bytes bytes;
     };
     std::array<Cached, 4> cache_;
+    struct Ahead {
+        std::uint32_t index = 0;
+        Bytes bytes;
+        std::future<Result> result;
+    };
+    std::unique_ptr<Ahead> ahead_;  // waited for before anything it reads goes away
     std::uint64_t clock_ = 0;
     Bytes *block_ = nullptr;
     std::map<std::uint32_t, cipher::DerivedKey> keys_;

@@ -6,20 +6,20 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <deque>
 #include <map>
-#include <mutex>
+#include <optional>
 #include <set>
-#include <thread>
 
 #include "FileSystem.h"
 #include "Handles.h"
 #include "Operation.h"
+#include "OrderedWorkerPool.h"
 #include "RecoveryCode.h"
 #include "VnkxArchive.h"
+#include "VnkxBlockPlan.h"
 
 namespace engine::vnkx {
 namespace {
@@ -32,9 +32,9 @@ constexpr std::size_t kChunk = 1 << 20;
 // One block on its way into the archive.
 struct Job {
     Bytes data;  // unpacked; then what is stored
+    MethodChoice choice;
     BlockEntry entry;
     Result result = kEngineOK;
-    bool done = false;
 };
 
 // The contents of a fork placed before, by size and hash.
@@ -49,12 +49,14 @@ struct Placed {
 class ArchiveWriter {
 public:
     ArchiveWriter(const WriteRequest &request, const WriteSettings &settings)
-        : request_(request), settings_(settings), operation_(request.operation) {
+        : request_(request),
+          settings_(settings),
+          operation_(request.operation),
+          pool_([](void *state) { FreeCoderState(kMethodZstd, state); }) {
         blockSize_ = BlockSizeFor(settings_.choice);
     }
     ~ArchiveWriter() {
-        StopWorkers();
-        FreeCoderState(CodedMethod(settings_.choice.method), ownState_);
+        pool_.Stop();
         if (fd_ >= 0) close(fd_);
     }
 
@@ -66,7 +68,7 @@ public:
         std::uint16_t flags = settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0;
         Bytes header = EncodeHeader(settings_.flavour, settings_.version, flags);
         if (Result result = Write(header.data(), header.size())) return result;
-        StartWorkers();
+        pool_.Start(request_.threads);
         for (;;) {
             if (operation_ && operation_->Cancelled()) return kEngineCancelled;
             WriteItem item;
@@ -77,7 +79,7 @@ public:
         }
         Seal();
         if (Result result = Drain()) return result;
-        StopWorkers();
+        pool_.Stop();
         if (operation_) {
             if (Result stop = operation_->WritingCatalogue()) return stop;
         }
@@ -192,7 +194,8 @@ private:
         fork.size = bytes.size();
         fork.hash = Sha256(bytes.data(), bytes.size());
         if (settings_.fold && Fold(fork)) return Progress(0, fork.size);
-        Result result = Append(bytes.data(), bytes.size(), storeOnly, fork);
+        BlockKind kind = KindOfContent(bytes.data(), bytes.size(), storeOnly);
+        Result result = Append(bytes.data(), bytes.size(), kind, fork);
         Remember(fork);
         return result == kEngineOK ? Progress(0, fork.size) : result;
     }
@@ -201,13 +204,15 @@ private:
     Result PlaceStream(DataSource &data, bool storeOnly, ForkEntry &fork) {
         Digest digest = NewDigest();
         Bytes chunk(kChunk);
+        std::optional<BlockKind> kind;
         for (;;) {
             std::size_t got = 0;
             if (Result result = data.Read(chunk.data(), chunk.size(), got)) return result;
             if (got == 0) break;
             UpdateDigest(digest, chunk.data(), got);
             fork.size += got;
-            if (Result result = Append(chunk.data(), got, storeOnly, fork)) return result;
+            if (!kind) kind = KindOfContent(chunk.data(), got, storeOnly);
+            if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(got, got)) return stop;
         }
         fork.hash = FinishDigest(digest);
@@ -234,10 +239,12 @@ private:
         fork.hash = FinishDigest(digest);
         if (Fold(fork)) return Progress(0, fork.size);
         rewind(spool.get());
+        std::optional<BlockKind> kind;
         for (;;) {
             std::size_t got = fread(chunk.data(), 1, chunk.size(), spool.get());
             if (got == 0) break;
-            if (Result result = Append(chunk.data(), got, storeOnly, fork)) return result;
+            if (!kind) kind = KindOfContent(chunk.data(), got, storeOnly);
+            if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(0, got)) return stop;
         }
         Remember(fork);
@@ -255,15 +262,15 @@ private:
             placed_.emplace(Placed{fork.size, fork.hash}, fork.extents);
     }
 
-    // Appends bytes to the open block, sealing full ones. Data that is
-    // stored as it is (already compressed) goes into blocks of its own.
-    Result Append(const std::uint8_t *data, std::size_t size, bool storeOnly, ForkEntry &fork) {
-        if (storeOnly != openStoreOnly_ && !open_.empty()) Seal();
-        openStoreOnly_ = storeOnly;
+    // Appends bytes to the open block, sealing full ones. Each kind of
+    // content goes into blocks of its own.
+    Result Append(const std::uint8_t *data, std::size_t size, BlockKind kind, ForkEntry &fork) {
+        if (kind != openKind_ && !open_.empty()) Seal();
+        openKind_ = kind;
         while (size > 0) {
             if (open_.size() >= blockSize_) {
                 Seal();
-                openStoreOnly_ = storeOnly;
+                openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
             std::size_t take =
@@ -356,12 +363,12 @@ private:
         job->data = std::move(open_);
         open_.clear();
         job->entry.unpackedSize = job->data.size();
-        job->entry.method =
-            openStoreOnly_ ? std::uint8_t{kMethodStore} : CodedMethod(settings_.choice.method);
+        job->choice = ChoiceForBlock(settings_.choice, openKind_);
+        job->entry.method = job->choice.method;
         job->entry.sealNumber = nextBlock_;
         ++nextBlock_;
         pending_.push_back(job);
-        Submit(job);
+        pool_.Submit([this, job](void *&state) { Code(*job, state); });
     }
 
     // Keeps the blocks in flight within the memory the settings allow.
@@ -370,7 +377,7 @@ private:
             if (Result result = WriteFront()) return result;
         return kEngineOK;
     }
-    std::size_t MaxPending() const { return workers_.empty() ? 0 : workers_.size() + 1; }
+    std::size_t MaxPending() const { return pool_.Workers() ? pool_.Workers() + 1 : 0; }
 
     Result Drain() {
         while (!pending_.empty())
@@ -380,10 +387,7 @@ private:
 
     Result WriteFront() {
         std::shared_ptr<Job> job = pending_.front();
-        {
-            std::unique_lock lock(mutex_);
-            finished_.wait(lock, [&] { return job->done; });
-        }
+        pool_.TakeFront();
         pending_.pop_front();
         if (job->result != kEngineOK) return job->result;
         job->entry.offset = offset_;
@@ -406,8 +410,7 @@ private:
     void Code(Job &job, void *&state) {
         BlockEntry &entry = job.entry;
         if (entry.method != kMethodStore) {
-            MethodChoice choice = settings_.choice;
-            choice.method = entry.method;
+            MethodChoice choice = job.choice;
             if (settings_.filters && settings_.version > 0) entry.filter = ChooseFilter(job.data);
             if (entry.filter == kFilterX86 && FiltersInStream(entry.method)) {
                 choice.branchFilter = true;
@@ -433,59 +436,6 @@ private:
         }
         entry.storedSize = job.data.size();
         entry.crc = Crc32(job.data.data(), job.data.size());
-    }
-
-    void StartWorkers() {
-        if (!request_.threads) return;
-        unsigned count = std::max(1u, std::thread::hardware_concurrency());
-        for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { Work(); });
-    }
-
-    void StopWorkers() {
-        {
-            std::lock_guard lock(mutex_);
-            stopping_ = true;
-        }
-        wake_.notify_all();
-        for (auto &worker : workers_) worker.join();
-        workers_.clear();
-        std::lock_guard lock(mutex_);
-        stopping_ = false;
-        queue_.clear();
-    }
-
-    void Submit(const std::shared_ptr<Job> &job) {
-        if (workers_.empty()) {
-            Code(*job, ownState_);
-            job->done = true;
-            return;
-        }
-        {
-            std::lock_guard lock(mutex_);
-            queue_.push_back(job);
-        }
-        wake_.notify_one();
-    }
-
-    void Work() {
-        void *state = nullptr;
-        for (;;) {
-            std::shared_ptr<Job> job;
-            {
-                std::unique_lock lock(mutex_);
-                wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
-                if (queue_.empty()) break;
-                job = queue_.front();
-                queue_.pop_front();
-            }
-            Code(*job, state);
-            {
-                std::lock_guard lock(mutex_);
-                job->done = true;
-            }
-            finished_.notify_all();
-        }
-        FreeCoderState(CodedMethod(settings_.choice.method), state);
     }
 
     // -- the end ------------------------------------------------------------
@@ -580,7 +530,7 @@ private:
     std::uint64_t blockSize_;
     std::uint64_t nextBlock_ = 0;
     Bytes open_;
-    bool openStoreOnly_ = false;
+    BlockKind openKind_ = BlockKind::General;
     CatalogueBody body_;
     std::vector<KeyRecord> keys_;
     std::optional<cipher::DerivedKey> key_;
@@ -592,12 +542,7 @@ private:
     std::set<std::uint64_t> largeSizes_;
     std::map<std::pair<const ArchiveFile *, std::uint32_t>, std::uint32_t> copied_;
     std::deque<std::shared_ptr<Job>> pending_;
-    std::vector<std::thread> workers_;
-    void *ownState_ = nullptr;
-    std::mutex mutex_;
-    std::condition_variable wake_, finished_;
-    std::deque<std::shared_ptr<Job>> queue_;
-    bool stopping_ = false;
+    OrderedWorkerPool pool_;
 };
 
 }  // namespace

@@ -10,18 +10,16 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
 #include <ctime>
 #include <deque>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 #include "FileSystem.h"
 #include "Handles.h"
 #include "LibArchive.h"
 #include "Operation.h"
+#include "OrderedWorkerPool.h"
 #include "ZipDirectory.h"
 
 namespace engine {
@@ -222,7 +220,6 @@ struct Job {
 struct Batch {
     std::vector<std::shared_ptr<Job>> jobs;
     std::uint64_t bytes = 0;
-    bool done = false;
 };
 
 // What the central directory says of an item written.
@@ -256,19 +253,24 @@ void PutSharedExtra(Bytes &extra, const Central &entry) {
 class ZipWriter {
 public:
     ZipWriter(const WriteRequest &request, const ZipWriteSettings &settings)
-        : request_(request), settings_(settings), operation_(request.operation) {}
+        : request_(request),
+          settings_(settings),
+          operation_(request.operation),
+          pool_([](void *state) {
+              libdeflate_free_compressor(static_cast<libdeflate_compressor *>(state));
+          }) {}
 
     ~ZipWriter() {
-        StopWorkers();
+        pool_.Stop();
         if (fd_ >= 0) close(fd_);
     }
 
     Result Run(ItemFeed &feed) {
         fd_ = open(request_.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd_ < 0) return LastErrno();
-        StartWorkers();
+        pool_.Start(request_.threads);
         Result result = Pump(feed);
-        StopWorkers();
+        pool_.Stop();
         if (result == kEngineOK && operation_) result = operation_->WritingCatalogue();
         if (result == kEngineOK) result = WriteDirectory();
         if (result == kEngineOK && close(fd_) != 0) result = LastErrno();
@@ -305,7 +307,7 @@ private:
         }
     }
 
-    std::size_t MaxPending() const { return workers_.empty() ? 1 : 2 * workers_.size() + 1; }
+    std::size_t MaxPending() const { return pool_.Workers() ? 2 * pool_.Workers() + 1 : 1; }
 
     Result Take(WriteItem &item) {
         auto job = std::make_shared<Job>();
@@ -372,16 +374,17 @@ private:
     void Seal() {
         if (!open_) return;
         pending_.push_back(open_);
-        Submit(open_);
+        pool_.Submit([batch = open_, this](void *&state) {
+            auto *compressor = static_cast<libdeflate_compressor *>(state);
+            CompressBatch(*batch, &compressor);
+            state = compressor;
+        });
         open_.reset();
     }
 
     Result WriteFront() {
         std::shared_ptr<Batch> batch = pending_.front();
-        {
-            std::unique_lock lock(mutex_);
-            finished_.wait(lock, [&] { return batch->done; });
-        }
+        pool_.TakeFront();
         pending_.pop_front();
         pendingBytes_ -= std::min(pendingBytes_, batch->bytes);
         for (const auto &job : batch->jobs) {
@@ -400,62 +403,9 @@ private:
 
     // -- workers ------------------------------------------------------------
 
-    void StartWorkers() {
-        if (!request_.threads) return;
-        unsigned count = std::max(1u, std::thread::hardware_concurrency());
-        for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { Work(); });
-    }
-
-    void StopWorkers() {
-        {
-            std::lock_guard lock(mutex_);
-            stopping_ = true;
-        }
-        wake_.notify_all();
-        for (auto &worker : workers_) worker.join();
-        workers_.clear();
-        std::lock_guard lock(mutex_);
-        stopping_ = false;
-        queue_.clear();
-    }
-
-    void Submit(const std::shared_ptr<Batch> &batch) {
-        if (workers_.empty()) {
-            CompressBatch(*batch);
-            batch->done = true;
-            return;
-        }
-        {
-            std::lock_guard lock(mutex_);
-            queue_.push_back(batch);
-        }
-        wake_.notify_one();
-    }
-
     void CompressBatch(Batch &batch, libdeflate_compressor **cached = nullptr) {
         for (const auto &job : batch.jobs)
             if (!job->done) Compress(*job, cached);
-    }
-
-    void Work() {
-        libdeflate_compressor *compressor = nullptr;
-        for (;;) {
-            std::shared_ptr<Batch> batch;
-            {
-                std::unique_lock lock(mutex_);
-                wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
-                if (queue_.empty()) break;
-                batch = queue_.front();
-                queue_.pop_front();
-            }
-            CompressBatch(*batch, &compressor);
-            {
-                std::lock_guard lock(mutex_);
-                batch->done = true;
-            }
-            finished_.notify_all();
-        }
-        if (compressor) libdeflate_free_compressor(compressor);
     }
 
     // Compresses (when it pays) and enciphers one whole item.
@@ -875,11 +825,7 @@ private:
     std::shared_ptr<Batch> open_;
     std::deque<std::shared_ptr<Batch>> pending_;
     std::uint64_t pendingBytes_ = 0;
-    std::vector<std::thread> workers_;
-    std::mutex mutex_;
-    std::condition_variable wake_, finished_;
-    std::deque<std::shared_ptr<Batch>> queue_;
-    bool stopping_ = false;
+    OrderedWorkerPool pool_;
 };
 
 }  // namespace

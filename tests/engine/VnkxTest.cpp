@@ -361,5 +361,59 @@ TEST_F(VnkxTest, RecoveryDataRepairsDamagedBlocksAndCatalogue) {
               kEngineNotRecoverable);
 }
 
+// Text, machine code and already compressed data go into blocks of their own,
+// and a folded duplicate points back into an earlier block; none of that may
+// change the stored order of the items or what comes out, with or without a
+// password, whatever the method.
+TEST_F(VnkxTest, ItemsOfEveryKindKeepTheirOrderAcrossBlocksOfTheirOwn) {
+    std::string text;
+    for (int i = 0; text.size() < 600000; ++i)
+        text +=
+            "#define SETTING_" + std::to_string(i) + " (1u << " + std::to_string(i % 31) + ")\n";
+    std::string code =
+        "\x7F"
+        "ELF";
+    for (unsigned i = 0, x = 3; code.size() < 600000; ++i) {
+        x = x * 1664525u + 1013904223u;
+        code += '\xE8';
+        for (int k = 0; k < 3; ++k) code += static_cast<char>(x >> (8 * k));
+        code += i % 2 ? '\0' : '\xFF';
+        code += std::string(3 + x % 5, static_cast<char>(0x48 + x % 4));
+    }
+    std::string noise;
+    for (unsigned i = 0, x = 9; i < 300000; ++i) {
+        x = x * 1103515245u + 12345u;
+        noise += static_cast<char>(x >> 24);
+    }
+    fs::path mixed = Scratch("mixed");
+    WriteFile(mixed / "a-notes.txt", text);
+    WriteFile(mixed / "b-tool.so", code);
+    WriteFile(mixed / "c-photo.jpg", noise);
+    WriteFile(mixed / "d-notes-copy.txt", text);
+    WriteFile(mixed / "e-tool.so", code.substr(0, 400000) + text.substr(0, 1000));
+    WriteFile(mixed / "f-notes.txt", text.substr(1000) + "tail");
+
+    fs::path zip = folder / "order.zip";
+    ASSERT_EQ(Create("zip", {mixed}, zip), kEngineOK);
+    std::vector<std::wstring> order = OpenedArchive(engine, zip).Listing();
+    ASSERT_EQ(order.size(), 7u);  // the folder and its six files
+
+    for (int32_t method : {5, 6, 3}) {
+        SetVnkx(kFormatPropCompMethod, method);
+        for (const std::wstring password : {L"", L"pw"}) {
+            std::string name = "mixed" + std::to_string(method) + (password.empty() ? "" : "-pw");
+            fs::path archive = folder / (name + ".vnkx");
+            OwnedString secret = password.empty() ? OwnedString() : Text(password);
+            ASSERT_EQ(Create("vnkx", {mixed}, archive, nullptr, secret.get()), kEngineOK) << name;
+            EXPECT_EQ(OpenedArchive(engine, archive, kEngineAccessRead, password).Listing(), order)
+                << name;
+            EXPECT_EQ(Verify(archive, password), kEngineOK) << name;
+            fs::path out = Scratch("out-" + name);
+            ASSERT_EQ(Expand(archive, out, nullptr, secret.get()), kEngineOK) << name;
+            EXPECT_EQ(Snapshot(out / "mixed"), Snapshot(mixed)) << name;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace enginetest
