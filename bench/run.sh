@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The benchmark: the engine (through varnick-engine) against other archivers,
 # in one run on the same corpus. Usage: bench/run.sh BUILD
+# BENCH_ENGINE names another varnick-engine to measure (a build of a branch)
+# while the corpus and results stay under BUILD.
 #
 # For every row: wall seconds, output size, and peak memory (the largest
 # resident set of any one process of the row, from GNU time). Then the
@@ -12,7 +14,7 @@ set -uo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${1:?usage: bench/run.sh BUILD}
 BUILD=$(cd "$BUILD" && pwd)
-ENGINE=$BUILD/bin/varnick-engine
+ENGINE=${BENCH_ENGINE:-$BUILD/bin/varnick-engine}
 WORK=${BENCH_WORK:-$BUILD/bench-work}
 RESULTS=$BUILD/bench-results.md
 TIMER=/usr/bin/time

@@ -21,6 +21,17 @@ constexpr std::uint64_t kMiB = 1ULL << 20;
 // The engine's zstd levels start where zstd begins to beat LZMA-class
 // ratios with long matching: level 1 is zstd 9, and the rest follows up to
 // zstd's ultra levels.
+// Room for a coder's worst case, left uninitialised: only the pages the
+// coder writes take memory, so blocks in flight hold what they packed to.
+struct Scratch {
+    explicit Scratch(std::size_t bytes) : data(new std::uint8_t[bytes]), size(bytes) {}
+    ~Scratch() { delete[] data; }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+    std::uint8_t *data;
+    std::size_t size;
+};
+
 int ZstdLevel(int level) { return std::clamp(level + 8, 1, ZSTD_maxCLevel()); }
 
 bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
@@ -43,11 +54,10 @@ bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void 
     ZSTD_CCtx_setParameter(context, ZSTD_c_windowLog, std::clamp(choice.extent, 10, 27));
     ZSTD_CCtx_setParameter(context, ZSTD_c_enableLongDistanceMatching, 1);
     ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
-    out.resize(ZSTD_compressBound(in.size()));
-    std::size_t made = ZSTD_compress2(context, out.data(), out.size(), in.data(), in.size());
+    Scratch scratch(ZSTD_compressBound(in.size()));
+    std::size_t made = ZSTD_compress2(context, scratch.data, scratch.size, in.data(), in.size());
     if (ZSTD_isError(made)) return false;
-    out.resize(made);
-    out.shrink_to_fit();
+    out.assign(scratch.data, scratch.data + made);
     return true;
 }
 
@@ -58,13 +68,12 @@ bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
     lzma_filter branch[] = {
         {LZMA_FILTER_X86, nullptr}, {LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
     lzma_filter *filters = choice.branchFilter ? branch : plain;
-    out.resize(lzma_stream_buffer_bound(in.size()));
+    Scratch scratch(lzma_stream_buffer_bound(in.size()));
     std::size_t made = 0;
     if (lzma_stream_buffer_encode(filters, LZMA_CHECK_NONE, nullptr, in.data(), in.size(),
-                                  out.data(), &made, out.size()) != LZMA_OK)
+                                  scratch.data, &made, scratch.size) != LZMA_OK)
         return false;
-    out.resize(made);
-    out.shrink_to_fit();
+    out.assign(scratch.data, scratch.data + made);
     return true;
 }
 
@@ -160,10 +169,8 @@ std::uint64_t BlockSizeFor(const MethodChoice &choice) {
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
-            // Larger blocks gain little over a dictionary this size, and
-            // smaller ones keep both cores busy to the end of a run.
             return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 16, 30), 16 * kMiB,
-                                             64 * kMiB);
+                                             256 * kMiB);
         case kMethodZstd:
         case kMethodBrotli:
             return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 10, 27), 16 * kMiB,
