@@ -22,9 +22,11 @@ bool ExecutableImage(const std::uint8_t *data, std::size_t size) {
 
 }  // namespace
 
-BlockKind KindOfContent(const std::uint8_t *data, std::size_t size, bool storeOnly) {
+BlockKind KindOfContent(const MethodChoice &requested, const std::uint8_t *data, std::size_t size,
+                        bool storeOnly) {
     if (storeOnly) return BlockKind::Stored;
-    if (size < kSmallestCode) return BlockKind::General;
+    if (CodedMethod(requested.method) != kMethodZstd || size < kSmallestCode)
+        return BlockKind::General;
     std::size_t sample = std::min(size, kSample);
     if (ExecutableImage(data, sample) || DenseInCalls(data, sample)) return BlockKind::Code;
     return BlockKind::General;

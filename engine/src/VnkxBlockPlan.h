@@ -13,8 +13,11 @@ namespace engine::vnkx {
 enum class BlockKind : std::uint8_t { General, Code, Stored };
 
 // Tells the kind from an item's first bytes: an executable image or a
-// dense run of x86 near calls is code.
-BlockKind KindOfContent(const std::uint8_t *data, std::size_t size, bool storeOnly);
+// dense run of x86 near calls is code. Code is a kind of its own only where
+// it gets a coder of its own; elsewhere it stays among its neighbours, whose
+// long matches it shares.
+BlockKind KindOfContent(const MethodChoice &requested, const std::uint8_t *data, std::size_t size,
+                        bool storeOnly);
 
 // How a block of a kind is coded under the method asked for. zstd runs
 // code their code blocks as LZMA2 with its branch filter, which packs

@@ -194,7 +194,7 @@ private:
         fork.size = bytes.size();
         fork.hash = Sha256(bytes.data(), bytes.size());
         if (settings_.fold && Fold(fork)) return Progress(0, fork.size);
-        BlockKind kind = KindOfContent(bytes.data(), bytes.size(), storeOnly);
+        BlockKind kind = KindOfContent(settings_.choice, bytes.data(), bytes.size(), storeOnly);
         Result result = Append(bytes.data(), bytes.size(), kind, fork);
         Remember(fork);
         return result == kEngineOK ? Progress(0, fork.size) : result;
@@ -211,7 +211,7 @@ private:
             if (got == 0) break;
             UpdateDigest(digest, chunk.data(), got);
             fork.size += got;
-            if (!kind) kind = KindOfContent(chunk.data(), got, storeOnly);
+            if (!kind) kind = KindOfContent(settings_.choice, chunk.data(), got, storeOnly);
             if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(got, got)) return stop;
         }
@@ -243,7 +243,7 @@ private:
         for (;;) {
             std::size_t got = fread(chunk.data(), 1, chunk.size(), spool.get());
             if (got == 0) break;
-            if (!kind) kind = KindOfContent(chunk.data(), got, storeOnly);
+            if (!kind) kind = KindOfContent(settings_.choice, chunk.data(), got, storeOnly);
             if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(0, got)) return stop;
         }
