@@ -39,6 +39,9 @@ struct ItemInfo {
     std::shared_ptr<const StoredData> stored;
     // A Mac resource fork the format keeps beside the data ("rsrc").
     std::shared_ptr<const std::vector<std::uint8_t>> resourceFork;
+    // The size of an embedded JPEG thumbnail ("thumb"), read on demand
+    // through ReadCursor::SelectFork.
+    std::optional<std::uint64_t> thumbnailSize;
 };
 
 // A node of the tree. Folders that the format does not store as items of

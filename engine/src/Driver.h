@@ -70,6 +70,11 @@ public:
     virtual Result Next(ItemInfo &info) = 0;
     // Reads the current item's data; got is 0 at its end.
     virtual Result Read(void *buffer, std::size_t size, std::size_t &got) = 0;
+    // Makes Read give the current item's fork of that name from its start;
+    // "data" is every item's. kEngineNoSuchFork when the item has none.
+    virtual Result SelectFork(std::string_view name) {
+        return name == kForkData ? kEngineOK : kEngineNoSuchFork;
+    }
     // The archive's comment, when the format keeps one (after the first Next).
     virtual std::optional<std::wstring> Comment() const { return std::nullopt; }
 };

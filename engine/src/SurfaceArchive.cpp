@@ -390,7 +390,8 @@ EngineResult GetArchiveObjectFork(ArchiveObject item, const char *forkName,
     if (!object || !forkName || !fork) return kEngineInvalidParameter;
     bool data = std::strcmp(forkName, kForkData) == 0 && !object->node->IsFolder();
     bool resource = std::strcmp(forkName, kForkResource) == 0 && object->node->info.resourceFork;
-    if (!data && !resource) return kEngineNoSuchFork;
+    bool thumbnail = std::strcmp(forkName, kForkThumbnail) == 0 && object->node->info.thumbnailSize;
+    if (!data && !resource && !thumbnail) return kEngineNoSuchFork;
     for (const auto &known : object->forks) {
         if (known->name == forkName) {
             *fork = known.get();
@@ -406,8 +407,12 @@ EngineResult GetArchiveObjectForkSize(ArchiveObjectFork fork, uint64_t *size) {
     OpaqueArchiveObjectFork *data = Checked(fork);
     if (!data || !size || !IsLive(data->owner, Kind::ArchiveObject)) return kEngineInvalidParameter;
     const ItemInfo &info = data->owner->node->info;
-    *size = data->name == kForkResource ? (info.resourceFork ? info.resourceFork->size() : 0)
-                                        : info.size;
+    if (data->name == kForkResource)
+        *size = info.resourceFork ? info.resourceFork->size() : 0;
+    else if (data->name == kForkThumbnail)
+        *size = info.thumbnailSize.value_or(0);
+    else
+        *size = info.size;
     return kEngineOK;
 }
 
@@ -438,6 +443,7 @@ EngineResult GetArchiveObjectForkData(OpaqueEngineObject *engine, ArchiveObjectF
     auto *bytes = static_cast<char *>(buffer);
     return ReadStored(archive, operation, &passwords, wanted,
                       [&](std::size_t, const ItemInfo &, ReadCursor &cursor) -> Result {
+                          if (Result r = cursor.SelectFork(data->name)) return r;
                           while (*count < capacity) {
                               std::size_t got = 0;
                               std::size_t ask = static_cast<std::size_t>(

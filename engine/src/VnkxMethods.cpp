@@ -10,6 +10,7 @@
 #include <zstd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -297,6 +298,55 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
     return fits ? kEngineOK : kEngineItemDataDamaged;
 }
 
+namespace {
+
+// Slices of a block, spread over it, on which the delta filter is tried.
+Bytes DeltaSample(const Bytes &data) {
+    constexpr std::size_t kSlices = 4, kSlice = 256 * 1024;
+    if (data.size() <= kSlices * kSlice) return data;
+    Bytes sample;
+    sample.reserve(kSlices * kSlice);
+    std::size_t stride = (data.size() - kSlice) / (kSlices - 1) / 4 * 4;
+    for (std::size_t i = 0; i < kSlices; ++i) {
+        auto from = data.begin() + static_cast<std::ptrdiff_t>(i * stride);
+        sample.insert(sample.end(), from, from + kSlice);
+    }
+    return sample;
+}
+
+// Order-0 entropy in bits, summed over the bytes.
+double EntropyBits(const Bytes &data) {
+    std::size_t counts[256] = {};
+    for (std::uint8_t byte : data) ++counts[byte];
+    double bits = 0;
+    for (std::size_t count : counts)
+        if (count)
+            bits -= static_cast<double>(count) *
+                    std::log2(static_cast<double>(count) / static_cast<double>(data.size()));
+    return bits;
+}
+
+std::size_t QuickPackedSize(const Bytes &data) {
+    Bytes out(ZSTD_compressBound(data.size()));
+    std::size_t made = ZSTD_compress(out.data(), out.size(), data.data(), data.size(), 1);
+    return ZSTD_isError(made) ? data.size() : made;
+}
+
+// Samples of 16-bit stereo sound and of 32-bit pixels pack far smaller
+// after the delta of 4 (about 87% against 75%, and 79% against 52%, of
+// their size with zstd), while text, code and 24-bit pixels pack worse:
+// so the filter is tried on slices of the block. A cheap entropy test keeps
+// most blocks from the trial.
+bool DeltaHelps(const Bytes &data) {
+    Bytes sample = DeltaSample(data);
+    Bytes delta = sample;
+    ApplyFilter(kFilterDelta4, delta);
+    if (EntropyBits(delta) >= EntropyBits(sample) * 0.95) return false;
+    return QuickPackedSize(delta) < QuickPackedSize(sample) * 0.95;
+}
+
+}  // namespace
+
 bool DenseInCalls(const std::uint8_t *data, std::size_t size) {
     // Executable code shows as many near calls whose operand's top
     // byte is 00 or FF; text and media rarely do.
@@ -307,7 +357,9 @@ bool DenseInCalls(const std::uint8_t *data, std::size_t size) {
 }
 
 std::uint8_t ChooseFilter(const Bytes &data) {
-    return data.size() >= 4096 && DenseInCalls(data.data(), data.size()) ? kFilterX86 : kFilterNone;
+    if (data.size() < 4096) return kFilterNone;
+    if (DenseInCalls(data.data(), data.size())) return kFilterX86;
+    return DeltaHelps(data) ? kFilterDelta4 : kFilterNone;
 }
 
 void ApplyFilter(std::uint8_t filter, Bytes &data) {

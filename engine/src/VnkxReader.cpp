@@ -66,6 +66,14 @@ Result ReadIndexReference(ArchiveBytes &bytes, std::uint64_t start, const Traile
     return kEngineOK;
 }
 
+// The stored kind of a fork name; -1 for a name the format does not know.
+int ForkKindOf(std::string_view name) {
+    if (name == kForkData) return kForkOfData;
+    if (name == kForkResource) return kForkOfResource;
+    if (name == kForkThumbnail) return kForkOfThumb;
+    return -1;
+}
+
 class Cursor final : public ReadCursor {
 public:
     Cursor(std::shared_ptr<const ArchiveFile> file, const ReadRequest &request)
@@ -97,6 +105,8 @@ public:
         stored->archive = file_;
         stored->entry = entry;
         info.stored = stored;
+        for (const ForkEntry &fork : entry.forks)
+            if (fork.kind == kForkOfThumb) info.thumbnailSize = fork.size;
         for (const ForkEntry &fork : entry.forks) {
             if (fork.kind != kForkOfResource) continue;
             auto bytes = std::make_shared<std::vector<std::uint8_t>>();
@@ -137,6 +147,21 @@ public:
             if (Result stop = operation_->Work(got)) return stop;
         }
         return kEngineOK;
+    }
+
+    // The thumbnail is read like the data, from its blocks (enciphered with
+    // them), so it needs the same password.
+    Result SelectFork(std::string_view name) override {
+        if (current_ == kNoIndex) return kEngineNoSuchFork;
+        int kind = ForkKindOf(name);
+        for (const ForkEntry &fork : file_->body.items[current_].forks) {
+            if (fork.kind == kind) {
+                data_ = &fork;
+                StartFork();
+                return kEngineOK;
+            }
+        }
+        return kEngineNoSuchFork;
     }
 
     std::optional<std::wstring> Comment() const override {

@@ -15,6 +15,7 @@
 
 #include "FileSystem.h"
 #include "Handles.h"
+#include "JpegThumbnail.h"
 #include "Operation.h"
 #include "OrderedWorkerPool.h"
 #include "RecoveryCode.h"
@@ -52,8 +53,10 @@ public:
         : request_(request),
           settings_(settings),
           operation_(request.operation),
+          thumbnails_(request.threads ? std::max(1u, std::thread::hardware_concurrency() / 2) : 0),
           pool_([](void *state) { FreeCoderState(kMethodZstd, state); }) {
         blockSize_ = BlockSizeFor(settings_.choice);
+        makeThumbnails_ = BooleanOf(request.format, kFormatPropThumbNails, false);
     }
     ~ArchiveWriter() {
         pool_.Stop();
@@ -77,6 +80,7 @@ public:
             if (next != kEngineOK) return next;
             if (Result result = Take(item)) return result;
         }
+        if (Result result = PlaceThumbnails()) return result;
         Seal();
         if (Result result = Drain()) return result;
         pool_.Stop();
@@ -130,7 +134,10 @@ private:
             ForkEntry fork;
             fork.kind = kForkOfData;
             if (item.data) {
-                if (Result result = PlaceData(*item.data, item.info.size, item.storeOnly, fork))
+                bool thumbnail = (makeThumbnails_ || item.info.thumbnailSize) &&
+                                 settings_.flavour == Flavour::Vnkx && settings_.version > 0;
+                if (Result result =
+                        PlaceData(*item.data, item.info.size, item.storeOnly, thumbnail, fork))
                     return result;
             } else {
                 fork.hash = Sha256(nullptr, 0);
@@ -162,10 +169,15 @@ private:
         return legacy;
     }
 
-    Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, ForkEntry &fork) {
+    // A picture (read whole: larger ones get no thumbnail) is also handed to
+    // the thumbnail maker, whose results are placed after the last item.
+    Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, bool thumbnail,
+                     ForkEntry &fork) {
         if (expected <= kWholeItemLimit) {
             Bytes whole;
             if (Result result = ReadWhole(data, expected, whole)) return result;
+            if (thumbnail && thumbnail::LooksLikeJpeg(whole.data(), whole.size()))
+                thumbnails_.Add(body_.items.size(), whole);
             return PlaceWhole(std::move(whole), storeOnly, fork);
         }
         if (settings_.fold && largeSizes_.count(expected))
@@ -260,6 +272,24 @@ private:
     void Remember(const ForkEntry &fork) {
         if (settings_.fold && fork.size > 0)
             placed_.emplace(Placed{fork.size, fork.hash}, fork.extents);
+    }
+
+    // The thumbnails go into stored blocks of their own; identical ones are
+    // folded like any content. They count as no item's bytes.
+    Result PlaceThumbnails() {
+        for (auto &[index, jpeg] : thumbnails_.Finish()) {
+            ForkEntry fork;
+            fork.kind = kForkOfThumb;
+            fork.size = jpeg.size();
+            fork.hash = Sha256(jpeg.data(), jpeg.size());
+            if (!(settings_.fold && Fold(fork))) {
+                if (Result result = Append(jpeg.data(), jpeg.size(), BlockKind::Stored, fork))
+                    return result;
+                Remember(fork);
+            }
+            body_.items[index].forks.push_back(std::move(fork));
+        }
+        return kEngineOK;
     }
 
     // Appends bytes to the open block, sealing full ones. Each kind of
@@ -525,6 +555,8 @@ private:
     const WriteRequest &request_;
     WriteSettings settings_;
     Operation *operation_;
+    bool makeThumbnails_ = false;
+    thumbnail::ThumbnailMaker thumbnails_;
     int fd_ = -1;
     std::uint64_t offset_ = 0;
     std::uint64_t blockSize_;

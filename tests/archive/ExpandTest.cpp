@@ -169,31 +169,6 @@ TEST_F(ExpandTest, ExtractToTempTwiceOpensTheArchiveOnce) {
     EXPECT_NE(archive->lastResult, 0);
 }
 
-TEST_F(ExpandTest, ForkReadsReplaceOrKeepTheCallersBuffer) {
-    auto archive = MakeArchive(SampleZip());
-    archive->showProgress = false;
-    BYTE *data = nullptr;
-    std::uint64_t count = archive->ExtractFork(L"docs\\b.txt", kForkData, &data, 0);
-    ASSERT_EQ(count, 2000u);
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(data), 2000), std::string(2000, 'b'));
-
-    // Not "thumb": a new buffer whatever the caller held.
-    BYTE *held = data;
-    count = archive->ExtractFork(L"a.txt", kForkData, &data, 5000);
-    EXPECT_EQ(count, 1000u);
-    EXPECT_NE(data, held);
-    archive->FreeForkData(&held);
-
-    // No such fork, or no such item: 0 and the pointer untouched.
-    BYTE *before = data;
-    EXPECT_EQ(archive->ExtractFork(L"a.txt", kForkThumbnail, &data, 1001), 0u);
-    EXPECT_EQ(archive->ExtractFork(L"gone.txt", kForkData, &data, 1001), 0u);
-    EXPECT_EQ(data, before);
-    archive->FreeForkData(&data);
-    archive->CloseExtract();
-}
-
 TEST_F(ExpandTest, RemoveAsksForThePasswordUntilItFits) {
     Put("src/a.txt", std::string(1000, 'a'));
     Put("src/b.txt", std::string(1000, 'b'));
