@@ -128,10 +128,6 @@ Bytes MakeThumbnail(const std::uint8_t *data, std::size_t size) {
     return Bytes(jpeg, jpeg + jpegSize);
 }
 
-ThumbnailMaker::ThumbnailMaker(unsigned threads) {
-    for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { Work(); });
-}
-
 ThumbnailMaker::~ThumbnailMaker() {
     {
         std::lock_guard lock(mutex_);
@@ -143,11 +139,12 @@ ThumbnailMaker::~ThumbnailMaker() {
 }
 
 void ThumbnailMaker::Add(std::size_t key, Bytes picture) {
-    if (threads_.empty()) {
+    if (threadCount_ == 0) {
         Bytes made = MakeThumbnail(picture.data(), picture.size());
         if (!made.empty()) made_.emplace_back(key, std::move(made));
         return;
     }
+    while (threads_.size() < threadCount_) threads_.emplace_back([this] { Work(); });
     std::unique_lock lock(mutex_);
     room_.wait(lock,
                [&] { return queue_.empty() || queuedBytes_ + picture.size() <= kMostQueued; });

@@ -32,8 +32,9 @@ Bytes MakeThumbnail(const std::uint8_t *data, std::size_t size);
 // results are collected at the end, keyed by what the caller gave.
 class ThumbnailMaker {
 public:
-    // threads 0: every thumbnail is made at once in Add.
-    explicit ThumbnailMaker(unsigned threads);
+    // threads 0: every thumbnail is made at once in Add. The threads start
+    // with the first picture.
+    explicit ThumbnailMaker(unsigned threads) : threadCount_(threads) {}
     ~ThumbnailMaker();
     ThumbnailMaker(const ThumbnailMaker &) = delete;
     ThumbnailMaker &operator=(const ThumbnailMaker &) = delete;
@@ -46,6 +47,7 @@ public:
 private:
     void Work();
 
+    unsigned threadCount_;
     std::vector<std::thread> threads_;
     std::mutex mutex_;
     std::condition_variable wake_, room_;

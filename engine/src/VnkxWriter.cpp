@@ -134,10 +134,10 @@ private:
             ForkEntry fork;
             fork.kind = kForkOfData;
             if (item.data) {
-                bool thumbnail = (makeThumbnails_ || item.info.thumbnailSize) &&
-                                 settings_.flavour == Flavour::Vnkx && settings_.version > 0;
+                bool wantsThumbnail = (makeThumbnails_ || item.info.thumbnailSize) &&
+                                      settings_.flavour == Flavour::Vnkx && settings_.version > 0;
                 if (Result result =
-                        PlaceData(*item.data, item.info.size, item.storeOnly, thumbnail, fork))
+                        PlaceData(*item.data, item.info.size, item.storeOnly, wantsThumbnail, fork))
                     return result;
             } else {
                 fork.hash = Sha256(nullptr, 0);
@@ -171,12 +171,12 @@ private:
 
     // A picture (read whole: larger ones get no thumbnail) is also handed to
     // the thumbnail maker, whose results are placed after the last item.
-    Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, bool thumbnail,
+    Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, bool wantsThumbnail,
                      ForkEntry &fork) {
         if (expected <= kWholeItemLimit) {
             Bytes whole;
             if (Result result = ReadWhole(data, expected, whole)) return result;
-            if (thumbnail && thumbnail::LooksLikeJpeg(whole.data(), whole.size()))
+            if (wantsThumbnail && thumbnail::LooksLikeJpeg(whole.data(), whole.size()))
                 thumbnails_.Add(body_.items.size(), whole);
             return PlaceWhole(std::move(whole), storeOnly, fork);
         }

@@ -272,7 +272,8 @@ TEST_F(VnkxThumbnailTest, ItemsLargerThanWhatIsReadWholeRoundTrip) {
     WriteFile(folder / "src" / "large.bin", large);
     WriteFile(folder / "src" / "copy.bin", large);
     fs::path archive = Made("large.vnkx");
-    EXPECT_LT(fs::file_size(archive), large.size()) << "the copy is stored once";
+    // Each copy packs to about half its size: both stored would pass 70 MiB.
+    EXPECT_LT(fs::file_size(archive), large.size() * 3 / 4) << "the copy is stored once";
     OwnedFS file = Path(archive);
     EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineOK);
     fs::path out = Scratch("large-out");
