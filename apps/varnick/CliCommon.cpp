@@ -9,6 +9,7 @@
 #include "CAppUtils.h"
 #include "CArchiveItem.h"
 #include "CArchiveObject.h"
+#include "CFSUtils.h"
 #include "SDKUtils.h"
 #include "platform/Win32.h"
 
@@ -215,6 +216,35 @@ bool ResolvePassword(const Arguments &arguments, std::wstring &password) {
         password = platform::FromUtf8(fromEnvironment);
     }
     return true;
+}
+
+std::wstring FullPath(const std::wstring &path) {
+    wchar_t full[1024] = {};
+    return GetFullPathNameW(path.c_str(), 1024, full, nullptr) ? std::wstring(full) : path;
+}
+
+bool VisitSources(const std::vector<std::wstring> &paths, std::size_t first,
+                  const std::function<void(const std::wstring &)> &folder,
+                  const std::function<void(const std::wstring &)> &file) {
+    for (std::size_t i = first; i < paths.size(); ++i) {
+        const std::wstring full = FullPath(paths[i]);
+        if (CFSUtils::FolderExists(full.c_str())) {
+            folder(full);
+        } else if (CFSUtils::FileExists(full.c_str())) {
+            file(full);
+        } else {
+            PrintError(FormatW(L"%s: no such file or folder", paths[i].c_str()));
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CollectContent(const std::vector<std::wstring> &paths, std::size_t first,
+                    CNewArchiveContentList &content) {
+    return VisitSources(
+        paths, first, [&](const std::wstring &folder) { content.Folders.push_back(folder); },
+        [&](const std::wstring &file) { content.Files.push_back(file); });
 }
 
 const std::vector<std::wstring> kConflictFlags = {L"--overwrite", L"--skip", L"--rename", L"--ask"};

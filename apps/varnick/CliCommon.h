@@ -12,6 +12,7 @@
 #include "CArchive.h"
 #include "CArchiveRunLoop.h"
 #include "CEngine.h"
+#include "CNewArchiveContentList.h"
 #include "FormatCatalogue.h"
 #include "platform/TerminalUiHost.h"
 #include "platform/WinTypes.h"
@@ -97,6 +98,18 @@ Arguments ParseArguments(const std::vector<std::wstring> &words,
 // The password of --password, --password-file or VARNICK_PASSWORD, in that
 // order; empty when none is given. False when the file cannot be read.
 bool ResolvePassword(const Arguments &arguments, std::wstring &password);
+
+// `path` made absolute; unchanged when it cannot be.
+std::wstring FullPath(const std::wstring &path);
+// The files and folders of the command line from `first` on, made absolute
+// and handed to `folder` or `file`; false (told) at the first that does not
+// exist.
+bool VisitSources(const std::vector<std::wstring> &paths, std::size_t first,
+                  const std::function<void(const std::wstring &)> &folder,
+                  const std::function<void(const std::wstring &)> &file);
+// The same into the files and folders of a content list.
+bool CollectContent(const std::vector<std::wstring> &paths, std::size_t first,
+                    CNewArchiveContentList &content);
 
 // The options that say what to do when an item to be written is there:
 // --overwrite, --skip, --rename (keep both) and --ask.

@@ -54,11 +54,6 @@ struct CreateRequest {
     bool askPassword = false;
 };
 
-std::wstring FullPath(const std::wstring &path) {
-    wchar_t full[1024] = {};
-    return GetFullPathNameW(path.c_str(), 1024, full, nullptr) ? std::wstring(full) : path;
-}
-
 // The format of --format, by name or extension, or else of the archive's
 // own name; false when neither names one that can be made.
 bool ChooseFormat(const Arguments &arguments, format::type &chosen) {
@@ -221,23 +216,6 @@ bool ReadRequest(const Arguments &arguments, CreateRequest &request) {
     return true;
 }
 
-// Files and folders of the command line, made absolute; false at the first
-// that does not exist.
-bool CollectContent(const std::vector<std::wstring> &paths, CNewArchiveContentList &content) {
-    for (const std::wstring &path : paths) {
-        const std::wstring full = FullPath(path);
-        if (CFSUtils::FolderExists(full.c_str())) {
-            content.Folders.push_back(full);
-        } else if (CFSUtils::FileExists(full.c_str())) {
-            content.Files.push_back(full);
-        } else {
-            PrintError(FormatW(L"%s: no such file or folder", path.c_str()));
-            return false;
-        }
-    }
-    return true;
-}
-
 void ApplyContentOptions(const Arguments &arguments, const CreateRequest &request,
                          CNewArchiveContentList &content) {
     content.OneArchivePerItem = arguments.Has(L"--per-item");
@@ -335,7 +313,7 @@ int CreateCommand(const std::vector<std::wstring> &words) {
     if (PrepareDestination(platform::ParentPath(request.archive), folder) != kExitSuccess)
         return kExitFailure;
     CNewArchiveContentList content;
-    if (!CollectContent(request.paths, content)) return kExitFailure;
+    if (!CollectContent(request.paths, 0, content)) return kExitFailure;
     ApplyContentOptions(arguments, request, content);
     std::wstring password;
     if (!ResolvePassword(arguments, password)) return kExitFailure;

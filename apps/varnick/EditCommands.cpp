@@ -34,25 +34,6 @@ bool IsPlainName(const std::wstring &name) {
     return !name.empty() && !HasSeparator(name) && name != L"." && name != L"..";
 }
 
-// Files and folders of the command line, made absolute, from `first` on;
-// false at the first that does not exist (told).
-bool CollectSources(const std::vector<std::wstring> &paths, std::size_t first,
-                    CNewArchiveContentList &content) {
-    for (std::size_t i = first; i < paths.size(); ++i) {
-        wchar_t full[1024] = {};
-        const bool resolved = GetFullPathNameW(paths[i].c_str(), 1024, full, nullptr) != 0;
-        if (resolved && CFSUtils::FolderExists(full)) {
-            content.Folders.push_back(full);
-        } else if (resolved && CFSUtils::FileExists(full)) {
-            content.Files.push_back(full);
-        } else {
-            PrintError(FormatW(L"%s: no such file or folder", paths[i].c_str()));
-            return false;
-        }
-    }
-    return true;
-}
-
 // The library finds the folder of an addition or a new folder one level
 // below the top only, so a deeper one is refused before anything is written.
 int DeeperFolderRefused(const std::wstring &written) {
@@ -166,7 +147,7 @@ int AddCommand(const std::vector<std::wstring> &words) {
     std::unique_ptr<ArchiveSession> session = OpenWithItems(arguments, 2, kAnyCount, exitCode);
     if (!session) return exitCode;
     CNewArchiveContentList content;
-    if (!CollectSources(arguments.positional, 1, content)) return kExitFailure;
+    if (!CollectContent(arguments.positional, 1, content)) return kExitFailure;
     std::wstring folder;
     exitCode = PrepareTargetFolder(*session, arguments.Value(L"--into"), folder);
     if (exitCode != kExitSuccess) return exitCode;

@@ -16,26 +16,12 @@ namespace cli {
 
 namespace {
 
-std::wstring FullPath(const std::wstring &path) {
-    wchar_t full[1024] = {};
-    return GetFullPathNameW(path.c_str(), 1024, full, nullptr) ? std::wstring(full) : path;
-}
-
 // Adds each path to the job, folders as folders; false at the first that
 // does not exist (told).
 bool AddContent(INIINFO *info, const std::vector<std::wstring> &paths) {
-    for (const std::wstring &path : paths) {
-        const std::wstring full = FullPath(path);
-        if (CFSUtils::FolderExists(full.c_str())) {
-            AddFolder(info, full.c_str());
-        } else if (CFSUtils::FileExists(full.c_str())) {
-            AddFile(info, full.c_str());
-        } else {
-            PrintError(FormatW(L"%s: no such file or folder", path.c_str()));
-            return false;
-        }
-    }
-    return true;
+    return VisitSources(
+        paths, 0, [&](const std::wstring &folder) { AddFolder(info, folder.c_str()); },
+        [&](const std::wstring &file) { AddFile(info, file.c_str()); });
 }
 
 int WriteJob(const Arguments &arguments) {
