@@ -154,6 +154,11 @@ public:
     // Starts an operation of the archive's worker with `start` and pumps
     // messages until its end; an exit code, any failure told on stderr.
     int Run(const wchar_t *what, const std::function<bool()> &start);
+    // Runs a blocking call of the library on a thread of its own beside the
+    // pump, so that Ctrl-C still cancels it.
+    ARCHIVE_RUN_OUTCOME RunBlocking(const std::function<bool()> &work) {
+        return loop_.RunBlocking(archive_, work);
+    }
     int ReportFailure(const wchar_t *what, EngineResult code);
 
 private:

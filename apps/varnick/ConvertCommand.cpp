@@ -1,6 +1,5 @@
 // varnick convert and varnick sfx: an archive rewritten in another format,
 // or as a program that expands itself. The source is never changed.
-#include <csignal>
 #include <memory>
 #include <set>
 #include <string>
@@ -52,26 +51,12 @@ std::wstring NewName(const std::set<std::wstring> &before, const std::set<std::w
     return L"";
 }
 
-// The conversion runs on this thread inside the library, which offers no
-// way to stop it: while it runs, Ctrl-C ends the program as it usually does.
-class DefaultInterrupt {
-public:
-    DefaultInterrupt() : previous_(std::signal(SIGINT, SIG_DFL)) {}
-    ~DefaultInterrupt() { std::signal(SIGINT, previous_); }
-    DefaultInterrupt(const DefaultInterrupt &) = delete;
-    DefaultInterrupt &operator=(const DefaultInterrupt &) = delete;
-
-private:
-    void (*previous_)(int);
-};
-
 // Converts the session's archive; the result's path in `result`.
 bool Convert(ArchiveSession &session, format::type target, std::wstring &result) {
     CArchive &archive = session.Archive();
     CFormatOptionsRepository options;
     CArchiveConvert converter(session.ParentWindow(), session.Engine().GetEngine(), &options);
     wchar_t password[MAX_PATH] = {};
-    DefaultInterrupt interruptEndsTheProgram;
     if (target == format::vnkx) {
         wchar_t destination[MAX_PATH] = {};
         wcsncpy_s(destination, MAX_PATH,
@@ -125,7 +110,16 @@ int ConvertCommand(const std::vector<std::wstring> &words) {
     // The library asks for the source's password; the known one answers.
     if (!archive.password.empty()) AnswerPasswordWith(archive.password);
     std::wstring result;
-    if (!Convert(*session, target, result)) {
+    bool converted = false;
+    const ARCHIVE_RUN_OUTCOME outcome = session->RunBlocking([&] {
+        converted = Convert(*session, target, result);
+        return converted;
+    });
+    if (outcome == kArchiveRunInterrupted) {
+        PrintError(L"convert: interrupted");
+        return kExitCancelled;
+    }
+    if (!converted) {
         // A Zip password check lets some wrong passwords through; the
         // conversion then fails on the data.
         if (session->HoldsEncryptedItems()) {

@@ -529,20 +529,39 @@ TEST_F(VarnickCli, YesOverwritesWithoutAsking) {
     EXPECT_EQ(std::filesystem::file_size(notes), std::filesystem::file_size(tree / "notes.txt"));
 }
 
-TEST_F(VarnickCli, AnInterruptedCreateExitsWithThreeAndLeavesNoArchive) {
-    // Enough data, and data that does not compress, so that the run is
+namespace {
+
+// Runs varnick with `arguments` and interrupts it once the engine has
+// begun writing into `folder` (once the folder holds more entries than
+// before); the exit status.
+int InterruptOnceWriting(const std::string &arguments, const std::filesystem::path &folder) {
+    return Shell("n=$(ls -A " + Quoted(folder) + " | wc -l); '" + std::string(VARNICK_BIN_DIR) +
+                 "/varnick' " + arguments + " 2>/dev/null & p=$!; i=0; until [ $(ls -A " +
+                 Quoted(folder) + " | wc -l) -gt $n ] || [ $i -ge 400 ]; do sleep 0.05; " +
+                 "i=$((i+1)); done; kill -INT $p; wait $p");
+}
+
+}  // namespace
+
+TEST_F(VarnickCli, InterruptedCreateAndConvertExitWithThreeAndLeaveNothingBehind) {
+    // Enough data, and data that does not compress, so that each run is
     // still going when the interrupt comes.
     const auto big = home.Scratch("big");
     ASSERT_EQ(Shell("head -c 150M /dev/urandom > " + Quoted(big / "noise.bin")), 0);
-    // The interrupt comes once the engine has begun writing into the folder.
     const auto target = home.Scratch("target");
-    const int status = Shell("'" + std::string(VARNICK_BIN_DIR) + "/varnick' create " +
-                             Quoted(target / "big.zip") + " " + Quoted(big) +
-                             " 2>/dev/null & p=$!; i=0; until [ -n \"$(ls -A " + Quoted(target) +
-                             ")\" ] || [ $i -ge 400 ]; do sleep 0.05; i=$((i+1)); done; "
-                             "kill -INT $p; wait $p");
-    EXPECT_EQ(status, 3);
+    EXPECT_EQ(
+        InterruptOnceWriting("create " + Quoted(target / "big.zip") + " " + Quoted(big), target),
+        3);
     EXPECT_TRUE(std::filesystem::is_empty(target));
+
+    const auto stored = home.Scratch("stored") / "big.zip";
+    ASSERT_EQ(
+        Varnick("-q create " + Quoted(stored) + " " + Quoted(big) + " --method store").exitCode, 0);
+    EXPECT_EQ(
+        InterruptOnceWriting("convert " + Quoted(stored) + " --to vnkx", stored.parent_path()), 3);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(stored.parent_path()),
+                            std::filesystem::directory_iterator()),
+              1);
 }
 
 TEST_F(VarnickCli, CreateTellsMissingSourcesAndUnwritableDestinations) {
