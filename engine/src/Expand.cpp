@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "BackgroundWriter.h"
@@ -201,54 +202,76 @@ private:
 
     // Opens (making it when needed) the folder of the first `count`
     // components of a target. skip is set when a conflict keeps what is
-    // there in place of this subtree.
+    // there in place of this subtree. The descriptor is borrowed: folders
+    // stay open for the run, so each item costs one open of its own.
     Result OpenFolder(const Target &target, std::size_t count, int &fd, std::string &actual,
                       bool &skip) {
         fd = -1;
         skip = false;
-        if (!SafeComponents(target.relative)) return kEngineUnsafeItemPath;
-        fd = dup(rootFd_);
         actual.clear();
-        skip = false;
+        if (!SafeComponents(target.relative)) return kEngineUnsafeItemPath;
+        int at = rootFd_;
+        std::wstring key;
         for (std::size_t i = 0; i < count; ++i) {
-            std::wstring key;
-            for (std::size_t k = 0; k <= i; ++k) key += L"/" + target.relative[k];
+            key += L"/" + target.relative[i];
             std::string name;
             auto decided = decided_.find(key);
             if (decided != decided_.end()) {
                 if (decided->second.empty()) {
                     skip = true;
-                    break;
+                    return kEngineOK;
                 }
                 name = decided->second;
             } else {
-                name = Utf8(target.relative[i]);
                 std::string chosen;
-                if (Result result = DecideFolder(fd, actual, name, target.chain[i], chosen)) {
-                    close(fd);
-                    fd = -1;
+                if (Result result =
+                        DecideFolder(at, actual, Utf8(target.relative[i]), target.chain[i], chosen))
                     return result;
-                }
                 decided_[key] = chosen;
                 if (chosen.empty()) {
                     skip = true;
-                    break;
+                    return kEngineOK;
                 }
                 name = chosen;
             }
-            int next = openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            close(fd);
-            fd = next;
-            if (fd < 0)
-                return errno == ELOOP || errno == ENOTDIR ? kEngineUnsafeItemPath : LastErrno();
+            if (Result result = OpenedFolder(at, key, name, at)) return result;
             actual += (actual.empty() ? "" : "/") + name;
             if (i == 0) NoteTopLevel(name);
         }
-        if (skip) {
-            close(fd);
-            fd = -1;
-        }
+        fd = at;
         return kEngineOK;
+    }
+
+    // The folder `name` in `parentFd`, opened without following a link the
+    // first time it is asked for and kept open under `key` after that.
+    Result OpenedFolder(int parentFd, const std::wstring &key, const std::string &name, int &fd) {
+        auto open = openFolders_.find(key);
+        if (open != openFolders_.end()) {
+            fd = open->second->get();
+            return kEngineOK;
+        }
+        auto opened = std::make_unique<UniqueFd>(
+            openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!opened->valid())
+            return errno == ELOOP || errno == ENOTDIR ? kEngineUnsafeItemPath : LastErrno();
+        // Bounded: an archive of very many folders reopens some of them.
+        if (openFolders_.size() >= kOpenFoldersKept) ForgetOpenFolders();
+        fd = opened->get();
+        openFolders_.emplace(key, std::move(opened));
+        return kEngineOK;
+    }
+
+    // A removal may take away a folder kept open, or let a link take its
+    // name; the folders are opened afresh after one. The descriptors in use
+    // for the item at hand stay open until the next item.
+    void ForgetOpenFolders() {
+        for (auto &open : openFolders_) retired_.push_back(std::move(open.second));
+        openFolders_.clear();
+    }
+
+    Result RemoveExisting(int folderFd, const std::string &name) {
+        ForgetOpenFolders();
+        return RemoveAt(folderFd, name);
     }
 
     // Chooses the name a folder of the archive takes in `parentFd`; empty
@@ -279,7 +302,7 @@ private:
             return MakeFolderAt(parentFd, parent, UniqueNameAt(parentFd, name), chosen);
         if (method == kResolutionReplace ||
             (method == kResolutionReplaceIfNewer && Newer(node, info))) {
-            if (Result result = RemoveAt(parentFd, name)) return result;
+            if (Result result = RemoveExisting(parentFd, name)) return result;
             return MakeFolderAt(parentFd, parent, name, chosen);
         }
         chosen.clear();  // keep what is there
@@ -318,7 +341,6 @@ private:
         std::string actual;
         bool skip;
         Result result = OpenFolder(target, target.relative.size(), fd, actual, skip);
-        if (fd >= 0) close(fd);
         if (result == kEngineUnsafeItemPath) {
             NoteFailure(result);
             return kEngineOK;
@@ -329,6 +351,7 @@ private:
     // Places one stored item; a failure of this item alone is noted and the
     // walk goes on.
     Result Place(const Target &target, ReadCursor &data) {
+        retired_.clear();
         const Node &node = *target.node;
         if (Result stop = operation_.CurrentItem(node.Path())) return stop;
         if (UnsafeStoredPath(node) || target.relative.empty() || !SafeComponents(target.relative)) {
@@ -350,9 +373,7 @@ private:
         }
         if (result != kEngineOK) return result;
         if (skip) return Skipped(node);
-        result = PlaceFile(target, folderFd, folder, data);
-        close(folderFd);
-        return result;
+        return PlaceFile(target, folderFd, folder, data);
     }
 
     Result Skipped(const Node &node) {
@@ -366,8 +387,17 @@ private:
                      ReadCursor &data) {
         const Node &node = *target.node;
         std::string name = Utf8(target.relative.back());
+        // A plain file is created at once; only when its name is taken does
+        // the conflict get looked at, and then the file is created again.
+        bool plain = !node.info.symlink && !node.info.hardlink;
+        UniqueFd created;
+        if (plain) {
+            Result result = CreateFile(node, folderFd, name, created);
+            if (result != kEngineOK && result != FromErrno(EEXIST)) return Finished(result);
+        }
         struct stat existing {};
-        if (fstatat(folderFd, name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (!created.valid() &&
+            fstatat(folderFd, name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
             std::string relative = folder.empty() ? name : folder + "/" + name;
             std::int32_t answer = 0;
             if (Result result = Resolution(relative, target.node, answer)) return result;
@@ -376,7 +406,7 @@ private:
                 name = UniqueNameAt(folderFd, name);
             } else if (method == kResolutionReplace ||
                        (method == kResolutionReplaceIfNewer && Newer(target.node, existing))) {
-                if (Result result = RemoveAt(folderFd, name)) {
+                if (Result result = RemoveExisting(folderFd, name)) {
                     NoteFailure(result);
                     return Skipped(node);
                 }
@@ -392,16 +422,21 @@ private:
         } else if (node.info.hardlink) {
             result = PlaceHardLink(target, folderFd, name);
         } else {
-            result = WriteData(node, folderFd, name, data);
+            if (!created.valid()) result = CreateFile(node, folderFd, name, created);
+            if (created.valid()) result = WriteData(node, folderFd, name, created, data);
         }
         if (result == kEngineOK) {
             placed_[node.info.path] = relative;
             created_.insert(relative);
-        } else if (Fatal(result)) {
-            return result;
-        } else {
-            NoteFailure(result);
         }
+        return Finished(result);
+    }
+
+    // Counts an item done; a failure of its own is noted, a fatal one ends
+    // the walk.
+    Result Finished(Result result) {
+        if (Fatal(result)) return result;
+        if (result != kEngineOK) NoteFailure(result);
         operation_.FileDone();
         return operation_.Counters();
     }
@@ -429,12 +464,26 @@ private:
         return kEngineOK;
     }
 
-    Result WriteData(const Node &node, int folderFd, const std::string &name, ReadCursor &data) {
-        mode_t mode = node.info.mode ? (node.info.mode & 0777) : 0666;
+    static mode_t ModeOf(const Node &node) {
+        return node.info.mode ? (node.info.mode & 0777) : 0666;
+    }
+
+    // A new file, never through a link; EEXIST when the name is taken.
+    static Result CreateFile(const Node &node, int folderFd, const std::string &name,
+                             UniqueFd &file) {
         int fd = openat(folderFd, name.c_str(),
-                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode | 0600);
+                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, ModeOf(node) | 0600);
         if (fd < 0) return errno == ELOOP ? kEngineUnsafeItemPath : LastErrno();
-        Result result = Copy(data, fd);
+        file.reset(fd);
+        return kEngineOK;
+    }
+
+    // Fills a file made by CreateFile and closes it; removes it on failure.
+    Result WriteData(const Node &node, int folderFd, const std::string &name, UniqueFd &file,
+                     ReadCursor &data) {
+        mode_t mode = ModeOf(node);
+        int fd = file.release();
+        Result result = Copy(node, data, fd);
         if (result == kEngineOK && node.info.resourceFork)
             result = PlaceResourceFork(*node.info.resourceFork, fd, folderFd, name);
         if (result == kEngineOK && node.info.modified) SetTime(fd, *node.info.modified);
@@ -468,14 +517,18 @@ private:
     }
 
     // Decodes into one buffer while the last one is written ("useThreads").
-    Result Copy(ReadCursor &data, int fd) {
+    // An item that fits one buffer is written here: handing it to the
+    // writer thread costs more than the write.
+    Result Copy(const Node &node, ReadCursor &data, int fd) {
+        bool small = node.info.size <= buffer_.size();
         Result result = kEngineOK;
         for (;;) {
             std::size_t got = 0;
             result = data.Read(buffer_.data(), buffer_.size(), got);
             if (result != kEngineOK || got == 0) break;
             operation_.AddRead(got);
-            if ((result = writer_.Write(fd, buffer_, got)) != kEngineOK) break;
+            result = small ? WriteAll(fd, buffer_.data(), got) : writer_.Write(fd, buffer_, got);
+            if (result != kEngineOK) break;
             operation_.AddWritten(got);
             if ((result = operation_.Work(got)) != kEngineOK) break;
             if ((result = operation_.Counters()) != kEngineOK) break;
@@ -505,7 +558,6 @@ private:
                 fd < 0)
                 continue;
             SetTime(fd, *target->node->info.modified);
-            close(fd);
         }
         return kEngineOK;
     }
@@ -516,6 +568,9 @@ private:
     std::wstring destination_;
     int rootFd_ = -1;
     std::vector<Target> targets_;
+    static constexpr std::size_t kOpenFoldersKept = 512;
+    std::map<std::wstring, std::unique_ptr<UniqueFd>> openFolders_;  // archive folder -> open
+    std::vector<std::unique_ptr<UniqueFd>> retired_;
     std::map<std::wstring, std::string> decided_;  // archive folder -> name on disk, empty: skipped
     std::set<std::string> created_;                // folders this run made
     std::map<std::wstring, std::string> placed_;   // stored path -> where it went

@@ -16,6 +16,11 @@ UniqueFd::~UniqueFd() {
     if (fd_ >= 0) close(fd_);
 }
 
+void UniqueFd::reset(int fd) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+}
+
 Result PutInPlace(const std::string &temporary, const std::string &target) {
     if (rename(temporary.c_str(), target.c_str()) == 0) return kEngineOK;
     Result result = LastErrno();

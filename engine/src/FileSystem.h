@@ -19,6 +19,13 @@ public:
     UniqueFd &operator=(const UniqueFd &) = delete;
     int get() const { return fd_; }
     bool valid() const { return fd_ >= 0; }
+    // Gives up ownership: the caller closes it.
+    int release() {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
 
 private:
     int fd_;
