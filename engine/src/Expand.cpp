@@ -209,6 +209,7 @@ private:
         fd = -1;
         skip = false;
         actual.clear();
+        retired_.clear();  // no descriptor of an earlier call is still in use
         if (!SafeComponents(target.relative)) return kEngineUnsafeItemPath;
         int at = rootFd_;
         std::wstring key;
@@ -262,8 +263,8 @@ private:
     }
 
     // A removal may take away a folder kept open, or let a link take its
-    // name; the folders are opened afresh after one. The descriptors in use
-    // for the item at hand stay open until the next item.
+    // name; the folders are opened afresh after one. The descriptors handed
+    // out stay open until the next OpenFolder.
     void ForgetOpenFolders() {
         for (auto &open : openFolders_) retired_.push_back(std::move(open.second));
         openFolders_.clear();
@@ -351,7 +352,6 @@ private:
     // Places one stored item; a failure of this item alone is noted and the
     // walk goes on.
     Result Place(const Target &target, ReadCursor &data) {
-        retired_.clear();
         const Node &node = *target.node;
         if (Result stop = operation_.CurrentItem(node.Path())) return stop;
         if (UnsafeStoredPath(node) || target.relative.empty() || !SafeComponents(target.relative)) {
