@@ -3,7 +3,6 @@
 #include <initializer_list>
 #include <string>
 
-#include "CArchiveMakeSeaVnkx.h"
 #include "CFSUtils.h"
 #include "CFormatOptionsRepository.h"
 #include "CLogging.h"
@@ -108,18 +107,6 @@ void ReportOutcome(const wchar_t *source, EngineResult status, const wchar_t *fu
     LogFailure(function, __LINE__, status, L"TransformArchive()");
 }
 
-// A self-extracting result is a program under the name it was written to.
-EngineResult BindStub(OpaqueEngineObject *engine, FSObject result, const wchar_t *function) {
-    archive::ScopedStringRef path;
-    EngineResult status = AcquirePathFromFSObject(result, path.Out());
-    if (status) {
-        LogFailure(function, __LINE__, status, L"AcquirePathFromFSObject()");
-        return status;
-    }
-    return CArchiveMakeSeaVnkx::BindStubIfMissing(engine,
-                                                  GetUnicodeStringFromStringRef(path.Get()));
-}
-
 }  // namespace
 
 CArchiveConvert::CArchiveConvert(HWND parent, OpaqueEngineObject *engine,
@@ -183,7 +170,6 @@ bool CArchiveConvert::ConvertArchiveToVnkx(const wchar_t *source, wchar_t *passw
     EngineResult status =
         TransformArchive(engine_, prepared.file.Get(), wanted.Get(), result.Out(), kVnkxId,
                          prepared.secret.Get(), prepared.secret.Get(), 1, 0);
-    if (status == kEngineOK && selfExtracting) status = BindStub(engine_, result.Get(), kFunction);
     if (status == kEngineOK && destination) {
         archive::ScopedStringRef name;
         status = AcquireFSObjectName(result.Get(), name.Out());

@@ -65,24 +65,6 @@ private:
     const wchar_t *function_;
 };
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using ScopedHandle = std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser>;
-
-// Whether the file begins like a program of this system (an ELF image).
-bool IsProgram(const std::wstring &path) {
-    HANDLE opened = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                0, nullptr);
-    if (opened == INVALID_HANDLE_VALUE) return false;
-    ScopedHandle file(opened);
-    unsigned char magic[4] = {};
-    DWORD read = 0;
-    if (!ReadFile(file.get(), magic, sizeof magic, &read, nullptr) || read != sizeof magic)
-        return false;
-    return magic[0] == 0x7f && magic[1] == 'E' && magic[2] == 'L' && magic[3] == 'F';
-}
-
 // The temporary folder joined with `name`, any earlier file of that name
 // removed.
 std::wstring FreshTempPath(const wchar_t *name) {
@@ -224,37 +206,11 @@ EngineResult CArchiveMakeSeaVnkx::TransformIntoTemp(FSObject source, const char 
         if (status == kEngineOK) {
             const std::wstring made = std::wstring(CFSUtils::GetTempFolder()) + kPathSep +
                                       GetUnicodeStringFromStringRef(name.Get());
-            status = BindStubIfMissing(engine, made);
-            if (status == kEngineOK) archive_->name = made;
+            archive_->name = made;
         } else {
             LogFailure(function, __LINE__, status, L"AcquireFSObjectName()");
         }
     }
     archive_->lastResult = status;
     return status;
-}
-
-EngineResult CArchiveMakeSeaVnkx::BindStubIfMissing(OpaqueEngineObject *engine,
-                                                    const std::wstring &path) {
-    static constexpr const wchar_t *kFunction = L"CArchiveMakeSeaVnkx::BindStubIfMissing";
-    if (IsProgram(path)) return kEngineOK;
-    archive::ScopedFSObject file;
-    archive::ScopedFSObject sea;
-    archive::ScopedStringRef seaPath;
-    EngineResult status = NewFSObjectFromUnicodePath(path.c_str(), file.Out());
-    if (status == kEngineOK)
-        status = AddSelfExtractingToArchive(engine, file.Get(), sea.Out(), kStubOption);
-    if (status == kEngineOK) status = AcquirePathFromFSObject(sea.Get(), seaPath.Out());
-    if (status) {
-        LogFailure(kFunction, __LINE__, status, L"AddSelfExtractingToArchive()");
-        return status;
-    }
-    // The program takes the archive's place under the archive's name.
-    const wchar_t *program = GetUnicodeStringFromStringRef(seaPath.Get());
-    if (!CFSUtils::DeleteFileW(path.c_str(), true) || !MoveFileW(program, path.c_str())) {
-        const DWORD error = GetLastError();
-        CLogging::Err(kFunction, __LINE__, kUnit, error, false, L"MoveFileW()");
-        return error ? static_cast<EngineResult>(error) : kEngineWriteFailed;
-    }
-    return kEngineOK;
 }

@@ -31,11 +31,6 @@ public:
     // the source is encrypted.
     bool TransformVnkx();
 
-    // Makes the freshly transformed archive at `path` a program under the
-    // same name, unless it is one already: a transform that was asked for a
-    // self-extracting result may leave binding the stub to its caller.
-    static EngineResult BindStubIfMissing(OpaqueEngineObject *engine, const std::wstring &path);
-
 private:
     // Rewrites the archive through the engine into the temporary folder
     // under its own file name; on success the archive's path becomes the

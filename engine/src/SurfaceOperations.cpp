@@ -119,6 +119,15 @@ EngineResult CreateSegmentsOf(OpaqueEngineObject *engine, FSObjectList sources, 
     return kEngineOK;
 }
 
+// With "selfExtracting" on for the format, a newly written archive gets the
+// stub in front of it, whichever call wrote it.
+Result SelfExtractingIfAsked(Session &session, const char *formatId, const std::wstring &written) {
+    if (!sfx::Supports(formatId) ||
+        !BooleanOf(session.FormatProperties(formatId), kFormatPropSelfExtracting, false))
+        return kEngineOK;
+    return sfx::MakeSelfExtracting(Utf8(written), formatId);
+}
+
 }  // namespace
 
 extern "C" {
@@ -134,9 +143,7 @@ EngineResult ArchiveFSObjectList(OpaqueEngineObject *engine, const char *formatI
     std::wstring written;
     Result outcome =
         CreateArchive(operation, formatId, Members(*list), target->path, TextOf(password), written);
-    if (outcome == kEngineOK && sfx::Supports(formatId) &&
-        BooleanOf(session->FormatProperties(formatId), kFormatPropSelfExtracting, false))
-        outcome = sfx::MakeSelfExtracting(Utf8(written), formatId);
+    if (outcome == kEngineOK) outcome = SelfExtractingIfAsked(*session, formatId, written);
     if (outcome == kEngineOK) *result = NewFSObject(written).Detach();
     return outcome;
 }
@@ -340,6 +347,7 @@ EngineResult TransformArchive(OpaqueEngineObject *engine, FSObject source, FSObj
     std::wstring written;
     Result outcome = Transform(operation, file->path, target ? target->path : std::wstring(),
                                formatId, TextOf(oldPassword), TextOf(newPassword), written);
+    if (outcome == kEngineOK) outcome = SelfExtractingIfAsked(*session, formatId, written);
     if (outcome == kEngineOK) *result = NewFSObject(written).Detach();
     return outcome;
 }

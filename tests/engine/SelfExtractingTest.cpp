@@ -76,19 +76,28 @@ TEST_F(SelfExtractingTest, PasswordComesFromStandardInputOrAFile) {
     EXPECT_EQ(Snapshot(folder / "filed"), Snapshot(tree));
 }
 
-TEST_F(SelfExtractingTest, CreatingWithTheFormatPropertyMakesAProgram) {
+TEST_F(SelfExtractingTest, CreatingOrTransformingWithTheFormatPropertyMakesAProgram) {
+    ASSERT_EQ(Create("tar", {tree / "readme.txt", tree / "data"}, folder / "plain.tar"), kEngineOK);
     for (const char *format : {"zip", "vnkx"}) {
         SCOPED_TRACE(format);
         ASSERT_EQ(SetFormatBooleanProperty(engine, format, kFormatPropSelfExtracting, true),
                   kEngineOK);
         fs::path made = folder / (std::string("made.") + format);
         ASSERT_EQ(Create(format, {tree / "readme.txt", tree / "data"}, made), kEngineOK);
-        EXPECT_EQ(FormatOf(made), format);
-        Shell ran = Run(made, folder / format);
-        ASSERT_EQ(ran.status, 0) << ran.output;
-        EXPECT_EQ(ReadFile(folder / format / "data" / "Grüße, 東京.txt"), "unicode name\n");
-        EXPECT_EQ(ReadFile(folder / format / "data" / "blob.bin"),
-                  ReadFile(tree / "data" / "blob.bin"));
+        OwnedFS plain = Path(folder / "plain.tar");
+        OwnedFS target = Path(folder / (std::string("turned.") + format));
+        OwnedFS turned;
+        ASSERT_EQ(TransformArchive(engine, plain.get(), target.get(), turned.out(), format, nullptr,
+                                   nullptr, 1, 0),
+                  kEngineOK);
+        for (const fs::path &program : {made, fs::path(PathOf(turned.get()))}) {
+            EXPECT_EQ(FormatOf(program), format);
+            const fs::path into = folder / (program.stem().string() + "-" + format);
+            Shell ran = Run(program, into);
+            ASSERT_EQ(ran.status, 0) << ran.output;
+            EXPECT_EQ(ReadFile(into / "data" / "Grüße, 東京.txt"), "unicode name\n");
+            EXPECT_EQ(ReadFile(into / "data" / "blob.bin"), ReadFile(tree / "data" / "blob.bin"));
+        }
     }
 }
 
