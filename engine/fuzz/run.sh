@@ -105,6 +105,20 @@ make_seeds() {
         seed "$PROGRAM" a --format "$format" --password secret "$SEEDS/enciphered.$format" tree
       done
       seed "$PROGRAM" a --format pf --password secret "$SEEDS/notes.pf" "$text"
+      # Parts of a segmented vnkx and its index: the people's program beside
+      # the engine's writes them (the index into its home's index folder).
+      local varnick
+      varnick=$(dirname "$PROGRAM")/varnick
+      if [ -x "$varnick" ]; then
+        # Data that does not compress makes the set more than one part.
+        head -c 3000 /dev/urandom >noise.bin
+        seed env VARNICK_HOME="$work/home" "$varnick" -q create set.vnkx tree noise.bin \
+          --segment-size 1k --index
+        for part in set.part01.vnkx set.part02.vnkx; do
+          if [ -f "$part" ]; then cp "$part" "$SEEDS/$part"; fi
+        done
+        find "$work/home" -name '*.vidx' -exec cp {} "$SEEDS/set.vidx" \;
+      fi
     fi
   )
   rm -rf "$work"
