@@ -360,10 +360,7 @@ int ArchiveSession::ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome)
             // A question of the library that no one answered: the password
             // of an encrypted archive, or a conflict. The library forgets
             // which at the end of the run.
-            if (holdsEncryptedItems_) {
-                return ReportFailure(
-                    what, archive_.password.empty() ? kEnginePasswordNeeded : kEngineWrongPassword);
-            }
+            if (holdsEncryptedItems_) return ReportPasswordFailure(what);
             PrintError(FormatW(L"%s: stopped at a question no one answered", what));
             return kExitFailure;
         default:

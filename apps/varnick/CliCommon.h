@@ -160,6 +160,12 @@ public:
         return loop_.RunBlocking(archive_, work);
     }
     int ReportFailure(const wchar_t *what, EngineResult code);
+    // A failed run of an encrypted archive told as the password's fault:
+    // missing when none was given, wrong otherwise.
+    int ReportPasswordFailure(const wchar_t *what) {
+        return ReportFailure(
+            what, archive_.password.empty() ? kEnginePasswordNeeded : kEngineWrongPassword);
+    }
 
 private:
     int ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome);

@@ -122,11 +122,7 @@ int ConvertCommand(const std::vector<std::wstring> &words) {
     if (!converted) {
         // A Zip password check lets some wrong passwords through; the
         // conversion then fails on the data.
-        if (session->HoldsEncryptedItems()) {
-            return session->ReportFailure(L"convert", archive.password.empty()
-                                                          ? kEnginePasswordNeeded
-                                                          : kEngineWrongPassword);
-        }
+        if (session->HoldsEncryptedItems()) return session->ReportPasswordFailure(L"convert");
         PrintError(FormatW(L"convert %s: the conversion failed", archive.name.c_str()));
         return kExitFailure;
     }
