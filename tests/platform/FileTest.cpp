@@ -431,49 +431,6 @@ TEST_F(FileTest, CreateFileDispositions) {
     EXPECT_TRUE(GetFileAttributesW(W(dir / "ro").c_str()) & FILE_ATTRIBUTE_READONLY);
 }
 
-TEST_F(FileTest, ReadWriteSeekAndTruncateThroughAHandle) {
-    HANDLE file = CreateFileW(W(dir / "data").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                              CREATE_ALWAYS, 0, nullptr);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    DWORD done = 0;
-    ASSERT_TRUE(WriteFile(file, "0123456789", 10, &done, nullptr));
-    EXPECT_EQ(SetFilePointer(file, 2, nullptr, FILE_BEGIN), 2u);
-    char buffer[16] = {};
-    ASSERT_TRUE(ReadFile(file, buffer, 3, &done, nullptr));
-    EXPECT_EQ(std::string(buffer, done), "234");
-    EXPECT_EQ(SetFilePointer(file, -1, nullptr, FILE_END), 9u);
-    LONG high = 0;
-    EXPECT_EQ(SetFilePointer(file, 4, &high, FILE_BEGIN), 4u);
-    EXPECT_EQ(high, 0);
-    ASSERT_TRUE(SetEndOfFile(file));
-    LARGE_INTEGER size{};
-    ASSERT_TRUE(GetFileSizeEx(file, &size));
-    EXPECT_EQ(size.QuadPart, 4);
-    ASSERT_TRUE(ReadFile(file, buffer, sizeof buffer, &done, nullptr));
-    EXPECT_EQ(done, 0u);  // end of file is success with nothing read
-    EXPECT_EQ(SetFilePointer(file, -10, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(GetLastError(), ERROR_NEGATIVE_SEEK);
-
-    LARGE_INTEGER far{};
-    far.QuadPart = 5'000'000'000LL;
-    LARGE_INTEGER position{};
-    ASSERT_TRUE(SetFilePointerEx(file, far, &position, FILE_BEGIN));
-    EXPECT_EQ(position.QuadPart, 5'000'000'000LL);
-    ASSERT_TRUE(SetEndOfFile(file));
-    DWORD sizeHigh = 0;
-    EXPECT_EQ(GetFileSize(file, &sizeHigh), static_cast<DWORD>(5'000'000'000LL & 0xFFFFFFFF));
-    EXPECT_EQ(sizeHigh, 1u);
-    EXPECT_TRUE(FlushFileBuffers(file));
-    CloseHandle(file);
-
-    HANDLE reader =
-        CreateFileW(W(dir / "data").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(reader, INVALID_HANDLE_VALUE);
-    EXPECT_FALSE(WriteFile(reader, "x", 1, &done, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    CloseHandle(reader);
-}
-
 TEST_F(FileTest, FileTimesRoundTripThroughAHandle) {
     HANDLE file =
         CreateFileW(W(dir / "t").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
@@ -489,20 +446,6 @@ TEST_F(FileTest, FileTimesRoundTripThroughAHandle) {
     EXPECT_EQ(platform::TicksFromFileTime(access), platform::TicksFromFileTime(accessed));
     EXPECT_GT(platform::TicksFromFileTime(creation), 0);
     CloseHandle(file);
-}
-
-TEST_F(FileTest, CurrentDirectoryRoundTrip) {
-    wchar_t before[4096];
-    ASSERT_GT(GetCurrentDirectoryW(4096, before), 0u);
-    ASSERT_TRUE(SetCurrentDirectoryW(W(dir).c_str()));
-    wchar_t now[4096];
-    const DWORD length = GetCurrentDirectoryW(4096, now);
-    EXPECT_EQ(now, W(fs::canonical(dir)));
-    EXPECT_EQ(GetCurrentDirectoryW(2, now), length + 1);
-    WriteBytes(dir / "file", "x");
-    EXPECT_FALSE(SetCurrentDirectoryW(W(dir / "file").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_DIRECTORY);
-    EXPECT_TRUE(SetCurrentDirectoryW(before));
 }
 
 TEST_F(FileTest, BadInputFailsWithTheWindowsValue) {

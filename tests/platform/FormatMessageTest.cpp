@@ -21,6 +21,13 @@ TEST(FormatMessage, AllocatedBufferHoldsTheSystemTextAndIsFreedByLocalFree) {
     EXPECT_EQ(length, std::wcslen(text));
     EXPECT_EQ(LocalFree(text), nullptr);
     EXPECT_EQ(LocalFree(nullptr), nullptr);
+
+    // Unknown codes give the generic text.
+    FormatMessageW(kSystemFlags | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, 16999, 1024,
+                   reinterpret_cast<LPWSTR>(&text), 0, nullptr);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::wstring(text), platform::SystemMessageText(16999));
+    LocalFree(text);
 }
 
 TEST(FormatMessage, CallersBufferMustHoldTheTextAndItsTerminator) {
@@ -44,15 +51,6 @@ TEST(FormatMessage, OnlySystemMessagesAreOffered) {
     EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"text", 0, 0, buffer, 64, nullptr), 0u);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(FormatMessageW(kSystemFlags, nullptr, 5, 0, nullptr, 64, nullptr), 0u);
-}
-
-TEST(FormatMessage, UnknownCodesGiveTheGenericText) {
-    LPWSTR text = nullptr;
-    FormatMessageW(kSystemFlags | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, 16999, 1024,
-                   reinterpret_cast<LPWSTR>(&text), 0, nullptr);
-    ASSERT_NE(text, nullptr);
-    EXPECT_EQ(std::wstring(text), platform::SystemMessageText(16999));
-    LocalFree(text);
 }
 
 }  // namespace

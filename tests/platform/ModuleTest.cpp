@@ -37,21 +37,19 @@ private:
 
 }  // namespace
 
-TEST(Module, LibraryLiesInTheProgramFolder) {
+TEST(Module, LibraryAndProgramPathsWithTheBufferRule) {
     fs::path library = platform::ToUtf8(ModulePath(platform::LibraryModule()));
     EXPECT_EQ(library.filename(), "libvarnick.so");
     EXPECT_EQ(fs::canonical(library).parent_path(), kBinFolder);
     EXPECT_EQ(fs::canonical(platform::ToUtf8(platform::ProgramFolder())), kBinFolder);
-}
 
-TEST(Module, NullModuleIsTheRunningProgram) {
+    // The null module is the running program.
     fs::path program = platform::ToUtf8(ModulePath(nullptr));
     EXPECT_EQ(program.filename(), "platform_tests");
     EXPECT_EQ(GetModuleHandleW(nullptr) != nullptr, true);
     EXPECT_EQ(ModulePath(GetModuleHandleW(nullptr)), ModulePath(nullptr));
-}
 
-TEST(Module, FileNameCutToTheBufferReportsInsufficientBuffer) {
+    // A name cut to the buffer reports an insufficient buffer.
     const std::wstring full = ModulePath(platform::LibraryModule());
     wchar_t small[6] = L"?????";
     SetLastError(0);

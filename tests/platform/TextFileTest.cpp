@@ -53,11 +53,6 @@ protected:
     }
 };
 
-TEST_F(TextFileTest, NewFileGetsMarkAndCrLfLineEnds) {
-    Write(File(), L"wt, ccs=UNICODE", L"c:\\a.zip\n");
-    EXPECT_EQ(ReadBytes(File()), kMark + U16(L"c:\\a.zip\r\n"));
-}
-
 TEST_F(TextFileTest, OpeningForWritingAndClosingLeavesOnlyTheMark) {
     WriteBytes(File(), "old content");
     FILE *file = Open(File(), L"wt, ccs=UNICODE");

@@ -85,41 +85,6 @@ TEST(Events, AutoResetReleasesOneWaitAndStartsAsAsked) {
     EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_TIMEOUT);
 }
 
-TEST(Events, PulseReleasesWaitersAndLeavesTheEventClear) {
-    Handle manual(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::atomic<int> released{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i) {
-        waiters.emplace_back([&] {
-            if (WaitForSingleObject(manual.get(), 5000) == WAIT_OBJECT_0) ++released;
-        });
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_TRUE(PulseEvent(manual.get()));
-    for (auto &waiter : waiters) waiter.join();
-    EXPECT_EQ(released, 2);
-    EXPECT_EQ(WaitForSingleObject(manual.get(), 0), WAIT_TIMEOUT);
-
-    // With nobody waiting a pulse is lost.
-    Handle automatic(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    EXPECT_TRUE(PulseEvent(automatic.get()));
-    EXPECT_EQ(WaitForSingleObject(automatic.get(), 0), WAIT_TIMEOUT);
-}
-
-TEST(Events, NamedEventIsSharedWithinTheProcess) {
-    Handle first(CreateEventW(nullptr, TRUE, FALSE, L"VarnickTestEvent"));
-    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-    Handle second(CreateEventW(nullptr, TRUE, FALSE, L"VarnickTestEvent"));
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    Handle opened(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"VarnickTestEvent"));
-    ASSERT_NE(opened.get(), nullptr);
-    SetEvent(opened.get());
-    EXPECT_EQ(WaitForSingleObject(first.get(), 0), WAIT_OBJECT_0);
-    EXPECT_EQ(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"NoSuchVarnickEvent"), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_FALSE(SetEvent(nullptr));
-}
-
 TEST(Threads, HandleIsWaitableAndCarriesTheExitCode) {
     Handle gate(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     WaitingThread waiting{gate.get()};
@@ -275,58 +240,6 @@ protected:
     int fromChild_[2] = {-1, -1};
 };
 
-TEST_F(NamedMutex, SecondCreateAndOpenFindTheSameObject) {
-    {
-        Handle first(CreateMutexW(nullptr, FALSE, kName));
-        ASSERT_NE(first.get(), nullptr);
-        EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-        Handle second(CreateMutexW(nullptr, TRUE, kName));
-        EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-        // An existing mutex is not taken by the initial-owner flag.
-        OnOtherThread([&] {
-            EXPECT_EQ(WaitForSingleObject(second.get(), 0), WAIT_OBJECT_0);
-            EXPECT_TRUE(ReleaseMutex(second.get()));
-        });
-        Handle opened(OpenMutexW(SYNCHRONIZE, FALSE, kName));
-        ASSERT_NE(opened.get(), nullptr);
-        // Held through one handle, busy through the other.
-        EXPECT_EQ(WaitForSingleObject(first.get(), 0), WAIT_OBJECT_0);
-        OnOtherThread([&] { EXPECT_EQ(WaitForSingleObject(opened.get(), 20), WAIT_TIMEOUT); });
-        EXPECT_EQ(WaitForSingleObject(opened.get(), 0), WAIT_OBJECT_0);  // recursion
-        EXPECT_TRUE(ReleaseMutex(opened.get()));
-        EXPECT_TRUE(ReleaseMutex(first.get()));
-        EXPECT_FALSE(ReleaseMutex(first.get()));
-        EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
-    }
-    // With every handle closed the object is gone, and made anew.
-    EXPECT_EQ(OpenMutexW(SYNCHRONIZE, FALSE, kName), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    Handle again(CreateMutexW(nullptr, FALSE, kName));
-    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
-}
-
-TEST_F(NamedMutex, TwoProcessesTakeTurns) {
-    Handle mutex(CreateMutexW(nullptr, FALSE, kName));
-    ASSERT_NE(mutex.get(), nullptr);
-    pid_t child = Fork([](int toParent) {
-        HANDLE own = CreateMutexW(nullptr, FALSE, kName);
-        if (!own || GetLastError() != ERROR_ALREADY_EXISTS) return 1;
-        if (WaitForSingleObject(own, 5000) != WAIT_OBJECT_0) return 2;
-        if (write(toParent, "h", 1) != 1) return 3;
-        Sleep(300);
-        if (!ReleaseMutex(own)) return 4;
-        CloseHandle(own);
-        return 0;
-    });
-    ASSERT_EQ(ReadFromChild(), 'h');
-    EXPECT_EQ(WaitForSingleObject(mutex.get(), 50), WAIT_TIMEOUT);
-    auto start = Clock::now();
-    EXPECT_EQ(WaitForSingleObject(mutex.get(), 10000), WAIT_OBJECT_0);
-    EXPECT_LT(MillisecondsSince(start), 5000);
-    EXPECT_TRUE(ReleaseMutex(mutex.get()));
-    EXPECT_EQ(ExitStatus(child), 0);
-}
-
 TEST_F(NamedMutex, OwnerThatDiesLeavesItAbandonedToTheNextWait) {
     Handle mutex(CreateMutexW(nullptr, FALSE, kName));
     ASSERT_NE(mutex.get(), nullptr);
@@ -358,38 +271,4 @@ TEST_F(NamedMutex, TerminatedThreadStopsWaitingForIt) {
         },
         nullptr, 0, nullptr));
     EXPECT_TRUE(ReleaseMutex(mutex.get()));
-}
-
-TEST(Counters, InterlockedCallsAreAtomicAndReturnWhatWindowsReturns) {
-    volatile LONG counter = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 10000; ++i) InterlockedIncrement(&counter);
-        });
-    }
-    for (auto &thread : threads) thread.join();
-    EXPECT_EQ(counter, 40000);
-    EXPECT_EQ(InterlockedDecrement(&counter), 39999);
-    EXPECT_EQ(InterlockedExchange(&counter, 5), 39999);
-    EXPECT_EQ(InterlockedExchangeAdd(&counter, 3), 5);
-    EXPECT_EQ(InterlockedCompareExchange(&counter, 1, 7), 8);  // no match, unchanged
-    EXPECT_EQ(counter, 8);
-    EXPECT_EQ(InterlockedCompareExchange(&counter, 1, 8), 8);
-    EXPECT_EQ(counter, 1);
-}
-
-TEST(Counters, CriticalSectionIsRecursiveAndExclusive) {
-    CRITICAL_SECTION section;
-    InitializeCriticalSection(&section);
-    EnterCriticalSection(&section);
-    EXPECT_TRUE(TryEnterCriticalSection(&section));
-    OnOtherThread([&] { EXPECT_FALSE(TryEnterCriticalSection(&section)); });
-    LeaveCriticalSection(&section);
-    LeaveCriticalSection(&section);
-    OnOtherThread([&] {
-        EXPECT_TRUE(TryEnterCriticalSection(&section));
-        LeaveCriticalSection(&section);
-    });
-    DeleteCriticalSection(&section);
 }

@@ -22,7 +22,7 @@ protected:
 
 }  // namespace
 
-TEST(MessageBoxDefaults, DefaultButtonFollowsTypeAndDefButtonFlags) {
+TEST(MessageBoxDefaults, DefaultButtonFollowsTypeAndDefButtonFlagsOrFallsBackOnTheFirst) {
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK), IDOK);
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK | MB_ICONEXCLAMATION), IDOK);
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNO), IDYES);
@@ -32,12 +32,9 @@ TEST(MessageBoxDefaults, DefaultButtonFollowsTypeAndDefButtonFlags) {
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_ABORTRETRYIGNORE | MB_DEFBUTTON2), IDRETRY);
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_RETRYCANCEL), IDRETRY);
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_CANCELTRYCONTINUE | MB_DEFBUTTON3), IDCONTINUE);
-}
-
-TEST(MessageBoxDefaults, DefaultBeyondLastButtonFallsBackOnFirst) {
+    // A default beyond the last button, or an unknown type, falls back on the first.
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_YESNO | MB_DEFBUTTON3), IDYES);
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(MB_OK | MB_DEFBUTTON4), IDOK);
-    // Unknown type values behave as a single OK button.
     EXPECT_EQ(platform::DefaultMessageBoxAnswer(0x0000000F), IDOK);
 }
 
