@@ -139,14 +139,4 @@ TEST(CCryptoTest, LowerCaseDigitsDecipherToGarbageNotFailure) {
     EXPECT_STRNE(out, L"password");
 }
 
-TEST(CCryptoTest, AnotherPassphraseReadsAnotherText) {
-    wchar_t hex[64] = {};
-    ASSERT_TRUE(CCrypto("one").EncryptString(L"password", hex, 64));
-    wchar_t out[64] = {};
-    CCrypto("two").DecryptString(hex, out, 64);
-    EXPECT_STRNE(out, L"password");
-    ASSERT_TRUE(CCrypto("one").DecryptString(hex, out, 64));
-    EXPECT_STREQ(out, L"password");
-}
-
 }  // namespace
