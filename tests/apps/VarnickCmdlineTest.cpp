@@ -100,10 +100,7 @@ TEST_F(VarnickCmdline, CompressJobMakesTheZipAndRecordsItsNameAndLog) {
     EXPECT_TRUE(Shell("unzip -tq '" + archive.string() + "' >/dev/null"));
     EXPECT_TRUE(Shell("unzip -Z1 '" + archive.string() + "' | grep -qx 'docs/b.txt'"));
 
-    CArchiveINI readBack;
-    readBack.ReadNewArcNames(Wide(job).c_str());
-    ASSERT_EQ(readBack.NewArcNames.size(), 1u);
-    EXPECT_EQ(readBack.NewArcNames[0], Wide(archive));
+    EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)});
 
     const std::wstring log = GetLogFile(Wide(job).c_str());
     ASSERT_FALSE(log.empty()) << "the runner tells where it logged";
@@ -135,9 +132,7 @@ TEST_F(VarnickCmdline, FailuresExitOneWithTheTextOnStandardError) {
     testsupport::ProgramRun verify = RunJob();
     EXPECT_EQ(verify.exitCode, 1) << verify.output;
     EXPECT_NE(verify.output.find("varnick-cmdline: verify"), std::string::npos) << verify.output;
-    CArchiveINI readBack;
-    readBack.ReadNewArcNames(Wide(job).c_str());
-    EXPECT_TRUE(readBack.NewArcNames.empty()) << "a failed job names no archive";
+    EXPECT_TRUE(NewArcNames().empty()) << "a failed job names no archive";
 
     // A job file that is not there.
     testsupport::ProgramRun missing =
@@ -308,9 +303,7 @@ TEST_F(VarnickCmdline, AnInterruptCancelsTheRunWithExitCodeThree) {
     const int status = std::system(command.c_str());
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 3);
-    CArchiveINI readBack;
-    readBack.ReadNewArcNames(Wide(job).c_str());
-    EXPECT_TRUE(readBack.NewArcNames.empty());
+    EXPECT_TRUE(NewArcNames().empty());
 }
 
 TEST_F(VarnickCmdline, DeliveryIsAnnouncedAndTheArchiveKept) {
