@@ -55,7 +55,7 @@ protected:
     }
 };
 
-TEST_F(IniFileTest, SaveWritesUtf16WithMarkAndCrLfInListOrder) {
+TEST_F(IniFileTest, SaveWritesUtf16WithMarkAndCrLfInListOrderAndMakesAMissingFile) {
     CIniFile ini(path.c_str());
     ini.SetString(L"Archive", L"Name", L"a b.zip");
     ini.SetString(L"Empty", L"x", L"1");
@@ -63,13 +63,13 @@ TEST_F(IniFileTest, SaveWritesUtf16WithMarkAndCrLfInListOrder) {
     ini.SetInt(L"Archive", L"Count", 3);
     ini.Save();
     EXPECT_EQ(Saved(), kMark + Utf16(L"[Archive]\r\nName=a b.zip\r\nCount=3\r\n[Empty]\r\n"));
-}
 
-TEST_F(IniFileTest, MissingFileOpensEmptyAndSaveCreatesIt) {
-    CIniFile ini;
-    EXPECT_TRUE(ini.Open(path.c_str()));
+    // A missing file opens empty and a save makes it.
+    fs::remove(file);
+    CIniFile empty;
+    EXPECT_TRUE(empty.Open(path.c_str()));
     EXPECT_FALSE(fs::exists(file));
-    ini.Save();
+    empty.Save();
     EXPECT_EQ(Saved(), kMark);
 }
 

@@ -419,7 +419,7 @@ TEST_F(RegistryStore, SubtreeDeleteTakesTheKeyAndAllBelowButNoNeighbour) {
     EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, L""), ERROR_ACCESS_DENIED);
 }
 
-TEST_F(RegistryStore, AFileThatIsNotADatabaseIsRefusedAndLeftAsItIs) {
+TEST_F(RegistryStore, AFileThatIsNotOurDatabaseIsRefusedAndLeftAsItIs) {
     const fs::path hive = UserHive(home);
     fs::create_directories(hive.parent_path());
     const std::string text = "These are somebody's notes, not a database.\n";
@@ -435,23 +435,21 @@ TEST_F(RegistryStore, AFileThatIsNotADatabaseIsRefusedAndLeftAsItIs) {
         platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(errors.data()), errors.size()));
     EXPECT_NE(record.find("RegistryStore"), std::string::npos) << record;
     EXPECT_NE(record.find("1009"), std::string::npos) << record;
-}
 
-TEST_F(RegistryStore, AnotherProgramsDatabaseIsRefusedAndLeftAsItIs) {
+    // A database of another program (another mark in its header) is refused too.
+    platform::CloseRegistryConnections();
+    fs::remove(hive);
     {
-        Key key;
-        ASSERT_EQ(Create(HKEY_CURRENT_USER, L"Software\\Orvane Labs", key), ERROR_SUCCESS);
+        Key made;
+        ASSERT_EQ(Create(HKEY_CURRENT_USER, L"Software\\Orvane Labs", made), ERROR_SUCCESS);
     }
     platform::CloseRegistryConnections();
-    // The same file with another program's mark in its header.
-    const fs::path hive = UserHive(home);
     std::string bytes = testsupport::ReadBytes(hive);
     ASSERT_GT(bytes.size(), 72u);
     bytes.replace(68, 4, "XYZW");
     testsupport::WriteBytes(hive, bytes);
-
-    Key key;
-    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, key.out()), ERROR_BADDB);
+    Key other;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, other.out()), ERROR_BADDB);
     EXPECT_EQ(testsupport::ReadBytes(hive), bytes);
 }
 
