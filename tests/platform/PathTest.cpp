@@ -115,36 +115,6 @@ TEST(Path, MatchSpecTakesASemicolonListOfSpecs) {
     EXPECT_FALSE(PathMatchSpecW(L"a", nullptr));
 }
 
-TEST(Path, BufferCallsEditInPlace) {
-    wchar_t path[platform::kPathBufferSize];
-    auto set = [&](const wchar_t *text) { wcscpy_s(path, platform::kPathBufferSize, text); };
-
-    set(L"/a/b");
-    EXPECT_TRUE(PathRemoveFileSpecW(path));
-    EXPECT_STREQ(path, L"/a");
-    EXPECT_TRUE(PathRemoveFileSpecW(path));
-    EXPECT_STREQ(path, L"/");
-    EXPECT_FALSE(PathRemoveFileSpecW(path));
-    EXPECT_STREQ(path, L"/");
-    set(L"name");
-    EXPECT_TRUE(PathRemoveFileSpecW(path));
-    EXPECT_STREQ(path, L"");
-    EXPECT_FALSE(PathRemoveFileSpecW(path));
-    EXPECT_FALSE(PathRemoveFileSpecW(nullptr));
-
-    set(L"/a/");
-    EXPECT_TRUE(PathAppendW(path, L"/b/../c.txt"));
-    EXPECT_STREQ(path, L"/a/c.txt");
-    EXPECT_FALSE(PathAppendW(path, std::wstring(1100, L'x').c_str()));
-    EXPECT_STREQ(path, L"/a/c.txt");
-    EXPECT_FALSE(PathAppendW(nullptr, L"x"));
-
-    EXPECT_FALSE(PathIsRelativeW(L"/a"));
-    EXPECT_TRUE(PathIsRelativeW(L"a/b"));
-    EXPECT_TRUE(PathIsRelativeW(L""));
-    EXPECT_TRUE(PathIsRelativeW(nullptr));
-}
-
 class PathFileTest : public testsupport::HomeTest {};
 
 TEST_F(PathFileTest, ShortAndLongNamesAreTheSameButTheItemMustExist) {
