@@ -19,16 +19,6 @@ SYSTEMTIME Date(WORD year, WORD month, WORD day) {
 
 }  // namespace
 
-TEST(CJulianDateTest, DayZeroIs1900January1) {
-    EXPECT_EQ(CJulianDate(1900, 1, 1).GetDayNumber(), 0);
-    EXPECT_EQ(CJulianDate(1900, 3, 1).GetDayNumber(), 59);  // 1900 has no 29 February
-    SYSTEMTIME date{};
-    CJulianDate(static_cast<DWORD>(0)).ToSystime(&date);
-    EXPECT_EQ(date.wYear, 1900);
-    EXPECT_EQ(date.wMonth, 1);
-    EXPECT_EQ(date.wDay, 1);
-}
-
 TEST(CJulianDateTest, RefusedDateKeepsTheStoredValue) {
     CJulianDate date(2000, 1, 1);
     LONG stored = date.GetDayNumber();
