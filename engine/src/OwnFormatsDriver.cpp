@@ -9,9 +9,16 @@
 #include "Driver.h"
 #include "FormatProfile.h"
 #include "VnkxArchive.h"
+#include "VnkxBlockPlan.h"
 
 namespace engine {
 namespace {
+
+// Text blocks of zstd runs (the defaults): order 12 with a 32 MiB model
+// packs headers and sources far below LZ coders at zstd-like speed.
+constexpr int kDefaultTextOrder = 12, kDefaultTextModelLog = 25;
+// The smallest preset: a longer context and a model of 128 MiB.
+constexpr int kSmallestTextOrder = 16, kSmallestTextModelLog = 27;
 
 // vnkx methods: 1 deflate, 2 bzip2, 3 LZMA2, 4 PPMd, 5 zstd (the default),
 // 6 store, 7 LZ4, 8 brotli, 9 LZMA2 with the largest dictionaries.
@@ -21,7 +28,7 @@ const FormatProfile kVnkxProfile = {
         {1, 1, 9, 6, 15, 15, 15},
         {2, 1, 9, 9, 17, 20, 20},
         {3, 0, 9, 5, 16, 28, 24},
-        {4, 2, 16, 6, 20, 30, 24},
+        {4, 2, 32, 12, 20, 30, 25},
         {5, 1, 22, 1, 10, 27, 22},
         {6, -1, -1, -1, -1, -1, -1},
         {7, -1, -1, -1, 16, 16, 16},
@@ -31,10 +38,14 @@ const FormatProfile kVnkxProfile = {
     {0, 256, 256},
 };
 
-// "compressionDegree" 1 (fastest) to 5 (smallest): method, level, extent.
+// "compressionDegree" 1 (fastest) to 5 (smallest): method, level, extent,
+// and for the smallest the text model (order, log2 of its memory).
 const vnkx::MethodChoice kDegrees[] = {
-    {vnkx::kMethodLz4, -1, 16},  {vnkx::kMethodZstd, 1, 22},       {vnkx::kMethodZstd, 8, 24},
-    {vnkx::kMethodLzma2, 7, 24}, {vnkx::kMethodLzma2Large, 9, 26},
+    {vnkx::kMethodLz4, -1, 16},
+    {vnkx::kMethodZstd, 1, 22},
+    {vnkx::kMethodZstd, 8, 24},
+    {vnkx::kMethodLzma2, 7, 24},
+    {vnkx::kMethodLzma2Large, 9, 26, false, 0, 0, kSmallestTextOrder, kSmallestTextModelLog},
 };
 
 bool IsVnk5(std::string_view id) { return id == "vnk5" || id == "vnk"; }
@@ -80,6 +91,17 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
             choice.extent = profile->extentLeast;
         if (profile->extentMost >= 0 && choice.extent > profile->extentMost)
             return kEngineExtentTooHigh;
+        if (choice.method == vnkx::kMethodPpmd) {
+            choice.textOrder = choice.level;
+            choice.textModelLog = choice.extent;
+        }
+    }
+    // zstd runs and the presets 2 to 4 code text with the default model:
+    // smaller than zstd and LZMA2 on text, and faster than LZMA2.
+    bool textHelps = choice.method == vnkx::kMethodZstd || (degree >= 2 && degree <= 4);
+    if (textHelps && choice.textOrder == 0) {
+        choice.textOrder = kDefaultTextOrder;
+        choice.textModelLog = kDefaultTextModelLog;
     }
     settings.version = IntegerOf(format, kFormatPropMaxVersion, vnkx::kNewestVersion) == 0
                            ? 0
@@ -98,13 +120,16 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
     settings.redundancy =
         static_cast<unsigned>(std::clamp(IntegerOf(format, kFormatPropRedundancyLevel, 0), 0, 50));
     if (settings.version == 0) {
+        // The first version has no text blocks.
+        choice.textOrder = 0;
         choice.method = FirstVersionMethod(choice.method);
         settings.cipher = vnkx::kCipherAesGcm;
         settings.encryptCatalogue = false;
         settings.filters = false;
     }
     unsigned workers = request.threads ? std::max(1u, std::thread::hardware_concurrency()) : 1;
-    if (vnkx::WorkerMemory(choice) * (workers + 1) > MemoryAllowed()) return kEngineExtentTooHigh;
+    if (vnkx::WorkerMemoryOfRun(choice) * (workers + 1) > MemoryAllowed())
+        return kEngineExtentTooHigh;
     return kEngineOK;
 }
 

@@ -1,6 +1,6 @@
 // Which block an item's bytes go into: every block holds one kind of
-// content, so machine code gets a coder made for it and text is not mixed
-// with it, and data stored as it is stays apart from both.
+// content, so machine code and text get coders made for them and are not
+// mixed, and data stored as it is stays apart from all of them.
 #pragma once
 
 #include <cstddef>
@@ -10,19 +10,27 @@
 
 namespace engine::vnkx {
 
-enum class BlockKind : std::uint8_t { General, Code, Stored };
+enum class BlockKind : std::uint8_t { General, Code, Stored, Text };
 
-// Tells the kind from an item's first bytes: an executable image or a
+// Tells the kind from an item's first bytes. Text is a kind where the run
+// codes text blocks (MethodChoice::textOrder); an executable image or a
 // dense run of x86 near calls is code. Code is a kind of its own only where
 // it gets a coder of its own; elsewhere it stays among its neighbours, whose
 // long matches it shares.
 BlockKind KindOfContent(const MethodChoice &requested, const std::uint8_t *data, std::size_t size,
                         bool storeOnly);
 
+// True when the first 64 KiB hold no NUL and at least 95% of their bytes
+// are printable ASCII, tab, CR, LF or parts of valid UTF-8 sequences.
+bool LooksLikeText(const std::uint8_t *data, std::size_t size);
+
 // How a block of a kind is coded under the method asked for. zstd runs
 // code their code blocks as LZMA2 with its branch filter, which packs
-// machine code far tighter for its time; the other methods code every
-// kind alike.
+// machine code far tighter for its time; text blocks of a run that has them
+// get the text method; the other methods code every kind alike.
 MethodChoice ChoiceForBlock(const MethodChoice &requested, BlockKind kind);
+
+// What one worker needs at most for any kind of block of the run.
+std::uint64_t WorkerMemoryOfRun(const MethodChoice &requested);
 
 }  // namespace engine::vnkx

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <limits>
 
+#include "TextBlockCoder.h"
+
 namespace engine::vnkx {
 namespace {
 
@@ -32,6 +34,14 @@ struct Scratch {
     std::uint8_t *data;
     std::size_t size;
 };
+
+TextSettings TextSettingsOf(const MethodChoice &choice) {
+    TextSettings settings;
+    settings.ppm.order =
+        std::clamp(choice.level, TextBlockCoder::kLeastOrder, TextBlockCoder::kMostOrder);
+    settings.ppm.memoryMiB = 1u << (std::clamp(choice.extent, 20, 30) - 20);
+    return settings;
+}
 
 int ZstdLevel(int level) { return std::clamp(level + 8, 1, ZSTD_maxCLevel()); }
 
@@ -176,6 +186,9 @@ std::uint64_t BlockSizeFor(const MethodChoice &choice) {
         case kMethodBrotli:
             return std::clamp<std::uint64_t>(2ULL << std::clamp(choice.extent, 10, 27), 16 * kMiB,
                                              256 * kMiB);
+        case kMethodText:
+            return std::clamp<std::uint64_t>(1ULL << (std::clamp(choice.extent, 20, 30) - 1),
+                                             32 * kMiB, 128 * kMiB);
         default:
             return 8 * kMiB;
     }
@@ -206,6 +219,8 @@ std::uint64_t WorkerMemory(const MethodChoice &choice) {
         case kMethodBrotli:
             coder = 10ULL << std::clamp(choice.extent, 10, 24);
             break;
+        case kMethodText:
+            return block + TextBlockCoder::EncoderMemory(TextSettingsOf(choice), block);
         default:
             coder = 16 * kMiB;
     }
@@ -218,6 +233,8 @@ bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&co
             return false;
         case kMethodZstd:
             return CompressZstd(choice, in, out, coderState);
+        case kMethodText:
+            return TextBlockCoder::Encode(in.data(), in.size(), TextSettingsOf(choice), out);
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
@@ -285,6 +302,8 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
             fits = made >= 0 && static_cast<std::size_t>(made) == out.size();
             break;
         }
+        case kMethodText:
+            return TextBlockCoder::Decode(in, size, out.data(), out.size());
         case kMethodBrotli: {
             std::size_t made = out.size();
             fits = BrotliDecoderDecompress(size, in, &made, out.data()) ==

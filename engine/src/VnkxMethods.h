@@ -10,6 +10,10 @@
 
 namespace engine::vnkx {
 
+// Text: long repeats, then PPM on the bytes between them (TextBlockCoder).
+// Only blocks of version 7 hold it.
+inline constexpr std::uint8_t kMethodText = 10;
+
 struct MethodChoice {
     std::uint8_t method = kMethodZstd;  // as stored in a block (PPMd is coded as LZMA2)
     int level = 1;                      // the engine's level of the method
@@ -17,17 +21,24 @@ struct MethodChoice {
     bool branchFilter = false;          // LZMA2: x86 branch conversion inside the stream
     int niceLength = 0;                 // LZMA2: match length taken at once; 0 as the level says
     int searchDepth = 0;                // LZMA2: match finder's search depth; 0 as the level says
+    // Text blocks of a run: the PPM order, 0 when text is not a kind of its
+    // own; and the log2 of the model's memory. A text block's own choice
+    // (method 10) carries them as its level and extent.
+    int textOrder = 0;
+    int textModelLog = 25;
 };
 
 // LZMA2 streams carry their own branch filter, which converts more calls
 // than the block filter can; the other methods take the block filter.
 bool FiltersInStream(std::uint8_t method);
 
-// The method a requested one is coded with: PPMd has no coder here and
-// becomes LZMA2 at the same level and dictionary.
+// The method a requested one codes its blocks other than text with: PPMd
+// codes only text with its own kind of model and the rest as LZMA2.
 std::uint8_t CodedMethod(std::uint8_t requested);
 // The unpacked size of the blocks of a method: the window and some more,
-// so that blocks compress well yet several fit in memory at once.
+// so that blocks compress well yet several fit in memory at once. Text
+// blocks are half the model's memory, at least 32 MiB, at most 128 MiB:
+// long repeats reach far, and fewer blocks still keep two cores busy.
 std::uint64_t BlockSizeFor(const MethodChoice &choice);
 // What one worker needs to code a block of the method (coder state and
 // both buffers), in bytes.

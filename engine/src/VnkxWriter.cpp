@@ -55,7 +55,6 @@ public:
           operation_(request.operation),
           thumbnails_(request.threads ? std::max(1u, std::thread::hardware_concurrency() / 2) : 0),
           pool_([](void *state) { FreeCoderState(kMethodZstd, state); }) {
-        blockSize_ = BlockSizeFor(settings_.choice);
         makeThumbnails_ = BooleanOf(request.format, kFormatPropThumbNails, false);
     }
     ~ArchiveWriter() {
@@ -297,14 +296,15 @@ private:
     Result Append(const std::uint8_t *data, std::size_t size, BlockKind kind, ForkEntry &fork) {
         if (kind != openKind_ && !open_.empty()) Seal();
         openKind_ = kind;
+        const std::uint64_t blockSize = BlockSizeFor(ChoiceForBlock(settings_.choice, kind));
         while (size > 0) {
-            if (open_.size() >= blockSize_) {
+            if (open_.size() >= blockSize) {
                 Seal();
                 openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
             std::size_t take =
-                static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize_ - open_.size()));
+                static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize - open_.size()));
             std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
             if (!fork.extents.empty() && fork.extents.back().block == block &&
                 fork.extents.back().offset + fork.extents.back().length == open_.size()) {
@@ -441,7 +441,9 @@ private:
         BlockEntry &entry = job.entry;
         if (entry.method != kMethodStore) {
             MethodChoice choice = job.choice;
-            if (settings_.filters && settings_.version > 0) entry.filter = ChooseFilter(job.data);
+            // Text has nothing the filters are made for.
+            if (settings_.filters && settings_.version > 0 && entry.method != kMethodText)
+                entry.filter = ChooseFilter(job.data);
             if (entry.filter == kFilterX86 && FiltersInStream(entry.method)) {
                 choice.branchFilter = true;
                 entry.filter = kFilterNone;
@@ -559,7 +561,6 @@ private:
     thumbnail::ThumbnailMaker thumbnails_;
     int fd_ = -1;
     std::uint64_t offset_ = 0;
-    std::uint64_t blockSize_;
     std::uint64_t nextBlock_ = 0;
     Bytes open_;
     BlockKind openKind_ = BlockKind::General;

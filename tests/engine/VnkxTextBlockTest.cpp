@@ -1,0 +1,258 @@
+// Text blocks of vnkx: the long-match pass, the payload's framing (round
+// trips of every shape of block, damaged and hostile payloads refused
+// without a read or write outside the buffers) and archives that hold text
+// blocks next to other kinds, or must not hold them.
+//
+// The payload coder is not part of the engine's surface, so its sources are
+// compiled in here, with a stand-in for the PPM coder that keeps literals
+// as they are: these tests are about the framing around it; the archive
+// tests run the engine's own coder.
+#include <cstring>
+#include <set>
+
+#include "EngineFixture.h"
+#include "engine/src/LongMatchFinder.cpp"
+#include "engine/src/TextBlockCoder.cpp"
+
+namespace engine::vnkx {
+
+struct PpmEncoder::State {
+    std::vector<std::uint8_t> out;
+};
+PpmEncoder::PpmEncoder(const PpmSettings &) : state_(std::make_unique<State>()) {}
+PpmEncoder::~PpmEncoder() = default;
+bool PpmEncoder::Ready() const { return true; }
+void PpmEncoder::Add(const std::uint8_t *data, std::size_t size) {
+    state_->out.insert(state_->out.end(), data, data + size);
+}
+std::vector<std::uint8_t> PpmEncoder::Finish() { return std::move(state_->out); }
+
+struct PpmDecoder::State {
+    const std::uint8_t *in;
+    std::size_t size, at = 0;
+};
+PpmDecoder::PpmDecoder(const PpmSettings &, const std::uint8_t *in, std::size_t size)
+    : state_(std::make_unique<State>(State{in, size})) {}
+PpmDecoder::~PpmDecoder() = default;
+bool PpmDecoder::Ready() const { return true; }
+bool PpmDecoder::Read(std::uint8_t *out, std::size_t size) {
+    if (state_->size - state_->at < size) return false;
+    if (size) std::memcpy(out, state_->in + state_->at, size);
+    state_->at += size;
+    return true;
+}
+
+}  // namespace engine::vnkx
+
+namespace enginetest {
+namespace {
+
+using engine::vnkx::LongMatch;
+using engine::vnkx::LongMatchFinder;
+using engine::vnkx::TextBlockCoder;
+using engine::vnkx::TextSettings;
+using Bytes = std::vector<std::uint8_t>;
+
+// Block methods as the layout numbers them.
+constexpr int kMethodPpmd = 4, kMethodText = 10;
+
+// Text that never repeats a long stretch: words drawn at random.
+std::string Prose(std::size_t size, unsigned seed) {
+    static const char *const kWords[] = {"int",    "return", "struct", "const",  "void",
+                                         "define", "if",     "else",   "static", "size_t",
+                                         "{",      "}",      "(",      ");",     "\n"};
+    std::string text;
+    for (unsigned x = seed; text.size() < size;) {
+        x = x * 1664525u + 1013904223u;
+        text += kWords[(x >> 16) % 15];
+        text += (x >> 8) % 5 ? " " : "\n";
+        if ((x >> 4) % 7 == 0) text += std::to_string(x % 1000);
+    }
+    text.resize(size);
+    return text;
+}
+
+Bytes BytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
+
+Bytes Encoded(const Bytes &block) {
+    Bytes payload;
+    EXPECT_TRUE(TextBlockCoder::Encode(block.data(), block.size(), TextSettings{}, payload));
+    return payload;
+}
+
+engine::Result Decoded(const Bytes &payload, std::size_t size, Bytes &out) {
+    out.assign(size, 0xAA);
+    return TextBlockCoder::Decode(payload.data(), payload.size(), out.data(), out.size());
+}
+
+TEST(LongMatchFinderTest, MatchesDescribeTheBlockAndReachAcrossIt) {
+    const std::string passage = Prose(700, 99);
+    std::string text = Prose(2 << 20, 1);
+    for (std::size_t at : {std::size_t{1000}, std::size_t{1500000}, text.size() - 700})
+        text.replace(at, 700, passage);
+    const Bytes block = BytesOf(text);
+    for (std::uint32_t minimum : {64u, 128u, 256u}) {
+        std::vector<LongMatch> matches = LongMatchFinder(minimum).Find(block.data(), block.size());
+        std::size_t at = 0, copied = 0;
+        for (const LongMatch &match : matches) {
+            at += match.literals;
+            ASSERT_GE(match.length, minimum);
+            ASSERT_GE(at, match.distance);
+            ASSERT_LE(at + match.length, block.size());
+            ASSERT_EQ(std::memcmp(&block[at], &block[at - match.distance], match.length), 0);
+            at += match.length;
+            copied += match.length;
+        }
+        // Both later copies are found whole, the last one up to the block's end.
+        EXPECT_GE(copied, 2 * passage.size()) << minimum;
+        EXPECT_EQ(at, block.size()) << minimum;
+    }
+}
+
+TEST(TextBlockCoderTest, BlocksOfEveryShapeRoundTrip) {
+    const std::string paragraph = Prose(300, 7);
+    std::string repeats;
+    while (repeats.size() < 200000) repeats += paragraph;
+    const std::string middle = Prose(50000, 3);
+    struct Case {
+        const char *name;
+        std::string block;
+        bool shrinks;  // long repeats found, so the payload is far smaller
+    } cases[] = {
+        {"empty", "", false},
+        {"tiny", "x", false},
+        {"shorter than a match", Prose(127, 5), false},
+        {"no repeats", Prose(100000, 11), false},
+        {"all repeats", repeats, true},
+        {"one run: matches overlap what they copy", std::string(100000, '='), true},
+        {"repeats at both ends", paragraph + middle + paragraph + middle + paragraph, true},
+    };
+    for (const Case &test : cases) {
+        const Bytes block = BytesOf(test.block);
+        Bytes payload = Encoded(block), out;
+        ASSERT_EQ(Decoded(payload, block.size(), out), kEngineOK) << test.name;
+        EXPECT_EQ(out, block) << test.name;
+        // More bytes than were coded are never made up; fewer are refused
+        // where a match would reach past them (the literal coder cannot tell
+        // where its stream should end: the block's check value does).
+        EXPECT_EQ(Decoded(payload, block.size() + 1, out), kEngineItemDataDamaged) << test.name;
+        if (test.shrinks) {
+            EXPECT_LT(payload.size(), block.size() / 2) << test.name;
+            EXPECT_EQ(Decoded(payload, block.size() - 1, out), kEngineItemDataDamaged) << test.name;
+        }
+    }
+}
+
+TEST(TextBlockCoderTest, DamagedPayloadsAreRefusedWithoutStrayReadsOrWrites) {
+    const std::string middle = Prose(4000, 13);
+    std::string text;
+    for (int i = 0; i < 20; ++i) text += middle.substr(i * 100, 900) + std::string(300, '-');
+    const Bytes block = BytesOf(text);
+    const Bytes payload = Encoded(block);
+    const std::size_t framing = 16 + (payload[12] | (payload[13] << 8));
+    ASSERT_GT(payload.size(), framing);
+    Bytes out;
+
+    // Every byte of head and match list changed, and some of the literals:
+    // whatever comes out, it stays inside the buffers (the sanitizers see to
+    // that) and is either refused or the block's own size.
+    for (std::size_t at = 0; at < payload.size(); at += at < framing ? 1 : 97) {
+        for (std::uint8_t change : {0x01, 0x80, 0xFF}) {
+            Bytes damaged = payload;
+            damaged[at] ^= change;
+            engine::Result result = Decoded(damaged, block.size(), out);
+            EXPECT_TRUE(result == kEngineOK || result == kEngineItemDataDamaged) << at;
+        }
+    }
+    // A cut payload never decodes to the whole block.
+    for (std::size_t cut = 0; cut < payload.size(); cut += cut < framing ? 1 : 211) {
+        Bytes cutShort(payload.begin(), payload.begin() + static_cast<std::ptrdiff_t>(cut));
+        EXPECT_EQ(Decoded(cutShort, block.size(), out), kEngineItemDataDamaged) << cut;
+    }
+
+    // Hostile heads: settings no coder takes, a count the list cannot hold.
+    struct Hostile {
+        std::size_t at;
+        std::vector<std::uint8_t> bytes;
+    } hostile[] = {
+        {0, {2}},                        // a layout this reader does not know
+        {1, {1}},                        // order below the least
+        {1, {200}},                      // order above the most
+        {2, {0, 0}},                     // no model memory
+        {2, {0xFF, 0xFF}},               // 64 GiB of model
+        {4, {0xFF, 0xFF, 0xFF, 0x0F}},   // matches beyond what the list holds
+        {8, {0xFF, 0xFF, 0xFF, 0xFF}},   // a list larger than any count allows
+        {12, {0xFF, 0xFF, 0xFF, 0x7F}},  // a packed list beyond the payload
+    };
+    for (const Hostile &change : hostile) {
+        Bytes damaged = payload;
+        std::copy(change.bytes.begin(), change.bytes.end(), damaged.begin() + change.at);
+        EXPECT_EQ(Decoded(damaged, block.size(), out), kEngineItemDataDamaged) << change.at;
+    }
+}
+
+// Text blocks in whole archives, with the engine's own PPM coder.
+class VnkxTextBlockTest : public EngineTest {
+protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        tree = MakeSampleTree("src");
+        const std::string license = Prose(3000, 17);
+        for (int i = 0; i < 40; ++i)
+            WriteFile(tree / "include" / ("header" + std::to_string(i) + ".h"),
+                      license + Prose(5000 + 300 * i, 100 + i) + "\n/* Grüße */\n");
+    }
+    void SetVnkx(const char *name, int32_t value) {
+        ASSERT_EQ(SetFormatIntegerProperty(engine, "vnkx", name, value), kEngineOK) << name;
+    }
+    // The methods of the archive's blocks, read from their headers.
+    static std::set<int> MethodsOf(const fs::path &archive) {
+        std::string bytes = ReadFile(archive);
+        std::set<int> methods;
+        for (std::size_t at = bytes.find("VBLK"); at != std::string::npos && at + 4 < bytes.size();
+             at = bytes.find("VBLK", at + 4))
+            methods.insert(static_cast<std::uint8_t>(bytes[at + 4]));
+        return methods;
+    }
+    // Made, listed, verified and expanded byte for byte; the block methods.
+    std::set<int> RoundTrip(const std::string &name, const char *format = "vnkx") {
+        fs::path archive = Scratch("archives") / name;
+        EXPECT_EQ(Create(format, {tree}, archive), kEngineOK) << name;
+        std::size_t entries = 0;
+        for ([[maybe_unused]] const auto &entry : fs::recursive_directory_iterator(tree)) ++entries;
+        EXPECT_EQ(OpenedArchive(engine, archive).Listing().size(), entries + 1) << name;
+        OwnedFS file = Path(archive);
+        EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineOK) << name;
+        fs::path out = Scratch("out-" + name);
+        EXPECT_EQ(Expand(archive, out), kEngineOK) << name;
+        EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree)) << name;
+        return MethodsOf(archive);
+    }
+    fs::path tree;
+};
+
+TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwnAtTheDefaultsTheSmallestPresetAndPpmd) {
+    EXPECT_TRUE(RoundTrip("defaults.vnkx").count(kMethodText));
+    SetVnkx(kFormatPropCompMethod, 4);
+    SetVnkx(kFormatPropCompressionLevel, 6);
+    std::set<int> ppmd = RoundTrip("ppmd.vnkx");
+    EXPECT_TRUE(ppmd.count(kMethodText));
+    EXPECT_FALSE(ppmd.count(kMethodPpmd));
+    SetVnkx(kFormatPropCompressionDegree, 5);
+    EXPECT_TRUE(RoundTrip("smallest.vnkx").count(kMethodText));
+}
+
+TEST_F(VnkxTextBlockTest, FirstVersionArchivesNeverHoldTextBlocks) {
+    EXPECT_FALSE(RoundTrip("classic.vnk", "vnk5").count(kMethodText));
+    SetVnkx(kFormatPropMaxVersion, 0);
+    for (int32_t method : {5, 4}) {
+        SetVnkx(kFormatPropCompMethod, method);
+        std::string name = "first" + std::to_string(method) + ".vnkx";
+        std::set<int> methods = RoundTrip(name);
+        EXPECT_FALSE(methods.empty()) << name;
+        EXPECT_FALSE(methods.count(kMethodText)) << name;
+    }
+}
+
+}  // namespace
+}  // namespace enginetest
