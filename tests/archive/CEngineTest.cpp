@@ -16,16 +16,14 @@ bool IsVersionText(const std::wstring &text) {
     return std::regex_match(platform::ToUtf8(text), std::regex(R"(\d+\.\d+\.\d+\.\d+)"));
 }
 
-TEST_F(ArchiveTest, EngineOpensInTheConstructorWithTheSessionDefaults) {
+TEST_F(ArchiveTest, EngineOpensInTheConstructorAndClosesOnce) {
     CEngine engine;
     EXPECT_TRUE(engine.IsOpen());
     ASSERT_NE(engine.GetEngine(), nullptr);
     // A session that opened logs nothing.
     EXPECT_EQ(ErrorFileText().find("OpenVarnickEngine"), std::string::npos);
-}
 
-TEST_F(ArchiveTest, EngineCloseTwiceClosesOnce) {
-    CEngine engine;
+    // Closing twice closes once.
     engine.Close();
     EXPECT_EQ(engine.GetEngine(), nullptr);
     EXPECT_FALSE(engine.IsOpen());
@@ -37,24 +35,17 @@ TEST_F(ArchiveTest, EngineCloseTwiceClosesOnce) {
     EXPECT_NE(engine.GetEngine(), nullptr);
 }
 
-TEST_F(ArchiveTest, SessionsAreIndependent) {
+TEST_F(ArchiveTest, SessionsAreIndependentAndTheVersionNeedsNone) {
     CEngine first;
     CEngine second;
     EXPECT_NE(first.GetEngine(), second.GetEngine());
     first.Close();
     // The other session still answers.
-    EXPECT_TRUE(IsVersionText(second.GetEngineVersion()));
-}
-
-TEST_F(ArchiveTest, EngineVersionWithAndWithoutASession) {
     const std::wstring free = GetEngineVersion();
     EXPECT_TRUE(IsVersionText(free)) << free;
-    CEngine engine;
-    const std::wstring member = engine.GetEngineVersion();
-    EXPECT_EQ(member, free);
+    EXPECT_EQ(second.GetEngineVersion(), free);
     // The member of a closed engine asks without a session.
-    engine.Close();
-    EXPECT_EQ(std::wstring(engine.GetEngineVersion()), free);
+    EXPECT_EQ(std::wstring(first.GetEngineVersion()), free);
 }
 
 }  // namespace

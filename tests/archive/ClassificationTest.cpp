@@ -125,28 +125,17 @@ TEST_F(ClassificationTest, CheckForEncryptedReadsTheArchive) {
     ASSERT_TRUE(RunIn(folder, "7zz a -bd -psecret locked.7z a.txt b.txt"));
     ASSERT_TRUE(RunIn(folder, "bsdtar -cf plain.tar a.txt"));
 
-    bool encrypted = true;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "plain.zip").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_FALSE(encrypted);
-
-    encrypted = false;
-    EXPECT_EQ(
-        CheckForEncrypted(engine.GetEngine(), Wide(folder / "locked.zip").c_str(), &encrypted),
-        kEngineOK);
-    EXPECT_TRUE(encrypted);
-
-    // Item data enciphered, names readable.
-    encrypted = false;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "locked.7z").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_TRUE(encrypted);
-
-    // A format without encryption.
-    encrypted = true;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "plain.tar").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_FALSE(encrypted);
+    // The 7z archive has its item data enciphered and its names readable;
+    // tar has no encryption at all.
+    const std::pair<const char *, bool> cases[] = {
+        {"plain.zip", false}, {"locked.zip", true}, {"locked.7z", true}, {"plain.tar", false}};
+    for (const auto &[name, expected] : cases) {
+        SCOPED_TRACE(name);
+        bool encrypted = !expected;
+        EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / name).c_str(), &encrypted),
+                  kEngineOK);
+        EXPECT_EQ(encrypted, expected);
+    }
 }
 
 // Waits for the engine to read 7z archives whose catalogue is enciphered:

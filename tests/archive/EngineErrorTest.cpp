@@ -74,20 +74,19 @@ TEST_F(ArchiveTest, TranslateEngineErrorWindowsCodesTakeTheSystemText) {
     EXPECT_EQ(Translated(INT_MIN).rfind(L"(-2147483648) - ", 0), 0u);
 }
 
-TEST_F(ArchiveTest, EngineErrorDialogShowsTheArchiveAndTheResultText) {
+TEST_F(ArchiveTest, EngineErrorDialogShowsTheArchiveAndTheResultTextUnlessSilent) {
     EngineErrorDialog(L"/data/photos.zip", kEngineItemDataDamaged, false);
     auto boxes = host.Recorded();
     ASSERT_EQ(boxes.size(), 1u);
     EXPECT_EQ(boxes[0].caption, Text(kArchiveErrorTitle));
     EXPECT_EQ(boxes[0].text, FormatW(Text(kArchiveErrorFormat).c_str(), L"/data/photos.zip",
                                      (Text(298) + Text(kRecoveryHint)).c_str()));
-}
 
-TEST_F(ArchiveTest, EngineErrorDialogSilentShowsNothing) {
+    // The silent form shows nothing.
     for (EngineResult code : {0, 17501, 17508, 5, 17999, -7}) {
         EngineErrorDialog(L"a.zip", code, true);
     }
-    EXPECT_TRUE(host.Recorded().empty());
+    EXPECT_EQ(host.Recorded().size(), 1u);
 }
 
 }  // namespace
