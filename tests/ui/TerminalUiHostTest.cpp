@@ -18,6 +18,7 @@
 #include "platform/TerminalUiHost.h"
 #include "platform/WideText.h"
 #include "platform/WinUser.h"
+#include "support/ProgramRun.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -379,12 +380,8 @@ TEST(TerminalHostProgram, ShowsProgressFromTheDialogAndAsksOnItsTerminal) {
 
 TEST(TerminalHostProgram, WithoutATerminalShowsNothingAndRefuses) {
     testsupport::TempHome home;
-    std::string command = kHelper + " s3cret </dev/null 2>&1 | cat";
-    FILE *pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string output;
-    char buffer[256];
-    while (std::size_t got = fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, got);
-    EXPECT_EQ(pclose(pipe), 0);
-    EXPECT_EQ(output, "RESULT password=refused matches=0\nRESULT box=7\n");
+    const testsupport::ProgramRun run =
+        testsupport::RunProgram("ui-terminal-helper", "s3cret </dev/null");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.output, "RESULT password=refused matches=0\nRESULT box=7\n");
 }
