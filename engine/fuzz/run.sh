@@ -105,6 +105,10 @@ make_seeds() {
         seed "$PROGRAM" a --format "$format" --password secret "$SEEDS/enciphered.$format" tree
       done
       seed "$PROGRAM" a --format pf --password secret "$SEEDS/notes.pf" "$text"
+      # Text alone: a text block (long repeats and PPM) with a match list, at
+      # the defaults and with the smallest preset's larger model.
+      seed "$PROGRAM" a --format vnkx "$SEEDS/text-block.vnkx" "$text"
+      seed "$PROGRAM" a --format vnkx --degree 5 "$SEEDS/text-block-smallest.vnkx" "$text"
       # Parts of a segmented vnkx and its index: the people's program beside
       # the engine's writes them (the index into its home's index folder).
       local varnick

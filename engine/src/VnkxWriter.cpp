@@ -29,6 +29,7 @@ namespace {
 // duplicate is found before any of it is written.
 constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
 constexpr std::size_t kChunk = 1 << 20;
+constexpr std::uint64_t kLargeBlock = 16ULL << 20;
 
 // One block on its way into the archive.
 struct Job {
@@ -297,6 +298,7 @@ private:
         if (kind != openKind_ && !open_.empty()) Seal();
         openKind_ = kind;
         const std::uint64_t blockSize = BlockSizeFor(ChoiceForBlock(settings_.choice, kind));
+        openBlockSize_ = blockSize;
         while (size > 0) {
             if (open_.size() >= blockSize) {
                 Seal();
@@ -407,7 +409,13 @@ private:
             if (Result result = WriteFront()) return result;
         return kEngineOK;
     }
-    std::size_t MaxPending() const { return pool_.Workers() ? pool_.Workers() + 1 : 0; }
+    // One block waits beside those being coded, unless blocks are large (text
+    // blocks, whose coders hold a model too): filling the next one takes far
+    // less time than coding one, so the workers hardly wait for it.
+    std::size_t MaxPending() const {
+        if (!pool_.Workers()) return 0;
+        return pool_.Workers() + (openBlockSize_ > kLargeBlock ? 0 : 1);
+    }
 
     Result Drain() {
         while (!pending_.empty())
@@ -564,6 +572,7 @@ private:
     std::uint64_t nextBlock_ = 0;
     Bytes open_;
     BlockKind openKind_ = BlockKind::General;
+    std::uint64_t openBlockSize_ = 0;
     CatalogueBody body_;
     std::vector<KeyRecord> keys_;
     std::optional<cipher::DerivedKey> key_;
