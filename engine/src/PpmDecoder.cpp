@@ -1,24 +1,30 @@
 #include "PpmDecoder.h"
 
-#include <cstring>
+#include "PpmModel.h"
+#include "RangeDecoder.h"
 
 namespace engine::vnkx {
 
-// Placeholder until the model lands: the bytes as they are.
 struct PpmDecoder::State {
-    const std::uint8_t *in;
-    std::size_t size, at = 0;
+    State(const PpmSettings &settings, const std::uint8_t *in, std::size_t size)
+        : model(settings), coder(in, size) {}
+    PpmModel model;
+    RangeDecoder coder;
 };
 
-PpmDecoder::PpmDecoder(const PpmSettings &, const std::uint8_t *in, std::size_t size)
-    : state_(std::make_unique<State>(State{in, size})) {}
+PpmDecoder::PpmDecoder(const PpmSettings &settings, const std::uint8_t *in, std::size_t size)
+    : state_(std::make_unique<State>(settings, in, size)) {}
 PpmDecoder::~PpmDecoder() = default;
-bool PpmDecoder::Ready() const { return true; }
+
+bool PpmDecoder::Ready() const { return state_->model.Ready(); }
+
 bool PpmDecoder::Read(std::uint8_t *out, std::size_t size) {
-    if (state_->size - state_->at < size) return false;
-    if (size) std::memcpy(out, state_->in + state_->at, size);
-    state_->at += size;
-    return true;
+    for (std::size_t i = 0; i < size; ++i) {
+        int symbol = state_->model.Decode(state_->coder);
+        if (symbol < 0) return false;
+        out[i] = static_cast<std::uint8_t>(symbol);
+    }
+    return !state_->coder.Overrun();
 }
 
 }  // namespace engine::vnkx
