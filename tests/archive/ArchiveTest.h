@@ -20,12 +20,7 @@ class ArchiveTest : public testsupport::HomeTest {
 protected:
     void SetUp() override { ASSERT_TRUE(resources_.Loaded()); }
 
-    // A text of the resource libraries, the localized one first.
-    static std::wstring Text(unsigned id) {
-        const wchar_t *text = platform::FindResourceString(CAppUtils::GetCommonHINST(), id);
-        if (!text) text = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
-        return text ? text : L"";
-    }
+    static std::wstring Text(unsigned id) { return testsupport::LoadedResources::Text(id); }
 
     static std::wstring Wide(const std::filesystem::path &path) { return path.wstring(); }
 

@@ -38,12 +38,7 @@ constexpr unsigned kArchiveFailed = 306;  // a format of two texts
 constexpr unsigned kArchiveErrorTitle = 307;
 constexpr unsigned kScheduleFailed = 109;  // a format of one text
 
-// A text as the common resource libraries hold it, localized one first.
-std::wstring Text(unsigned id) {
-    const wchar_t *text = platform::FindResourceString(CAppUtils::GetCommonHINST(), id);
-    if (!text) text = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
-    return text ? text : L"";
-}
+const auto Text = testsupport::LoadedResources::Text;
 
 std::wstring SizeText(std::int64_t size) {
     wchar_t out[32];

@@ -20,8 +20,10 @@
 #include <string>
 #include <vector>
 
+#include "CAppUtils.h"
 #include "platform/WideText.h"
 #include "platform/WinModule.h"
+#include "support/LoadedResources.h"
 
 namespace {
 
@@ -316,44 +318,18 @@ std::vector<Use> DescribedIds() {
     return ids;
 }
 
-class ResourceLibraries {
-public:
-    ResourceLibraries() {
-        for (const char *name : {"libvarnick-resources.so", "libvarnick-nlresources.so"}) {
-            std::wstring path = platform::FromUtf8((kBinDir / name).string());
-            modules_.push_back(LoadLibraryW(path.c_str()));
-        }
-    }
-    ~ResourceLibraries() {
-        for (HMODULE module : modules_) {
-            if (module) FreeLibrary(module);
-        }
-    }
-    ResourceLibraries(const ResourceLibraries &) = delete;
-    ResourceLibraries &operator=(const ResourceLibraries &) = delete;
+using testsupport::LoadedResources;
 
-    bool Loaded() const { return modules_[0] && modules_[1]; }
-    // The text as the library's loader finds it: localized first.
-    const wchar_t *Text(unsigned id) const {
-        for (HMODULE module : modules_) {
-            if (const wchar_t *text = platform::FindResourceString(module, id)) return text;
-        }
-        return nullptr;
-    }
-    bool InBoth(unsigned id) const {
-        return platform::FindResourceString(modules_[0], id) &&
-               platform::FindResourceString(modules_[1], id);
-    }
-
-private:
-    std::vector<HMODULE> modules_;
-};
+bool InBothLibraries(unsigned id) {
+    return platform::FindResourceString(CAppUtils::GetCommonHINST(), id) &&
+           platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
+}
 
 // The conversions of a Windows format in order, with their size prefixes:
 // "%-10s and %I64d%%" gives {"s", "I64d"}.
-std::vector<std::string> Conversions(const wchar_t *format) {
+std::vector<std::string> Conversions(const std::wstring &text) {
     std::vector<std::string> found;
-    for (const wchar_t *p = format; *p; ++p) {
+    for (const wchar_t *p = text.c_str(); *p; ++p) {
         if (*p != L'%') continue;
         ++p;
         if (*p == L'%') continue;
@@ -370,7 +346,7 @@ std::vector<std::string> Conversions(const wchar_t *format) {
 }  // namespace
 
 TEST(StringCoverage, EveryIdTheLibraryUsesHasAText) {
-    ResourceLibraries libraries;
+    LoadedResources libraries;
     ASSERT_TRUE(libraries.Loaded()) << "resource libraries not found in " << kBinDir;
     SourceScan scan(SourceTree());
     ASSERT_GT(scan.FileCount(), 0u);
@@ -381,7 +357,7 @@ TEST(StringCoverage, EveryIdTheLibraryUsesHasAText) {
 
     std::set<unsigned> reported;
     for (const Use &use : uses) {
-        if (!libraries.Text(use.id) && reported.insert(use.id).second) {
+        if (LoadedResources::Text(use.id).empty() && reported.insert(use.id).second) {
             ADD_FAILURE() << "string " << use.id << " has no text (asked for at " << use.where
                           << ")";
         }
@@ -410,15 +386,15 @@ int CAppUtils::MsgBox(unsigned textId, unsigned titleId, UINT flags, HWND parent
 }
 
 TEST(StringCoverage, NoIdHasATextInBothLibraries) {
-    ResourceLibraries libraries;
+    LoadedResources libraries;
     ASSERT_TRUE(libraries.Loaded());
     for (unsigned id = 0; id < 65536; ++id) {
-        EXPECT_FALSE(libraries.InBoth(id)) << "string " << id << " is in both libraries";
+        EXPECT_FALSE(InBothLibraries(id)) << "string " << id << " is in both libraries";
     }
 }
 
 TEST(StringCoverage, FormatTextsTakeTheArgumentsTheirCallersPass) {
-    ResourceLibraries libraries;
+    LoadedResources libraries;
     ASSERT_TRUE(libraries.Loaded());
     const std::map<unsigned, std::vector<std::string>> contracts = {
         {109, {"s"}},                 // system error text
@@ -437,13 +413,13 @@ TEST(StringCoverage, FormatTextsTakeTheArgumentsTheirCallersPass) {
         {2200, {"s"}},                // path
     };
     for (const auto &[id, expected] : contracts) {
-        const wchar_t *text = libraries.Text(id);
-        ASSERT_NE(text, nullptr) << "string " << id;
+        const std::wstring text = LoadedResources::Text(id);
+        ASSERT_FALSE(text.empty()) << "string " << id;
         EXPECT_EQ(Conversions(text), expected) << "string " << id;
     }
     // Texts shown as they stand must not look like formats.
     for (unsigned id : {230u, 261u, 262u, 1217u, 1296u}) {
-        ASSERT_NE(libraries.Text(id), nullptr) << "string " << id;
-        EXPECT_TRUE(Conversions(libraries.Text(id)).empty()) << "string " << id;
+        ASSERT_FALSE(LoadedResources::Text(id).empty()) << "string " << id;
+        EXPECT_TRUE(Conversions(LoadedResources::Text(id)).empty()) << "string " << id;
     }
 }

@@ -17,4 +17,10 @@ LoadedResources::~LoadedResources() {
     if (nonLocalized_) FreeLibrary(nonLocalized_);
 }
 
+std::wstring LoadedResources::Text(unsigned id) {
+    const wchar_t *text = platform::FindResourceString(CAppUtils::GetCommonHINST(), id);
+    if (!text) text = platform::FindResourceString(CAppUtils::GetCommonNLHINST(), id);
+    return text ? text : L"";
+}
+
 }  // namespace testsupport

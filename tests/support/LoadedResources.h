@@ -2,6 +2,8 @@
 // SetCommonHINST for as long as the object lives.
 #pragma once
 
+#include <string>
+
 #include "platform/WinTypes.h"
 
 namespace testsupport {
@@ -14,6 +16,9 @@ public:
     LoadedResources &operator=(const LoadedResources &) = delete;
 
     bool Loaded() const { return localized_ && nonLocalized_; }
+    // A text of the libraries handed to the library, the localized one
+    // first; empty when neither has it.
+    static std::wstring Text(unsigned id);
 
 private:
     HINSTANCE localized_ = nullptr;

@@ -1,22 +1,6 @@
 #include "UiTestSupport.h"
 
-#include "CAppUtils.h"
-
 namespace uitest {
-
-ResourceLibraries::ResourceLibraries()
-    : localized_(LoadLibraryW(CAppUtils::GetInstResPath())),
-      nonLocalized_(LoadLibraryW(CAppUtils::GetInstResNLPath())) {
-    EXPECT_NE(localized_, nullptr);
-    EXPECT_NE(nonLocalized_, nullptr);
-    CAppUtils::SetCommonHINST(localized_, nonLocalized_);
-}
-
-ResourceLibraries::~ResourceLibraries() {
-    CAppUtils::SetCommonHINST(nullptr, nullptr);
-    if (localized_) FreeLibrary(localized_);
-    if (nonLocalized_) FreeLibrary(nonLocalized_);
-}
 
 void PumpPending() {
     MSG message;

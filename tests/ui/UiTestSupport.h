@@ -8,20 +8,13 @@
 #include <functional>
 
 #include "platform/Win32.h"
+#include "support/LoadedResources.h"
 
 namespace uitest {
 
 // Loads the two resource libraries and hands them to the library.
-class ResourceLibraries {
-public:
-    ResourceLibraries();
-    ~ResourceLibraries();
-    ResourceLibraries(const ResourceLibraries &) = delete;
-    ResourceLibraries &operator=(const ResourceLibraries &) = delete;
-
-private:
-    HINSTANCE localized_ = nullptr;
-    HINSTANCE nonLocalized_ = nullptr;
+struct ResourceLibraries : testsupport::LoadedResources {
+    ResourceLibraries() { EXPECT_TRUE(Loaded()); }
 };
 
 // Pumps the calling thread's messages until `done` holds; false when it
