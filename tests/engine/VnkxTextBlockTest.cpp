@@ -2,47 +2,12 @@
 // trips of every shape of block, damaged and hostile payloads refused
 // without a read or write outside the buffers) and archives that hold text
 // blocks next to other kinds, or must not hold them.
-//
-// The payload coder is not part of the engine's surface, so its sources are
-// compiled in here, with a stand-in for the PPM coder that keeps literals
-// as they are: these tests are about the framing around it; the archive
-// tests run the engine's own coder.
 #include <cstring>
 #include <set>
 
 #include "EngineFixture.h"
-#include "engine/src/LongMatchFinder.cpp"
-#include "engine/src/TextBlockCoder.cpp"
-
-namespace engine::vnkx {
-
-struct PpmEncoder::State {
-    std::vector<std::uint8_t> out;
-};
-PpmEncoder::PpmEncoder(const PpmSettings &) : state_(std::make_unique<State>()) {}
-PpmEncoder::~PpmEncoder() = default;
-bool PpmEncoder::Ready() const { return true; }
-void PpmEncoder::Add(const std::uint8_t *data, std::size_t size) {
-    state_->out.insert(state_->out.end(), data, data + size);
-}
-std::vector<std::uint8_t> PpmEncoder::Finish() { return std::move(state_->out); }
-
-struct PpmDecoder::State {
-    const std::uint8_t *in;
-    std::size_t size, at = 0;
-};
-PpmDecoder::PpmDecoder(const PpmSettings &, const std::uint8_t *in, std::size_t size)
-    : state_(std::make_unique<State>(State{in, size})) {}
-PpmDecoder::~PpmDecoder() = default;
-bool PpmDecoder::Ready() const { return true; }
-bool PpmDecoder::Read(std::uint8_t *out, std::size_t size) {
-    if (state_->size - state_->at < size) return false;
-    if (size) std::memcpy(out, state_->in + state_->at, size);
-    state_->at += size;
-    return true;
-}
-
-}  // namespace engine::vnkx
+#include "LongMatchFinder.h"
+#include "TextBlockCoder.h"
 
 namespace enginetest {
 namespace {
