@@ -19,6 +19,7 @@
 #include "CFormatOptionsRepository.h"
 #include "archive/ArchiveTest.h"
 #include "archive/EngineHandles.h"
+#include "support/DialogDriving.h"
 
 namespace archivetest {
 
@@ -154,16 +155,8 @@ protected:
 
     static constexpr std::size_t kBigFileSize = 48u << 20;
 
-    // Pumps this thread's messages until `done` holds (ten seconds at most).
     static bool PumpUntil(const std::function<bool()> &done) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!done()) {
-            MSG message;
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-            if (std::chrono::steady_clock::now() >= deadline) return done();
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return true;
+        return testsupport::PumpUntil(done);
     }
 
     CEngine engine;

@@ -1,5 +1,5 @@
 // Shared pieces of the window layer's tests: a window class whose procedure
-// a test supplies as a function object, and a pump with a time limit.
+// a test supplies as a function object, and the pump of the support library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/WinUser.h"
+#include "support/DialogDriving.h"
 
 namespace windowtest {
 
@@ -37,8 +38,6 @@ private:
     HWND handle_ = nullptr;
 };
 
-// Pumps the calling thread's queue until `done` holds; false after `limit`.
-bool PumpUntil(const std::function<bool()> &done,
-               std::chrono::milliseconds limit = std::chrono::seconds(10));
+using testsupport::PumpUntil;
 
 }  // namespace windowtest

@@ -2,6 +2,7 @@
 // pressing its buttons the way a user's click arrives.
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 #include "platform/WinUser.h"
@@ -10,6 +11,13 @@ namespace testsupport {
 
 // Polls `done` for up to ten seconds; false when it never came true.
 bool WaitFor(const std::function<bool()> &done);
+
+// Pumps the calling thread's messages until `done` holds; false when it
+// still does not after `timeout`.
+bool PumpUntil(const std::function<bool()> &done,
+               std::chrono::milliseconds timeout = std::chrono::seconds(10));
+// Pumps whatever is queued now.
+void PumpPending();
 
 // Posts the WM_COMMAND of a click on button `id`.
 void Click(HWND dialog, int id);

@@ -1,5 +1,5 @@
 // What the UI tests share: the resource libraries loaded as a host program
-// loads them, and a message pump with a deadline.
+// loads them, and the message pump of the support library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "platform/Win32.h"
+#include "support/DialogDriving.h"
 #include "support/LoadedResources.h"
 
 namespace uitest {
@@ -17,11 +18,7 @@ struct ResourceLibraries : testsupport::LoadedResources {
     ResourceLibraries() { EXPECT_TRUE(Loaded()); }
 };
 
-// Pumps the calling thread's messages until `done` holds; false when it
-// still does not after `timeout`.
-bool PumpUntil(const std::function<bool()> &done,
-               std::chrono::milliseconds timeout = std::chrono::seconds(10));
-// Pumps whatever is queued now.
-void PumpPending();
+using testsupport::PumpPending;
+using testsupport::PumpUntil;
 
 }  // namespace uitest
