@@ -17,6 +17,7 @@
 #include "platform/WinError.h"
 #include "platform/WinModule.h"
 #include "platform/WinProcess.h"
+#include "support/DialogDriving.h"
 #include "support/PathText.h"
 #include "support/TempHome.h"
 
@@ -37,13 +38,9 @@ const auto W = testsupport::Wide;
 std::string ReadText(const fs::path &path) { return testsupport::ReadBytes(path); }
 
 // Waits until a file written by a child has its final content.
-bool WaitForFile(const fs::path &path, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (fs::exists(path) && fs::exists(path.string() + ".done")) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+bool WaitForFile(const fs::path &path) {
+    return testsupport::WaitFor(
+        [&] { return fs::exists(path) && fs::exists(path.string() + ".done"); });
 }
 
 // PATH with a folder of stand-in desktop tools in front (or alone).
@@ -271,11 +268,7 @@ TEST_F(ProcessTest, ChildWithoutAHandleIsReaped) {
     ASSERT_TRUE(WaitForFile(pidFile));
     const std::string proc = "/proc/" + std::to_string(std::stoi(ReadText(pidFile)));
     // A zombie would keep its /proc entry.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (fs::exists(proc) && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_FALSE(fs::exists(proc));
+    EXPECT_TRUE(testsupport::WaitFor([&] { return !fs::exists(proc); }));
 }
 
 TEST(Environment, ExpandReplacesKnownNamesAndKeepsTheRest) {

@@ -87,13 +87,7 @@ void Post(CProgressDialog &dialog, unsigned event, LPARAM datum = 0) {
     PostMessageW(dialog.window, WM_PROGRESS_EVENT, event, datum);
 }
 
-// Waits on a worker until the window's thread has done something.
-void WaitFor(const std::function<bool()> &done) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
+using testsupport::WaitFor;
 
 // Waits until the clock has just turned to a new second, so that what
 // follows happens within one second.

@@ -50,15 +50,10 @@ TEST_F(ModalPromptTest, PromptOnAWorkerDisablesTheOwnerWhileItsThreadPumps) {
         // the window's thread shows it.
         dialog.SetFileName(L"while asking");
         PostMessageW(owner, WM_PROGRESS_EVENT, PROGRESS_EVENT_FILE_NAME, 0);
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (platform::ReadControl(owner, CProgressDialog::IDC_FILE_NAME).text ==
-                L"while asking") {
-                ownerServedMeanwhile = true;
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+        ownerServedMeanwhile = testsupport::WaitFor([&] {
+            return platform::ReadControl(owner, CProgressDialog::IDC_FILE_NAME).text ==
+                   L"while asking";
+        });
     });
 
     bool given = false;
