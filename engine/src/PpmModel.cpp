@@ -409,6 +409,7 @@ void PpmModel::UpdateModel() {
     for (Context *context = maxContext_; context != minContext_;
          context = ContextAt(context->suffix)) {
         unsigned ns1 = context->numStats;
+        if (ns1 >= 256) continue;  // holds every byte already
         if (ns1 != 1) {
             if ((ns1 & 1) == 0) {
                 unsigned oldUnits = ns1 >> 1, index = unitsToIndex_[oldUnits - 1];
@@ -582,6 +583,22 @@ PpmModel::See *PpmModel::EscapeFrequency(unsigned unmasked, std::uint32_t &frequ
     return see;
 }
 
+// Moves to the next shorter context with symbols not yet masked. A shorter
+// context holds every symbol of a longer one, so one with as many symbols
+// as were masked is passed over unread (it is read when it has more: should
+// a model ever break the rule, its symbols are still counted one by one).
+void PpmModel::SkipMaskedContexts() {
+    unsigned numMasked = minContext_->numStats;
+    do {
+        ++orderFall_;
+        if (!minContext_->suffix) {
+            minContext_ = nullptr;
+            return;
+        }
+        minContext_ = ContextAt(minContext_->suffix);
+    } while (minContext_->numStats == numMasked);
+}
+
 void PpmModel::StartMasking() {
     if (++escapeCount_ == 0) {
         std::memset(charMask_, 0, sizeof charMask_);
@@ -634,24 +651,22 @@ void PpmModel::Encode(RangeEncoder &coder, std::uint8_t symbol) {
         prevSuccess_ = 0;
     }
     for (;;) {
+        SkipMaskedContexts();
+        if (!minContext_) return;  // the order 0 context holds every byte
         State *found = nullptr;
         std::uint32_t below = 0, sum = 0;
         unsigned unmasked = 0;
-        do {
-            ++orderFall_;
-            if (!minContext_->suffix) return;  // the order 0 context holds every byte
-            minContext_ = ContextAt(minContext_->suffix);
-            State *state = StatesOf(minContext_);
-            for (unsigned i = 0; i < minContext_->numStats; ++i, ++state) {
-                if (Masked(state->symbol)) continue;
-                if (state->symbol == symbol) {
-                    found = state;
-                    below = sum;
-                }
-                sum += state->freq;
-                ++unmasked;
+        State *state = StatesOf(minContext_);
+        for (unsigned i = 0; i < minContext_->numStats; ++i, ++state) {
+            if (Masked(state->symbol)) continue;
+            if (state->symbol == symbol) {
+                found = state;
+                below = sum;
             }
-        } while (unmasked == 0);
+            sum += state->freq;
+            ++unmasked;
+        }
+        if (unmasked == 0) continue;
         std::uint32_t escape;
         See *see = EscapeFrequency(unmasked, escape);
         if (found) {
@@ -710,20 +725,17 @@ int PpmModel::Decode(RangeDecoder &coder) {
         prevSuccess_ = 0;
     }
     for (;;) {
-        State *stats;
+        SkipMaskedContexts();
+        if (!minContext_) return -1;
+        State *stats = StatesOf(minContext_);
         std::uint32_t sum = 0;
         unsigned unmasked = 0;
-        do {
-            ++orderFall_;
-            if (!minContext_->suffix) return -1;
-            minContext_ = ContextAt(minContext_->suffix);
-            stats = StatesOf(minContext_);
-            for (unsigned i = 0; i < minContext_->numStats; ++i)
-                if (!Masked(stats[i].symbol)) {
-                    sum += stats[i].freq;
-                    ++unmasked;
-                }
-        } while (unmasked == 0);
+        for (unsigned i = 0; i < minContext_->numStats; ++i)
+            if (!Masked(stats[i].symbol)) {
+                sum += stats[i].freq;
+                ++unmasked;
+            }
+        if (unmasked == 0) continue;
         std::uint32_t escape;
         See *see = EscapeFrequency(unmasked, escape);
         std::uint32_t total = sum + escape;

@@ -83,6 +83,7 @@ private:
     void UpdateBinary();
     std::uint16_t &BinaryProbability();
     See *EscapeFrequency(unsigned unmasked, std::uint32_t &frequency);
+    void SkipMaskedContexts();
     void StartMasking();
     void MaskContext(Context *context);
     bool Masked(std::uint8_t symbol) const { return charMask_[symbol] == escapeCount_; }
