@@ -1,5 +1,5 @@
-// MD5 and SHA-1 of files and strings: the published test vectors, the block
-// edges of the two file readers, the digest files and the string keys.
+// MD5 and SHA-1 of files and strings: the block edges of the two file
+// readers, the digest files and the string keys.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
@@ -53,42 +53,13 @@ protected:
     }
 };
 
-TEST_F(DigestTest, Md5OfFilesMatchesRfc1321Examples) {
-    const std::pair<std::string, const wchar_t *> vectors[] = {
-        {"", L"d41d8cd98f00b204e9800998ecf8427e"},
-        {"a", L"0cc175b9c0f1b6a831c399e269772661"},
-        {"abc", L"900150983cd24fb0d6963f7d28e17f72"},
-        {"message digest", L"f96b697d7cb7938d525a2f31aaf161d0"},
-        {"abcdefghijklmnopqrstuvwxyz", L"c3fcd3d76192e4007dfb496cca67e13b"},
-        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-         L"d174ab98d277d9f5a5611c2c9f419d9f"},
-        {"1234567890123456789012345678901234567890"
-         "1234567890123456789012345678901234567890",
-         L"57edf4a22be3c955ac49da2e2107b67a"},
-    };
-    for (const auto &[content, digest] : vectors) {
-        EXPECT_STREQ(CCrypto::ComputeMD5(File("m", content).c_str(), nullptr), digest) << content;
-    }
-}
-
-TEST_F(DigestTest, Sha1OfFilesMatchesFips180Examples) {
-    const std::pair<std::string, const wchar_t *> vectors[] = {
-        {"abc", L"A9993E364706816ABA3E25717850C26C9CD0D89D"},
-        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
-         L"84983E441C3BD26EBAAE4AA1F95129E5E54670F1"},
-        // 125 whole blocks of 8,000 bytes and no rest.
-        {std::string(1000000, 'a'), L"34AA973CD4C4DAA4F61EEB2BDBAD27316534016F"},
-    };
-    for (const auto &[content, digest] : vectors) {
-        EXPECT_STREQ(CCrypto::ComputeSHA1(File("s", content).c_str(), nullptr), digest)
-            << content.size();
-    }
-}
-
+// The digests themselves are libcrypto's: what is the library's own is the
+// reading of the file in blocks (512 bytes for MD5, 8,000 for SHA-1) and the
+// digits' case.
 TEST_F(DigestTest, FileDigestsAreWholeAcrossBlockEdges) {
     std::string content;
     for (int n = 0; content.size() < 8000 + 513; ++n) content += static_cast<char>(n * 7 + 3);
-    for (std::size_t size : {511u, 512u, 513u, 1024u, 7999u, 8000u, 8001u, 8513u}) {
+    for (std::size_t size : {0u, 1u, 511u, 512u, 513u, 1024u, 7999u, 8000u, 8001u, 8513u}) {
         const std::string bytes = content.substr(0, size);
         const std::wstring path = File("edge", bytes);
         EXPECT_EQ(CCrypto::ComputeMD5(path.c_str(), nullptr), ExpectedMd5(bytes)) << size;
