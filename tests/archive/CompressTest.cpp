@@ -23,14 +23,6 @@ protected:
         Put("src/docs/d.md", "d");
     }
 
-    using FacadeTest::RunToEnd;
-    // Runs `start` to its end with a log of its own.
-    void RunToEnd(CArchive &archive, const std::function<bool()> &start) {
-        EndLog log;
-        log.Attach(archive);
-        RunToEnd(archive, log, start);
-    }
-
     std::unique_ptr<CArchive> Created(const std::filesystem::path &path, format::type type,
                                       CNewArchiveContentList &list) {
         auto archive = MakeArchive(path);

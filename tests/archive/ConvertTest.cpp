@@ -42,9 +42,7 @@ protected:
         const fs::path out = work / ("out-" + archive.filename().string());
         auto opened = MakeArchive(archive);
         opened->password = password;
-        EndLog log;
-        log.Attach(*opened);
-        RunToEnd(*opened, log, [&] { return opened->ExpandTo(Wide(out).c_str()); });
+        RunToEnd(*opened, [&] { return opened->ExpandTo(Wide(out).c_str()); });
         EXPECT_EQ(opened->lastResult, 0) << archive;
         EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a')) << archive;
         EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee") << archive;
@@ -71,9 +69,7 @@ TEST_F(ConvertTest, ZipBecomesVnkxAtTheDestinationWhichTellsTheResultsPath) {
     EXPECT_TRUE(fs::exists(zip)) << "the source stays";
 
     auto opened = MakeArchive(made);
-    EndLog log;
-    log.Attach(*opened);
-    RunToEnd(*opened, log, [&] { return opened->ExpandTo(Wide(work / "out").c_str()); });
+    RunToEnd(*opened, [&] { return opened->ExpandTo(Wide(work / "out").c_str()); });
     EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/sub/c.txt"), "c");
     EXPECT_TRUE(host.Prompts().empty()) << "an open source needs no password";
 }

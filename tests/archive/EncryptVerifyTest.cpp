@@ -34,10 +34,8 @@ TEST_F(EncryptVerifyTest, EncryptAndRemoveEncryptionOfZipAndVnkxRewriteInPlace) 
         fs::path path = SampleArchive(formatId, name);
         size_t entries = EntriesIn(work);
         auto archive = MakeArchive(path);
-        EndLog log;
-        log.Attach(*archive);
 
-        RunToEnd(*archive, log, [&] { return archive->Encrypt(L"secret"); });
+        RunToEnd(*archive, [&] { return archive->Encrypt(L"secret"); });
         EXPECT_EQ(archive->lastResult, 0);
         EXPECT_TRUE(archive->encrypted);
         EXPECT_EQ(archive->password, L"secret");
@@ -46,7 +44,7 @@ TEST_F(EncryptVerifyTest, EncryptAndRemoveEncryptionOfZipAndVnkxRewriteInPlace) 
         EXPECT_FALSE(archive->VerifyPassword(L"guess"));
         EXPECT_EQ(archive->password, L"secret") << "a wrong guess forgets nothing";
 
-        RunToEnd(*archive, log, [&] { return archive->RemoveEncryption(L"secret"); });
+        RunToEnd(*archive, [&] { return archive->RemoveEncryption(L"secret"); });
         EXPECT_EQ(archive->lastResult, 0);
         EXPECT_FALSE(archive->encrypted);
         EXPECT_TRUE(archive->password.empty());
@@ -72,9 +70,7 @@ TEST_F(EncryptVerifyTest, FailedTransformLeavesTheSourceUntouched) {
         const std::string before = testsupport::ReadBytes(path);
         const std::size_t entries = EntriesIn(work);
         auto archive = MakeArchive(path);
-        EndLog log;
-        log.Attach(*archive);
-        RunToEnd(*archive, log, [&] { return archive->Encrypt(L"secret"); });
+        RunToEnd(*archive, [&] { return archive->Encrypt(L"secret"); });
         EXPECT_NE(archive->lastResult, 0);
         if (result) {
             EXPECT_EQ(archive->lastResult, result);
@@ -92,32 +88,30 @@ TEST_F(EncryptVerifyTest, VerifyAndRecoverAVnkxWithRecoveryData) {
     fs::path path = SampleArchive("vnkx", "guarded.vnkx");
     SetFormatIntegerProperty(session, "vnkx", kFormatPropRedundancyLevel, 0);
     auto archive = MakeArchive(path);
-    EndLog log;
-    log.Attach(*archive);
-    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    RunToEnd(*archive, [&] { return archive->Verify(); });
     EXPECT_EQ(archive->lastResult, 0);
 
     std::string bytes = testsupport::ReadBytes(path);
     for (size_t i = 100; i < 120; ++i) bytes[i] ^= 0x5A;
     testsupport::WriteBytes(path, bytes);
-    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    RunToEnd(*archive, [&] { return archive->Verify(); });
     EXPECT_NE(archive->lastResult, 0);
 
     // No folder chosen: nothing runs, and that is no failure.
     host.QueueDirectory(std::nullopt);
-    RunToEnd(*archive, log, [&] { return archive->Recover(); });
+    RunToEnd(*archive, [&] { return archive->Recover(); });
     EXPECT_EQ(archive->lastResult, 0);
     EXPECT_FALSE(fs::exists(work / "recovered"));
 
     fs::path recovered = work / "recovered";
     fs::create_directories(recovered);
     host.QueueDirectory(Wide(recovered));
-    RunToEnd(*archive, log, [&] { return archive->Recover(); });
+    RunToEnd(*archive, [&] { return archive->Recover(); });
     EXPECT_EQ(archive->lastResult, 0);
     ASSERT_EQ(EntriesIn(recovered), 1u);
 
     archive->SetArchiveName(Wide(fs::directory_iterator(recovered)->path()).c_str());
-    RunToEnd(*archive, log, [&] { return archive->Verify(); });
+    RunToEnd(*archive, [&] { return archive->Verify(); });
     EXPECT_EQ(archive->lastResult, 0) << "the repaired copy checks out";
 }
 

@@ -108,9 +108,7 @@ protected:
         for (const auto &source : sources) list.Files.push_back(Wide(source));
         auto archive = MakeArchive(path);
         archive->formatType = type;
-        EndLog log;
-        log.Attach(*archive);
-        RunToEnd(*archive, log, [&] { return archive->CreateFromList(&list); });
+        RunToEnd(*archive, [&] { return archive->CreateFromList(&list); });
         return archive;
     }
 

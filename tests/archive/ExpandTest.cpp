@@ -43,35 +43,33 @@ TEST(ConflictValue, AskBecomesTheEnginesAskingValueAndMergeAddsItsBit) {
 
 TEST_F(ExpandTest, ExpandWholeArchiveWithEachConflictMethod) {
     auto archive = MakeArchive(SampleZip());
-    EndLog log;
-    log.Attach(*archive);
     fs::path out = work / "out";
     auto expand = [&] { return archive->ExpandTo(Wide(out).c_str()); };
 
     appOptions->ExpandConflictMethod = kResolutionReplace;
-    RunToEnd(*archive, log, expand);
+    RunToEnd(*archive, expand);
     EXPECT_EQ(archive->lastResult, 0);
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(1000, 'a'));
     EXPECT_EQ(testsupport::ReadBytes(out / "docs/sub/c.txt"), "c");
 
     testsupport::WriteBytes(out / "a.txt", "old");
-    RunToEnd(*archive, log, expand);
+    RunToEnd(*archive, expand);
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(1000, 'a')) << "replaced";
 
     testsupport::WriteBytes(out / "a.txt", "old");
     appOptions->ExpandConflictMethod = kResolutionKeepBoth;
-    RunToEnd(*archive, log, expand);
+    RunToEnd(*archive, expand);
     EXPECT_EQ(archive->lastResult, 0);
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old") << "kept";
     EXPECT_EQ(FilesIn(out), 6u) << "each incoming file beside the one it met";
 
     // Asking: the user skips every one, so nothing changes.
     fs::remove_all(out);
-    RunToEnd(*archive, log, expand);
+    RunToEnd(*archive, expand);
     testsupport::WriteBytes(out / "a.txt", "old");
     appOptions->ExpandConflictMethod = 0;
     host.QueueConflictAction(CExpandConflictAction::SkipAll);
-    RunToEnd(*archive, log, expand);
+    RunToEnd(*archive, expand);
     EXPECT_EQ(archive->lastResult, 0);
     EXPECT_FALSE(host.Prompts().empty()) << "the conflict was asked";
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old");
@@ -82,8 +80,6 @@ TEST_F(ExpandTest, ExpandWholeArchiveWithEachConflictMethod) {
 // if newer" compares the item's date with the file's.
 TEST_F(ExpandTest, ExtractChosenItemsWithEachConflictMethod) {
     auto archive = MakeArchive(SampleZip());
-    EndLog log;
-    log.Attach(*archive);
     const fs::path out = work / "out";
     std::vector<std::wstring> items{L"a.txt", L"docs\\sub\\c.txt"};
     const std::string incoming(1000, 'a');
@@ -105,7 +101,7 @@ TEST_F(ExpandTest, ExtractChosenItemsWithEachConflictMethod) {
         fs::last_write_time(
             there, fs::file_time_type::clock::now() - std::chrono::hours(24 * fileAgeDays));
         appOptions->ExpandConflictMethod = method;
-        RunToEnd(*archive, log, [&] { return archive->Extract(&items, Wide(out).c_str()); });
+        RunToEnd(*archive, [&] { return archive->Extract(&items, Wide(out).c_str()); });
         EXPECT_EQ(testsupport::ReadBytes(there), replaced ? incoming : "old");
         EXPECT_EQ(FilesIn(out), files);
         EXPECT_TRUE(host.Recorded().empty());
@@ -114,15 +110,13 @@ TEST_F(ExpandTest, ExtractChosenItemsWithEachConflictMethod) {
 
 TEST_F(ExpandTest, RefusedDestinationAsksForAnotherFolderOrEndsQuietly) {
     auto archive = MakeArchive(SampleZip());
-    EndLog log;
-    log.Attach(*archive);
     appOptions->ExpandConflictMethod = kResolutionReplace;
     // A folder that no one may create, whoever runs the test.
     fs::path blocked = "/sys/varnick-refused";
 
     host.QueueAnswer(IDYES);
     host.QueueDirectory(Wide(work / "chosen"));
-    RunToEnd(*archive, log, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
+    RunToEnd(*archive, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
     ASSERT_EQ(host.Recorded().size(), 1u);
     EXPECT_EQ(host.Recorded()[0].text, Text(903));
     EXPECT_EQ(archive->lastResult, 0);
@@ -130,25 +124,23 @@ TEST_F(ExpandTest, RefusedDestinationAsksForAnotherFolderOrEndsQuietly) {
 
     host.Reset();
     host.QueueAnswer(IDNO);
-    RunToEnd(*archive, log, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
+    RunToEnd(*archive, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
     EXPECT_EQ(archive->lastResult, 0);
     EXPECT_EQ(host.Recorded().size(), 1u) << "the question only, no error box";
 }
 
 TEST_F(ExpandTest, ExtractLeavesOutItemsThatAreGone) {
     auto archive = MakeArchive(SampleZip());
-    EndLog log;
-    log.Attach(*archive);
     appOptions->ExpandConflictMethod = kResolutionReplace;
     fs::path out = work / "out";
     std::vector<std::wstring> items{L"docs\\sub\\c.txt", L"gone.txt"};
-    RunToEnd(*archive, log, [&] { return archive->Extract(&items, Wide(out).c_str()); });
+    RunToEnd(*archive, [&] { return archive->Extract(&items, Wide(out).c_str()); });
     EXPECT_EQ(FilesIn(out), 1u);
     EXPECT_FALSE(fs::exists(out / "a.txt"));
 
     std::vector<std::wstring> allGone{L"gone.txt", L"docs\\none.txt"};
     fs::path empty = work / "empty";
-    RunToEnd(*archive, log, [&] { return archive->Extract(&allGone, Wide(empty).c_str()); });
+    RunToEnd(*archive, [&] { return archive->Extract(&allGone, Wide(empty).c_str()); });
     EXPECT_FALSE(fs::exists(empty) && FilesIn(empty) > 0) << "nothing expanded";
     EXPECT_TRUE(host.Recorded().empty()) << "and no error";
 }
@@ -180,19 +172,17 @@ TEST_F(ExpandTest, RemoveAsksForThePasswordUntilItFits) {
 
     auto archive = MakeArchive(path);
     archive->refreshAfterChange = false;
-    EndLog log;
-    log.Attach(*archive);
     host.QueuePassword(L"wrong");
     host.QueuePassword(L"right");
     std::vector<std::wstring> items{L"a.txt"};
-    RunToEnd(*archive, log, [&] { return archive->RemoveFrom(&items); });
+    RunToEnd(*archive, [&] { return archive->RemoveFrom(&items); });
     EXPECT_GE(host.Prompts().size(), 2u) << "asked again after the wrong one";
     EXPECT_FALSE(archive->cancelled);
 
     archive->password = L"right";
     std::vector<std::wstring> both{L"a.txt", L"b.txt"};
     fs::path out = work / "out";
-    RunToEnd(*archive, log, [&] { return archive->Extract(&both, Wide(out).c_str()); });
+    RunToEnd(*archive, [&] { return archive->Extract(&both, Wide(out).c_str()); });
     EXPECT_FALSE(fs::exists(out / "a.txt")) << "removed";
     EXPECT_TRUE(fs::exists(out / "b.txt"));
 }

@@ -142,6 +142,15 @@ protected:
         archive.DisposeOfProgress();
     }
 
+    // The same with a log of its own, detached again at the end.
+    void RunToEnd(CArchive &archive, const std::function<bool()> &start) {
+        EndLog log;
+        log.Attach(archive);
+        RunToEnd(archive, log, start);
+        archive.endCallback = nullptr;
+        archive.endContext = nullptr;
+    }
+
     // Cancels a run started on `archive` once its progress has counted
     // bytes, and pumps until it has ended.
     void CancelUnderway(CArchive &archive, EndLog &log) {

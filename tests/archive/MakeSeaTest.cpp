@@ -52,11 +52,7 @@ protected:
         EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
     }
 
-    void Run(CArchive &archive, const std::function<bool()> &start) {
-        EndLog log;
-        log.Attach(archive);
-        RunToEnd(archive, log, start);
-    }
+    void Run(CArchive &archive, const std::function<bool()> &start) { RunToEnd(archive, start); }
 
     fs::path temp;
     testsupport::ScopedEnv tmpdir{"TMPDIR", nullptr};

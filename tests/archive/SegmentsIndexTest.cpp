@@ -38,9 +38,7 @@ protected:
         list.Folders = {Wide(work / "src")};
         list.SegmentSize = segmentSize;
         list.MakeIndex = makeIndex;
-        EndLog log;
-        log.Attach(*archive);
-        RunToEnd(*archive, log, [&] { return archive->CreateFromList(&list); });
+        RunToEnd(*archive, [&] { return archive->CreateFromList(&list); });
         return archive;
     }
 
@@ -57,10 +55,8 @@ protected:
     std::string ExpandedNoise(const fs::path &path, const fs::path &destination) {
         auto archive = MakeArchive(path);
         archive->formatType = format::vnkx;
-        EndLog log;
-        log.Attach(*archive);
         fs::create_directories(destination);
-        RunToEnd(*archive, log, [&] { return archive->ExpandTo(Wide(destination).c_str()); });
+        RunToEnd(*archive, [&] { return archive->ExpandTo(Wide(destination).c_str()); });
         EXPECT_EQ(archive->lastResult, 0);
         for (const auto &entry : fs::recursive_directory_iterator(destination))
             if (entry.path().filename() == "noise.bin") return testsupport::ReadBytes(entry.path());
@@ -126,9 +122,7 @@ TEST_F(SegmentsIndexTest, PlainArchiveWithIndexAndAnIndexMadeAfterwards) {
     // The index of an existing archive goes below the index folder too.
     auto again = MakeArchive(work / "plain.vnkx");
     again->formatType = format::vnkx;
-    EndLog log;
-    log.Attach(*again);
-    RunToEnd(*again, log, [&] { return again->MakeIndexFromVnkx(); });
+    RunToEnd(*again, [&] { return again->MakeIndexFromVnkx(); });
     EXPECT_EQ(again->lastResult, 0);
     std::vector<fs::path> indexes = IndexesOf("plain");
     ASSERT_EQ(indexes.size(), 2u);
@@ -151,9 +145,7 @@ TEST_F(SegmentsIndexTest, SegmentsOfAnotherFormatMakeNothing) {
     archive->formatType = format::zip;
     list.Folders = {Wide(work / "src")};
     list.SegmentSize = 64 << 10;
-    EndLog log;
-    log.Attach(*archive);
-    RunToEnd(*archive, log, [&] { return archive->CreateFromList(&list); });
+    RunToEnd(*archive, [&] { return archive->CreateFromList(&list); });
     EXPECT_EQ(archive->lastResult, kEngineNotAnArchive);
     EXPECT_TRUE(PartsIn(work).empty());
     EXPECT_FALSE(fs::exists(work / "other.zip"));
