@@ -1,8 +1,6 @@
 #include "PpmModel.h"
 
-#include <sys/mman.h>
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -78,12 +76,9 @@ PpmModel::PpmModel(const PpmSettings &settings)
     static_assert(sizeof(State) == 6 && sizeof(Context) == kUnitSize);
     std::uint32_t mebibytes = std::clamp<std::uint32_t>(settings.memoryMiB, 1, 2047);
     size_ = mebibytes << 20;
-    memory_.reset(static_cast<std::uint8_t *>(std::aligned_alloc(kHugePage, MemoryBytes())));
+    memory_.reset(new (std::nothrow) std::uint8_t[size_ + kUnitSize]);
     if (!memory_) return;
     base_ = memory_.get();
-    // The model is read all over at random: large pages spare most of the
-    // address translation misses, which otherwise take a third of the time.
-    madvise(base_, MemoryBytes(), MADV_HUGEPAGE);
 
     for (unsigned i = 0, k = 0; i < kIndexCount; ++i) {
         unsigned step = i >= 12 ? 4 : (i >> 2) + 1;
@@ -106,12 +101,6 @@ PpmModel::PpmModel(const PpmSettings &settings)
 }
 
 PpmModel::~PpmModel() = default;
-
-std::size_t PpmModel::MemoryBytes() const {
-    return (size_ + kUnitSize + kHugePage - 1) / kHugePage * kHugePage;
-}
-
-void PpmModel::FreeMemory::operator()(std::uint8_t *memory) const { std::free(memory); }
 
 std::uint32_t PpmModel::Ref(const void *at) const {
     return static_cast<std::uint32_t>(static_cast<const std::uint8_t *>(at) - base_);

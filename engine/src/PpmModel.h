@@ -89,13 +89,7 @@ private:
     bool Masked(std::uint8_t symbol) const { return charMask_[symbol] == escapeCount_; }
     void FoundSymbol(std::uint8_t symbol) { previousSymbol_ = symbol; }
 
-    static constexpr std::size_t kHugePage = 2u << 20;
-    struct FreeMemory {
-        void operator()(std::uint8_t *memory) const;
-    };
-    std::size_t MemoryBytes() const;
-
-    std::unique_ptr<std::uint8_t, FreeMemory> memory_;
+    std::unique_ptr<std::uint8_t[]> memory_;
     std::uint8_t *base_ = nullptr;
     std::uint32_t size_ = 0;
     int maxOrder_;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <future>
 #include <memory>
 
@@ -25,6 +26,8 @@ namespace {
 // A catalogue or block larger than this is taken as damage, not allocated.
 constexpr std::uint64_t kMostCatalogue = 1ULL << 30;
 constexpr std::uint64_t kMostBlock = 1ULL << 30;
+// Blocks decoded ahead of the one in use: one a core.
+constexpr std::uint32_t kBlocksAhead = 2;
 
 Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, std::uint16_t version,
                            CatalogueBody &body) {
@@ -81,7 +84,7 @@ public:
           passwords_(request.passwords),
           operation_(request.operation),
           threads_(operation_ && operation_->settings().useThreads) {}
-    ~Cursor() override { ahead_.reset(); }
+    ~Cursor() override { ahead_.clear(); }
 
     Result Next(ItemInfo &info) override {
         FinishItem();
@@ -217,10 +220,10 @@ private:
         slot->index = kNoIndex;
         slot->used = ++clock_;
         block_ = &slot->bytes;
-        if (ahead_ && ahead_->index == index) {
-            Result result = ahead_->result.get();
-            slot->bytes.swap(ahead_->bytes);
-            ahead_.reset();
+        if (!ahead_.empty() && ahead_.front()->index == index) {
+            Result result = ahead_.front()->result.get();
+            slot->bytes.swap(ahead_.front()->bytes);
+            ahead_.pop_front();
             if (result != kEngineOK) return result;
         } else {
             const BlockEntry &block = file_->body.blocks[index];
@@ -233,7 +236,9 @@ private:
             if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
         }
         slot->index = index;
-        DecodeAhead(index + 1);
+        DropPassedAhead(index);
+        for (std::uint32_t next = index + 1; next <= index + kBlocksAhead; ++next)
+            if (!DecodeAhead(next)) break;
         return kEngineOK;
     }
 
@@ -254,36 +259,46 @@ private:
     }
 
     // Items mostly run through the blocks in order: while the caller uses
-    // one block, the next is read and handed to a thread of its own to
-    // decode. A block whose key is not known yet, or whose bytes do not
-    // check out, is left to the load that needs it, which may ask.
-    void DecodeAhead(std::uint32_t index) {
-        if (!threads_ || index >= file_->body.blocks.size()) return;
-        if (ahead_) {
-            // One block ahead at a time; one the walk has passed is dropped.
-            if (ahead_->index >= index) return;
-            ahead_->result.wait();
-            ahead_.reset();
-        }
+    // one block, the next ones are read and handed to threads of their own
+    // to decode, as many as there are cores for (slow coders such as the
+    // text blocks' keep them all busy). A block whose key is not known yet,
+    // or whose bytes do not check out, is left to the load that needs it,
+    // which may ask. False when nothing further should be started.
+    bool DecodeAhead(std::uint32_t index) {
+        if (!threads_ || index >= file_->body.blocks.size()) return false;
+        for (const auto &pending : ahead_)
+            if (pending->index == index) return true;
+        if (ahead_.size() >= kBlocksAhead) return false;
         for (const Cached &cached : cache_)
-            if (cached.index == index) return;
+            if (cached.index == index) return true;
         const BlockEntry &block = file_->body.blocks[index];
         const cipher::DerivedKey *key = nullptr;
         if (block.cipher != kCipherNone) {
             auto found = keys_.find(block.keySlot);
-            if (found == keys_.end()) return;
+            if (found == keys_.end()) return false;
             key = &found->second;
         }
-        if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock) return;
+        if (block.storedSize > kMostBlock || block.unpackedSize > kMostBlock) return false;
         std::uint64_t end = file_->source->DataEnd(file_->trailer.catalogueOffset);
-        if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset) return;
+        if (block.offset > end || kBlockHeaderSize + block.storedSize > end - block.offset)
+            return false;
         auto stored = std::make_shared<Bytes>(kBlockHeaderSize + block.storedSize);
-        if (ReadStored(block, *stored) != kEngineOK) return;
-        ahead_ = std::make_unique<Ahead>();
-        ahead_->index = index;
-        Ahead *ahead = ahead_.get();
-        ahead_->result = std::async(std::launch::async, [&block, key, stored, ahead] {
-            return DecodeStored(block, key, *stored, ahead->bytes);
+        if (ReadStored(block, *stored) != kEngineOK) return false;
+        auto ahead = std::make_unique<Ahead>();
+        ahead->index = index;
+        Ahead *into = ahead.get();
+        ahead->result = std::async(std::launch::async, [&block, key, stored, into] {
+            return DecodeStored(block, key, *stored, into->bytes);
+        });
+        ahead_.push_back(std::move(ahead));
+        return true;
+    }
+
+    void DropPassedAhead(std::uint32_t index) {
+        std::erase_if(ahead_, [index](const std::unique_ptr<Ahead> &pending) {
+            if (pending->index > index) return false;
+            pending->result.wait();
+            return true;
         });
     }
 
@@ -359,7 +374,9 @@ private:
         Bytes bytes;
         std::future<Result> result;
     };
-    std::unique_ptr<Ahead> ahead_;  // waited for before anything it reads goes away
+    // Blocks decoding on threads of their own, in order; waited for before
+    // anything they read goes away.
+    std::deque<std::unique_ptr<Ahead>> ahead_;
     std::uint64_t clock_ = 0;
     Bytes *block_ = nullptr;
     std::map<std::uint32_t, cipher::DerivedKey> keys_;
