@@ -32,7 +32,7 @@ bool PumpUntil(const std::function<bool()> &done, std::chrono::milliseconds time
         PumpPending();
         if (done()) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 5, QS_ALLINPUT);
     }
 }
 
