@@ -91,7 +91,10 @@ struct Head {
     std::uint32_t count, listSize, packedSize;
 };
 
-bool ReadHead(const std::uint8_t *payload, std::size_t size, Head &head) {
+// Every match makes at least one byte, so a block has no more matches than
+// bytes: with the packed list's own size, that bounds what the list may take
+// before any of it is made.
+bool ReadHead(const std::uint8_t *payload, std::size_t size, std::size_t unpackedSize, Head &head) {
     if (size < kHeadSize || payload[0] != kLayout) return false;
     head.ppm.order = payload[1];
     head.ppm.memoryMiB = payload[2] | (payload[3] << 8);
@@ -100,9 +103,11 @@ bool ReadHead(const std::uint8_t *payload, std::size_t size, Head &head) {
     head.packedSize = GetU32(payload + 12);
     return head.ppm.order >= TextBlockCoder::kLeastOrder &&
            head.ppm.order <= TextBlockCoder::kMostOrder && head.ppm.memoryMiB >= 1 &&
-           head.ppm.memoryMiB <= TextBlockCoder::kMostModelMiB &&
+           head.ppm.memoryMiB <= TextBlockCoder::kMostModelMiB && head.count <= unpackedSize &&
            head.listSize <= 3 * kMostVarint * static_cast<std::uint64_t>(head.count) &&
-           head.packedSize <= size - kHeadSize;
+           head.packedSize <= size - kHeadSize &&
+           (head.listSize == 0 ||
+            ZSTD_getFrameContentSize(payload + kHeadSize, head.packedSize) == head.listSize);
 }
 
 bool UnpackList(const std::uint8_t *packed, const Head &head, std::vector<LongMatch> &matches) {
@@ -171,7 +176,8 @@ Result TextBlockCoder::Decode(const std::uint8_t *payload, std::size_t size, std
                               std::size_t unpackedSize) {
     Head head;
     std::vector<LongMatch> matches;
-    if (!ReadHead(payload, size, head) || !UnpackList(payload + kHeadSize, head, matches))
+    if (!ReadHead(payload, size, unpackedSize, head) ||
+        !UnpackList(payload + kHeadSize, head, matches))
         return kEngineItemDataDamaged;
     const std::size_t streamAt = kHeadSize + head.packedSize;
     PpmDecoder decoder(head.ppm, payload + streamAt, size - streamAt);
@@ -181,7 +187,8 @@ Result TextBlockCoder::Decode(const std::uint8_t *payload, std::size_t size, std
         if (match.literals > unpackedSize - at || !decoder.Read(out + at, match.literals))
             return kEngineItemDataDamaged;
         at += match.literals;
-        if (match.distance == 0 || match.distance > at || match.length > unpackedSize - at)
+        if (match.length == 0 || match.distance == 0 || match.distance > at ||
+            match.length > unpackedSize - at)
             return kEngineItemDataDamaged;
         CopyMatch(out, at, match.distance, match.length);
         at += match.length;

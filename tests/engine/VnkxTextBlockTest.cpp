@@ -138,13 +138,17 @@ TEST(TextBlockCoderTest, DamagedPayloadsAreRefusedWithoutStrayReadsOrWrites) {
         std::size_t at;
         std::vector<std::uint8_t> bytes;
     } hostile[] = {
-        {0, {2}},                        // a layout this reader does not know
-        {1, {1}},                        // order below the least
-        {1, {200}},                      // order above the most
-        {2, {0, 0}},                     // no model memory
-        {2, {0xFF, 0xFF}},               // 64 GiB of model
-        {4, {0xFF, 0xFF, 0xFF, 0x0F}},   // matches beyond what the list holds
-        {8, {0xFF, 0xFF, 0xFF, 0xFF}},   // a list larger than any count allows
+        {0, {2}},                       // a layout this reader does not know
+        {1, {1}},                       // order below the least
+        {1, {200}},                     // order above the most
+        {2, {0, 0}},                    // no model memory
+        {2, {0xFF, 0xFF}},              // 64 GiB of model
+        {4, {0xFF, 0xFF, 0xFF, 0x0F}},  // matches beyond what the list holds
+        {8, {0xFF, 0xFF, 0xFF, 0xFF}},  // a list larger than any count allows
+        // 4 GiB of list for more matches than the block has bytes (found by
+        // fuzzing: it was allocated before the list was read)
+        {4, {0xFF, 0xFF, 0xFF, 0xFF, 0xF9, 0xFF, 0xFF, 0xF5}},
+        {8, {0x10, 0x00, 0x00, 0x00}},   // a list size its frame does not declare
         {12, {0xFF, 0xFF, 0xFF, 0x7F}},  // a packed list beyond the payload
     };
     for (const Hostile &change : hostile) {
