@@ -96,9 +96,11 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
             choice.textModelLog = choice.extent;
         }
     }
-    // zstd runs and the presets 2 to 4 code text with the default model:
-    // smaller than zstd and LZMA2 on text, and faster than LZMA2.
-    bool textHelps = choice.method == vnkx::kMethodZstd || (degree >= 2 && degree <= 4);
+    // Preset 4 codes text with the default model: smaller than LZMA2 on
+    // text, and faster. zstd runs (the defaults) do not: the model codes
+    // and decodes text at about 13 MB/s a core, which would make them
+    // slower than the defaults are meant to be, both ways.
+    bool textHelps = degree == 4;
     if (textHelps && choice.textOrder == 0) {
         choice.textOrder = kDefaultTextOrder;
         choice.textModelLog = kDefaultTextModelLog;

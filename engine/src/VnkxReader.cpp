@@ -233,6 +233,9 @@ private:
             if (block.cipher != kCipherNone) {
                 if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
             }
+            // The next block decodes beside this one rather than after it.
+            DropPassedAhead(index);
+            DecodeAhead(index + 1);
             if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
         }
         slot->index = index;
