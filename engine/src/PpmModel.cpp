@@ -539,11 +539,22 @@ void PpmModel::UpdateMasked() {
     UpdateModel();
 }
 
-void PpmModel::UpdateBinary() {
+void PpmModel::BinaryHit(std::uint16_t &probability, State *one) {
+    probability =
+        static_cast<std::uint16_t>(probability + kInterval - Mean(probability, kPeriodBits));
+    foundState_ = one;
     foundState_->freq = static_cast<std::uint8_t>(foundState_->freq + (foundState_->freq < 128));
     prevSuccess_ = 1;
     ++runLength_;
     NextContext();
+}
+
+void PpmModel::BinaryMiss(std::uint16_t &probability, State *one) {
+    probability = static_cast<std::uint16_t>(probability - Mean(probability, kPeriodBits));
+    initEscape_ = kExpectedEscape[probability >> 10];
+    StartMasking();
+    charMask_[one->symbol] = escapeCount_;
+    prevSuccess_ = 0;
 }
 
 std::uint16_t &PpmModel::BinaryProbability() {
@@ -627,17 +638,10 @@ void PpmModel::Encode(RangeEncoder &coder, std::uint8_t symbol) {
         State *one = OneState(minContext_);
         if (one->symbol == symbol) {
             coder.EncodeBit(probability, 0);
-            probability = static_cast<std::uint16_t>(probability + kInterval -
-                                                     Mean(probability, kPeriodBits));
-            foundState_ = one;
-            return UpdateBinary();
+            return BinaryHit(probability, one);
         }
         coder.EncodeBit(probability, 1);
-        probability = static_cast<std::uint16_t>(probability - Mean(probability, kPeriodBits));
-        initEscape_ = kExpectedEscape[probability >> 10];
-        StartMasking();
-        charMask_[one->symbol] = escapeCount_;
-        prevSuccess_ = 0;
+        BinaryMiss(probability, one);
     }
     for (;;) {
         SkipMaskedContexts();
@@ -700,18 +704,11 @@ int PpmModel::Decode(RangeDecoder &coder) {
         std::uint16_t &probability = BinaryProbability();
         State *one = OneState(minContext_);
         if (coder.DecodeBit(probability) == 0) {
-            probability = static_cast<std::uint16_t>(probability + kInterval -
-                                                     Mean(probability, kPeriodBits));
-            foundState_ = one;
             FoundSymbol(one->symbol);
-            UpdateBinary();
+            BinaryHit(probability, one);
             return previousSymbol_;
         }
-        probability = static_cast<std::uint16_t>(probability - Mean(probability, kPeriodBits));
-        initEscape_ = kExpectedEscape[probability >> 10];
-        StartMasking();
-        charMask_[one->symbol] = escapeCount_;
-        prevSuccess_ = 0;
+        BinaryMiss(probability, one);
     }
     for (;;) {
         SkipMaskedContexts();

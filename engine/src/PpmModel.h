@@ -80,7 +80,9 @@ private:
     void UpdateFirst();
     void UpdateLater(State *found);
     void UpdateMasked();
-    void UpdateBinary();
+    // The single symbol of a binary context was the one, or was not.
+    void BinaryHit(std::uint16_t &probability, State *one);
+    void BinaryMiss(std::uint16_t &probability, State *one);
     std::uint16_t &BinaryProbability();
     See *EscapeFrequency(unsigned unmasked, std::uint32_t &frequency);
     void SkipMaskedContexts();
