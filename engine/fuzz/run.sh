@@ -105,9 +105,9 @@ make_seeds() {
         seed "$PROGRAM" a --format "$format" --password secret "$SEEDS/enciphered.$format" tree
       done
       seed "$PROGRAM" a --format pf --password secret "$SEEDS/notes.pf" "$text"
-      # Text alone: a text block (long repeats and PPM) with a match list, at
-      # the defaults and with the smallest preset's larger model.
-      seed "$PROGRAM" a --format vnkx "$SEEDS/text-block.vnkx" "$text"
+      # Text alone: a text block (long repeats and PPM) with a match list,
+      # with preset 4's model and the smallest preset's larger one.
+      seed "$PROGRAM" a --format vnkx --degree 4 "$SEEDS/text-block.vnkx" "$text"
       seed "$PROGRAM" a --format vnkx --degree 5 "$SEEDS/text-block-smallest.vnkx" "$text"
       # Parts of a segmented vnkx and its index: the people's program beside
       # the engine's writes them (the index into its home's index folder).
