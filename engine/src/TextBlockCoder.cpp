@@ -7,6 +7,7 @@
 
 #include "PpmDecoder.h"
 #include "PpmEncoder.h"
+#include "VnkxLayout.h"
 
 namespace engine::vnkx {
 namespace {
@@ -20,16 +21,6 @@ constexpr std::size_t kHeadSize = 16;
 constexpr int kListLevel = 12;
 constexpr std::size_t kMostVarint = 5;
 
-void PutU16(std::vector<std::uint8_t> &out, std::uint32_t value) {
-    out.push_back(static_cast<std::uint8_t>(value));
-    out.push_back(static_cast<std::uint8_t>(value >> 8));
-}
-void PutU32(std::vector<std::uint8_t> &out, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-}
-std::uint32_t GetU32(const std::uint8_t *in) {
-    return in[0] | (in[1] << 8) | (in[2] << 16) | (static_cast<std::uint32_t>(in[3]) << 24);
-}
 void PutVarint(std::vector<std::uint8_t> &out, std::uint32_t value) {
     while (value >= 0x80) {
         out.push_back(static_cast<std::uint8_t>(value | 0x80));
@@ -91,19 +82,26 @@ struct Head {
     std::uint32_t count, listSize, packedSize;
 };
 
+// The model settings a payload may carry: a hostile order or model size
+// must not cost memory.
+bool Accepted(const PpmSettings &ppm) {
+    return ppm.order >= TextBlockCoder::kLeastOrder && ppm.order <= TextBlockCoder::kMostOrder &&
+           ppm.memoryMiB >= 1 && ppm.memoryMiB <= TextBlockCoder::kMostModelMiB;
+}
+
 // Every match makes at least one byte, so a block has no more matches than
 // bytes: with the packed list's own size, that bounds what the list may take
 // before any of it is made.
 bool ReadHead(const std::uint8_t *payload, std::size_t size, std::size_t unpackedSize, Head &head) {
-    if (size < kHeadSize || payload[0] != kLayout) return false;
-    head.ppm.order = payload[1];
-    head.ppm.memoryMiB = payload[2] | (payload[3] << 8);
-    head.count = GetU32(payload + 4);
-    head.listSize = GetU32(payload + 8);
-    head.packedSize = GetU32(payload + 12);
-    return head.ppm.order >= TextBlockCoder::kLeastOrder &&
-           head.ppm.order <= TextBlockCoder::kMostOrder && head.ppm.memoryMiB >= 1 &&
-           head.ppm.memoryMiB <= TextBlockCoder::kMostModelMiB && head.count <= unpackedSize &&
+    Reader in(payload, size);
+    std::uint8_t layout = 0, order = 0;
+    std::uint16_t memory = 0;
+    if (!in.U8(layout) || layout != kLayout || !in.U8(order) || !in.U16(memory) ||
+        !in.U32(head.count) || !in.U32(head.listSize) || !in.U32(head.packedSize))
+        return false;
+    head.ppm.order = order;
+    head.ppm.memoryMiB = memory;
+    return Accepted(head.ppm) && head.count <= unpackedSize &&
            head.listSize <= 3 * kMostVarint * static_cast<std::uint64_t>(head.count) &&
            head.packedSize <= size - kHeadSize &&
            (head.listSize == 0 ||
@@ -136,10 +134,7 @@ bool UnpackList(const std::uint8_t *packed, const Head &head, std::vector<LongMa
 
 bool TextBlockCoder::Encode(const std::uint8_t *data, std::size_t size,
                             const TextSettings &settings, std::vector<std::uint8_t> &payload) {
-    if (size >= std::numeric_limits<std::uint32_t>::max() || settings.ppm.order < kLeastOrder ||
-        settings.ppm.order > kMostOrder || settings.ppm.memoryMiB < 1 ||
-        settings.ppm.memoryMiB > kMostModelMiB)
-        return false;
+    if (size >= std::numeric_limits<std::uint32_t>::max() || !Accepted(settings.ppm)) return false;
     std::vector<LongMatch> matches = LongMatchFinder(settings.minimumMatch).Find(data, size);
     std::vector<std::uint8_t> list = ListOf(matches);
     std::vector<std::uint8_t> packed(ZSTD_compressBound(list.size()));
@@ -158,14 +153,15 @@ bool TextBlockCoder::Encode(const std::uint8_t *data, std::size_t size,
     encoder.Add(data + at, size - at);
     std::vector<std::uint8_t> stream = encoder.Finish();
 
-    payload.clear();
-    payload.reserve(kHeadSize + packedSize + stream.size());
-    payload.push_back(kLayout);
-    payload.push_back(static_cast<std::uint8_t>(settings.ppm.order));
-    PutU16(payload, settings.ppm.memoryMiB);
-    PutU32(payload, static_cast<std::uint32_t>(matches.size()));
-    PutU32(payload, static_cast<std::uint32_t>(list.size()));
-    PutU32(payload, static_cast<std::uint32_t>(packedSize));
+    Writer head;
+    head.bytes.reserve(kHeadSize + packedSize + stream.size());
+    head.U8(kLayout);
+    head.U8(static_cast<std::uint8_t>(settings.ppm.order));
+    head.U16(static_cast<std::uint16_t>(settings.ppm.memoryMiB));
+    head.U32(static_cast<std::uint32_t>(matches.size()));
+    head.U32(static_cast<std::uint32_t>(list.size()));
+    head.U32(static_cast<std::uint32_t>(packedSize));
+    payload = std::move(head.bytes);
     payload.insert(payload.end(), packed.begin(),
                    packed.begin() + static_cast<std::ptrdiff_t>(packedSize));
     payload.insert(payload.end(), stream.begin(), stream.end());

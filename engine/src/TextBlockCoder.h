@@ -23,7 +23,7 @@ class TextBlockCoder {
 public:
     // The settings a reader accepts from a payload; anything else is damage
     // (a hostile order or model size must not cost memory).
-    static constexpr int kLeastOrder = 2, kMostOrder = 64;
+    static constexpr int kLeastOrder = PpmModel::kLeastOrder, kMostOrder = PpmModel::kMostOrder;
     static constexpr std::uint32_t kMostModelMiB = 1024;
 
     // False when the model's memory could not be had or the block is too

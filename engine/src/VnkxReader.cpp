@@ -220,10 +220,12 @@ private:
         slot->index = kNoIndex;
         slot->used = ++clock_;
         block_ = &slot->bytes;
-        if (!ahead_.empty() && ahead_.front()->index == index) {
-            Result result = ahead_.front()->result.get();
-            slot->bytes.swap(ahead_.front()->bytes);
-            ahead_.pop_front();
+        auto pending = std::find_if(ahead_.begin(), ahead_.end(),
+                                    [index](const auto &ahead) { return ahead->index == index; });
+        if (pending != ahead_.end()) {
+            Result result = (*pending)->result.get();
+            slot->bytes.swap((*pending)->bytes);
+            ahead_.erase(pending);
             if (result != kEngineOK) return result;
         } else {
             const BlockEntry &block = file_->body.blocks[index];
@@ -234,14 +236,11 @@ private:
                 if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
             }
             // The next block decodes beside this one rather than after it.
-            DropPassedAhead(index);
-            DecodeAhead(index + 1);
+            StartAhead(index, 1);
             if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
         }
         slot->index = index;
-        DropPassedAhead(index);
-        for (std::uint32_t next = index + 1; next <= index + kBlocksAhead; ++next)
-            if (!DecodeAhead(next)) break;
+        StartAhead(index, kBlocksAhead);
         return kEngineOK;
     }
 
@@ -297,12 +296,16 @@ private:
         return true;
     }
 
-    void DropPassedAhead(std::uint32_t index) {
+    // Drops the blocks decoding ahead that the walk has passed, then starts
+    // up to `count` of those after `index`.
+    void StartAhead(std::uint32_t index, std::uint32_t count) {
         std::erase_if(ahead_, [index](const std::unique_ptr<Ahead> &pending) {
             if (pending->index > index) return false;
             pending->result.wait();
             return true;
         });
+        for (std::uint32_t next = index + 1; next <= index + count; ++next)
+            if (!DecodeAhead(next)) break;
     }
 
     // Opens and decodes a block's checked bytes; safe on any thread.
