@@ -26,11 +26,6 @@ protected:
 TEST_F(AppOptionsTest, ANewRecordOnAnEmptyRegistryHasTheDefaultsAndMakesItsFolders) {
     ASSERT_TRUE(resources.Loaded());
     CAppOptionsRepository options;
-    EXPECT_TRUE(options.ViewFlat && options.CompressOrig && options.ShowDropDblClickMsg);
-    EXPECT_FALSE(options.DeleteSrc || options.UseWizard || options.UnstoredFlag);
-    EXPECT_EQ(options.AddConflictMethod, 7u);
-    EXPECT_EQ(options.ThumbnailLimit, 4194304u);
-    EXPECT_EQ(options.SmartSendSizeTrigger, 5242880u);
 
     const std::wstring product =
         platform::SpecialFolder(CSIDL_LOCAL_APPDATA, false) + L"/Orvane Labs/";
@@ -47,16 +42,6 @@ TEST_F(AppOptionsTest, ANewRecordOnAnEmptyRegistryHasTheDefaultsAndMakesItsFolde
               (Strings{platform::SpecialFolder(CSIDL_WINDOWS, false),
                        platform::SpecialFolder(CSIDL_PROGRAM_FILES, false),
                        platform::SpecialFolder(CSIDL_INTERNET_CACHE, false)}));
-}
-
-TEST_F(AppOptionsTest, TheAssociationTableFollowsTheExtensionKeys) {
-    SetFileAssociation(format::zip, 1, false);
-    CAppOptionsRepository options;
-    for (std::size_t i = 0; i < kFileAssociationCount; ++i) {
-        const FILEASSOCIATION &entry = options.FileAssociations.entries[i];
-        EXPECT_EQ(entry.type, kFileAssociationTypes[i]);
-        EXPECT_EQ(entry.associated != FALSE, entry.type == format::zip) << entry.type;
-    }
 }
 
 TEST_F(AppOptionsTest, RegistryRoundTripReplacesTheListsWhole) {
@@ -117,14 +102,6 @@ TEST_F(AppOptionsTest, RegistryDwordTwoReadsFalseAndLongStringsAreNotRead) {
     EXPECT_EQ(options.AVPath.size(), 511u);
     EXPECT_TRUE(options.DropletLocation.empty());
     EXPECT_EQ(options.ExcludeLocations.size(), 3u);
-}
-
-TEST_F(AppOptionsTest, SaveNonOptionsWritesTheDropMessageFlagAlone) {
-    CAppOptionsRepository options;
-    options.ShowDropDblClickMsg = false;
-    options.UseWizard = true;
-    options.SaveNonOptions();
-    EXPECT_EQ(testsupport::ValueNames(L"\\StartActivity"), Strings{L"ShowDropDblClickMsg"});
 }
 
 TEST_F(AppOptionsTest, CopyKeepsTheDestinationHistoryWhenTheSourceHistoryIsEmpty) {

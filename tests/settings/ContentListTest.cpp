@@ -101,26 +101,6 @@ TEST_F(ContentListTest, PathsThatHaveGoneAreDroppedAndTheOthersKeepTheirOrder) {
     EXPECT_EQ(list.Filter, nullptr);
 }
 
-TEST_F(ContentListTest, FilterStateZeroLeavesTheFilterAsItWas) {
-    WriteJobFile("[FolderFilter]\r\nFolderFilterState=0\r\nMask=*.jpg\r\nByDate=1\r\nSince=3\r\n");
-    CNewArchiveContentList list;
-    list.GetNewFilterObject();
-    list.Filter->Mask = L"*.keep";
-    list.ReadFromIni(JobFile().c_str());
-    ASSERT_NE(list.Filter, nullptr);
-    EXPECT_EQ(list.Filter->Mask, L"*.keep");
-    EXPECT_FALSE(list.Filter->ByDate);
-}
-
-TEST_F(ContentListTest, AnEmptyMaskIsSavedAsStarDotStar) {
-    CFilterObject filter;
-    filter.SaveToIni(L"FolderFilter", JobFile().c_str());
-    EXPECT_EQ(filter.Mask, L"*.*");
-    CFilterObject read;
-    read.ReadFromIni(L"FolderFilter", JobFile().c_str());
-    EXPECT_EQ(read.Mask, L"*.*");
-}
-
 TEST_F(ContentListTest, MissingFilterKeysTakeTheJobFilesAssumptions) {
     WriteJobFile("[FolderFilter]\r\nFolderFilterState=1\r\n");
     CFilterObject filter;

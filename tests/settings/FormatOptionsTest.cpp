@@ -1,5 +1,5 @@
-// CFormatOptionsRepository: defaults, the level and extent table from the
-// engine's vnkx ranges with its copying quirks, the simple preset, the
+// CFormatOptionsRepository: the level and extent table from the engine's
+// vnkx ranges with its copying quirks, the simple preset, the
 // registry in both modes, and the job file with its two quirks.
 #include <gtest/gtest.h>
 
@@ -26,22 +26,6 @@ LONG EngineRange(CEngine &engine, int method, const char *name) {
 }
 
 using FormatOptionsTest = testsupport::JobFileTest;
-
-TEST_F(FormatOptionsTest, DefaultsAreSetAndNothingIsReadAtConstruction) {
-    OptionKey(L"\\ZipFormatOptions", true).Write(L"CompressionLevel", DWORD{9});
-    CFormatOptionsRepository options;
-    EXPECT_EQ(options.ZipCompressionLevel, 6u);
-    EXPECT_TRUE(options.VnkxUseSimple);
-    EXPECT_EQ(options.SimpleVnkxMethod, 3u);
-
-    // A copy takes neither the engine nor the table.
-    CEngine engine;
-    options.Engine = &engine;
-    options.LevelAndExtentTable[2][kLevelDefault] = 42;
-    CFormatOptionsRepository copy(&options);
-    EXPECT_EQ(copy.Engine, nullptr);
-    EXPECT_EQ(copy.LevelAndExtentTable[2][kLevelDefault], -1);
-}
 
 TEST_F(FormatOptionsTest, LevelAndExtentTableFollowsTheEngineWithItsThreeCopyingExceptions) {
     CEngine engine;

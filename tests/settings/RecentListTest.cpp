@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr const wchar_t *kRoot = L"Software\\Orvane Labs\\Varnick";
 constexpr const wchar_t *kListKey = L"Software\\Orvane Labs\\Varnick\\RecentList";
 
 class RecentListTest : public testsupport::HomeTest {
@@ -85,20 +84,6 @@ TEST_F(RecentListTest, LimitCutsSizeItemsAndSaveButNotTheArray) {
     CRecentList reread;
     EXPECT_EQ(Items(reread),
               (std::vector<std::wstring>{files[5], files[4], files[3], files[2], files[1]}));
-}
-
-TEST_F(RecentListTest, StoredRecentListSizeIsTheLimit) {
-    CRegistry root;
-    root.SetAppKey(kRoot);
-    root.CreateAppKey(kRoot);
-    DWORD size = 2;
-    root.WriteRegSetting(L"RecentListSize", &size);
-    for (int i = 0; i < 3; ++i)
-        Store(std::to_wstring(i).c_str(), MakeFile("g" + std::to_string(i)));
-
-    CRecentList list;
-    EXPECT_EQ(list.GetSize(), 2u);
-    EXPECT_STREQ(list.GetItem(2), L"");
 }
 
 TEST_F(RecentListTest, ReadDeletesGoneFilesAndSaveClosesTheGaps) {
