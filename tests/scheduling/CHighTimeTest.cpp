@@ -35,15 +35,6 @@ void ExpectDate(const CHighTime &time, int year, int month, int day, int dayOfYe
 
 }  // namespace
 
-TEST(CHighTimeTest, FirstDayOf1601IsTickZeroAndAMonday) {
-    CHighTime origin(1601, 1, 1, 0, 0, 0, 0, 0, 0);
-    EXPECT_EQ(origin.GetStatus(), CHighTime::valid);
-    EXPECT_EQ(static_cast<__int64>(origin), 0);
-    EXPECT_EQ(origin.GetDayOfWeek(), 2);
-    EXPECT_EQ(origin.GetDayOfYear(), 1);
-    EXPECT_EQ(origin, CHighTime());
-}
-
 TEST(CHighTimeTest, YearBeyond29000AndMonthOutsideTheYearAreInvalid) {
     EXPECT_EQ(CHighTime(29001, 1, 1, 0, 0, 0).GetStatus(), CHighTime::invalid);
     EXPECT_EQ(CHighTime(-29001, 1, 1, 0, 0, 0).GetStatus(), CHighTime::invalid);
@@ -72,20 +63,6 @@ TEST(CHighTimeTest, FailedSetKeepsTheTicksAndGettersGiveMinusOne) {
     EXPECT_EQ(time.GetStatus(), CHighTime::valid);
 }
 
-TEST(CHighTimeTest, LeapDayAndLastDayOf2000ConvertBothWays) {
-    CHighTime leapDay(2000, 2, 29, 12, 0, 0);
-    EXPECT_EQ(static_cast<__int64>(leapDay), ExpectedTicks(2000, 2, 29, 12));
-    ExpectDate(leapDay, 2000, 2, 29, 60);
-    ExpectDate(CHighTime(ExpectedTicks(2000, 2, 29)), 2000, 2, 29, 60);
-    ExpectDate(CHighTime(ExpectedTicks(2000, 3, 1)), 2000, 3, 1, 61);
-
-    CHighTime lastDay(2000, 12, 31, 23, 59, 59, 999, 999, 900);
-    EXPECT_EQ(static_cast<__int64>(lastDay), ExpectedTicks(2001, 1, 1) - 1);
-    ExpectDate(lastDay, 2000, 12, 31, 366);
-    EXPECT_EQ(lastDay.GetNanoSecond(), 900);
-    ExpectDate(CHighTime(ExpectedTicks(2000, 12, 31)), 2000, 12, 31, 366);
-}
-
 TEST(CHighTimeTest, ExcessDayAndClockFieldsCarryForward) {
     CHighTime february31(2001, 2, 31, 0, 0, 0);
     EXPECT_EQ(february31.GetStatus(), CHighTime::valid);
@@ -112,16 +89,6 @@ TEST(CHighTimeTest, NanosecondsRoundToTheNearestTickFromFifty) {
     EXPECT_EQ(time.GetMilliSecond(), 1);
     EXPECT_EQ(time.GetMicroSecond(), 2);
     EXPECT_EQ(time.GetNanoSecond(), 400);
-}
-
-TEST(CHighTimeTest, SetDateAndSetTimeResetTheOtherHalf) {
-    CHighTime time(2026, 11, 22, 1, 41, 46, 7, 8, 900);
-    time.SetDate(2026, 5, 6);
-    EXPECT_EQ(static_cast<__int64>(time), ExpectedTicks(2026, 5, 6));
-    time.SetTime(1, 2, 3);
-    EXPECT_EQ(static_cast<__int64>(time), ExpectedTicks(1601, 1, 1, 1, 2, 3));
-    time.SetFracTime(4, 5, 600);
-    EXPECT_EQ(static_cast<__int64>(time), 40056);
 }
 
 TEST(CHighTimeTest, RoundTripsAgreeWithAnIndependentCalendar) {
@@ -244,15 +211,6 @@ TEST(CHighTimeTest, SystemTimeAndFileTimeConversions) {
     EXPECT_EQ(static_cast<__int64>(assigned), 42);
 }
 
-TEST(CHighTimeTest, PresentTimeIsTheLocalClock) {
-    SYSTEMTIME local{};
-    GetLocalTime(&local);
-    CHighTime now = CHighTime::GetPresentTime();
-    CHighTimeSpan gap = now - CHighTime(local);
-    EXPECT_LT(gap.GetTotalSeconds(), 5);
-    EXPECT_GT(gap.GetTotalSeconds(), -5);
-}
-
 TEST(CHighTimeTest, FormatOfInvalidAndNullValues) {
     CHighTime invalid(2026, 13, 1, 0, 0, 0);
     EXPECT_EQ(Formatted(invalid, L"%Y"), L"Invalid datetime");
@@ -289,14 +247,6 @@ TEST(CHighTimeTest, FormatFractionCodesShowTheByteCountSlip) {
     EXPECT_EQ(Formatted(time, L"%S.%s"), L"06.04");
     EXPECT_EQ(Formatted(time, L"%u"), L"60");
     EXPECT_EQ(Formatted(time, L"<%#n>"), L"<70n>");
-}
-
-TEST(CHighTimeTest, FindStrSearchesFromStart) {
-    EXPECT_EQ(CHighTime::FindStr(L"a%sb%s", L"%s", 0), 1);
-    EXPECT_EQ(CHighTime::FindStr(L"a%sb%s", L"%s", 2), 4);
-    EXPECT_EQ(CHighTime::FindStr(L"a%sb%s", L"%s", 5), -1);
-    EXPECT_EQ(CHighTime::FindStr(L"a%sb%s", L"%s", 7), -1);
-    EXPECT_EQ(CHighTime::FindStr(L"abc", L"%s", 0), -1);
 }
 
 TEST(CHighTimeTest, ReplaceStrWritesOnlyHalfOfEachCopy) {

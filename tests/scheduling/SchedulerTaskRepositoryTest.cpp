@@ -1,7 +1,6 @@
 #include "CSchedulerTaskRepository.h"
 
 #include <gtest/gtest.h>
-#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -194,50 +193,9 @@ TEST_F(SchedulerTaskRepositoryTest, TriggerWithZeroFirstWordOrTooLongLeavesTheDe
     EXPECT_EQ(longer.m_Trigger.wEndYear, 0);
 }
 
-TEST_F(SchedulerTaskRepositoryTest, CopyTakesEveryMemberIncludingTheTriggerBytes) {
-    CSchedulerTaskRepository source(nullptr, TaskFile("a.varnicktask").c_str());
-    source.m_AccountPassword = L"pw";
-    source.m_NextRun = SYSTEMTIME{2030, 12, 2, 31, 23, 59, 0, 0};
-    source.m_Trigger = WeeklyTrigger();
-
-    CSchedulerTaskRepository target(nullptr, TaskFile("b.varnicktask").c_str());
-    target.Copy(&source);
-    CSchedulerTaskRepository constructed(source);
-    for (const CSchedulerTaskRepository *copy : {&target, &constructed}) {
-        EXPECT_EQ(copy->m_TaskFile, source.m_TaskFile);
-        EXPECT_EQ(copy->m_AccountPassword, L"pw");
-        EXPECT_TRUE(SameBytes(&copy->m_NextRun, &source.m_NextRun, sizeof(SYSTEMTIME)));
-        EXPECT_TRUE(SameBytes(&copy->m_Trigger, &source.m_Trigger, sizeof(TASK_TRIGGER)));
-    }
-}
-
 TEST(SchedulerTaskRepositoryDeathTest, DefaultConstructorAbortsWithoutADebugger) {
     ASSERT_FALSE(IsDebuggerPresent());
     EXPECT_DEATH({ CSchedulerTaskRepository guard; }, "");
-}
-
-TEST(DebuggerTest, BreakStopsInAnAttachedTracerWhichMayContinue) {
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(2);
-        raise(SIGSTOP);  // let the tracer take hold
-        DebugBreak();
-        _exit(IsDebuggerPresent() ? 0 : 3);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    if (WIFEXITED(status)) GTEST_SKIP() << "tracing is not permitted here";
-    ASSERT_TRUE(WIFSTOPPED(status));
-    ASSERT_EQ(WSTOPSIG(status), SIGSTOP);
-    ptrace(PTRACE_CONT, child, nullptr, nullptr);
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSTOPPED(status));
-    EXPECT_EQ(WSTOPSIG(status), SIGTRAP);
-    ptrace(PTRACE_CONT, child, nullptr, nullptr);  // the signal is swallowed
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 }  // namespace
