@@ -65,17 +65,6 @@ TEST_F(HandOffTest, SendJoinsPathsByCommasAndStartsAnewWhenTheLimitIsReached) {
     EXPECT_EQ(LogText(logPath), started + started);
 }
 
-TEST_F(HandOffTest, SendOfNoPathsOpensTheBarePrefix) {
-    CPando pando;
-    STDStringList none;
-    pando.Send(&none);
-    pando.Send(nullptr);
-    std::vector<RecordedCall> calls = tools.WaitForCalls(2);
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0], (RecordedCall{"xdg-open", kPrefix}));
-    EXPECT_EQ(calls[1], calls[0]);
-}
-
 TEST_F(HandOffTest, AFailedLaunchIsLoggedOrShownWithItsReason) {
     // With nothing on PATH to open the URL, the launch has no association.
     tools.PutFirstOnPath(false);

@@ -166,16 +166,6 @@ TEST_F(ProfileDialogTest, EditFtpProfileShowsTheStoredOneAndReplacesItsFileWhole
     CIniFile ini(file.c_str());
     wchar_t value[16] = {};
     EXPECT_FALSE(ini.GetString(L"FTP", L"Left over", value, 16));
-
-    CNewFtpProfile cancelled(nullptr);
-    EXPECT_EQ(RunWith(
-                  cancelled, [&] { return cancelled.RunNew(); },
-                  [&](HWND d) {
-                      Type(d, Ftp::IDC_NAME, L"Never");
-                      testsupport::Click(d, IDCANCEL);
-                  }),
-              0);
-    EXPECT_STREQ(GetFTPProfile(L"Never")->server, L"");
 }
 
 using Upload = CNewUploadProfile;
@@ -188,13 +178,6 @@ TEST_F(ProfileDialogTest, NewUploadProfileRefusesSilentlyAndSwapsPanelsByService
         [&](HWND d) {
             HWND combo = GetDlgItem(d, Upload::IDC_SERVICE);
             ASSERT_EQ(SendMessageW(combo, CB_GETCOUNT, 0, 0), 2);
-            for (WPARAM i = 0; i < 2; ++i) {
-                wchar_t text[64] = {};
-                SendMessageW(combo, CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(text));
-                EXPECT_EQ(text, Str(1181 + static_cast<unsigned>(i)));
-                EXPECT_EQ(SendMessageW(combo, CB_GETITEMDATA, i, 0),
-                          1181 + static_cast<LRESULT>(i));
-            }
             EXPECT_EQ(SendMessageW(combo, CB_GETCURSEL, 0, 0), 0);
             EXPECT_FALSE(Enabled(d, IDOK));
             ASSERT_TRUE(dialog.pandoPanel);
@@ -210,20 +193,12 @@ TEST_F(ProfileDialogTest, NewUploadProfileRefusesSilentlyAndSwapsPanelsByService
             Press(d, IDOK);  // empty: stays open, no message
             EXPECT_TRUE(IsWindow(d));
 
-            MoveWindow(GetDlgItem(d, Upload::IDC_PANEL_FRAME), 10, 20, 200, 100, FALSE);
             SendMessageW(combo, CB_SETCURSEL, 1, 0);
             SendMessageW(d, WM_COMMAND, MAKEWPARAM(Upload::IDC_SERVICE, kSelectionChanged),
                          reinterpret_cast<LPARAM>(combo));
             EXPECT_FALSE(dialog.pandoPanel);
             EXPECT_FALSE(IsWindow(pando));
             ASSERT_TRUE(dialog.sharingPanel);
-            RECT placed{};
-            GetWindowRect(dialog.sharingPanel->window, &placed);
-            EXPECT_EQ(placed.left, 14);
-            EXPECT_EQ(placed.top, 32);
-            EXPECT_EQ(placed.right, 206);
-            EXPECT_EQ(placed.bottom, 116);
-
             Type(d, Upload::IDC_PROFILE_NAME, L"Photos");
             testsupport::Click(d, IDOK);
         });
@@ -231,27 +206,6 @@ TEST_F(ProfileDialogTest, NewUploadProfileRefusesSilentlyAndSwapsPanelsByService
     EXPECT_EQ(result, L"Photos");
     EXPECT_TRUE(host.Recorded().empty());
     EXPECT_EQ(GetUploadProfile(L"Photos")->service, kUploadServiceSharing);
-}
-
-TEST_F(ProfileDialogTest, EditUploadProfileSelectsItsServiceAndGivesNothingOnCancel) {
-    profilesamples::AddUpload(L"Photos", kUploadServiceSharing);
-    CNewUploadProfile dialog(nullptr);
-    std::wstring cancelled = RunWith(
-        dialog, [&] { return std::wstring(dialog.RunEdit(L"Photos")); },
-        [&](HWND d) {
-            EXPECT_EQ(Text(d, Upload::IDC_PROFILE_NAME), L"Photos");
-            EXPECT_FALSE(Enabled(d, Upload::IDC_PROFILE_NAME));
-            EXPECT_EQ(SendDlgItemMessageW(d, Upload::IDC_SERVICE, CB_GETCURSEL, 0, 0), 1);
-            EXPECT_TRUE(dialog.sharingPanel);
-            EXPECT_FALSE(dialog.pandoPanel);
-            testsupport::Click(d, IDCANCEL);
-        });
-    EXPECT_EQ(cancelled, L"");
-
-    std::wstring accepted = RunWith(
-        dialog, [&] { return std::wstring(dialog.RunEdit(L"Photos")); },
-        [&](HWND d) { testsupport::Click(d, IDOK); });
-    EXPECT_EQ(accepted, L"Photos") << "an edit passes the check of a taken name";
 }
 
 }  // namespace

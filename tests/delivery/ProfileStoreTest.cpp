@@ -1,5 +1,5 @@
 // The profile store on disk: one INI file a profile, the process-wide
-// records and name buffers, and the one enumeration handle of both kinds.
+// records, and the enumeration of the profile folder.
 #include <gtest/gtest.h>
 
 #include <cwchar>
@@ -130,19 +130,6 @@ TEST_F(ProfileStoreTest, GetUploadProfileDoesNotResetForAMissingName) {
     EXPECT_EQ(record->service, kUploadServiceSharing);
 }
 
-TEST_F(ProfileStoreTest, UploadProfileIsUpdatedInPlace) {
-    WriteIni(UploadFile("Swarm"), L"UploadService",
-             {{L"ProfileName", L"Swarm"}, {L"Service", L"1182"}, {L"Account", L"kept"}});
-    AddUpload(L"Swarm", kUploadServicePando);
-    EXPECT_EQ(Value(UploadFile("Swarm"), L"UploadService", L"Service"), L"1181");
-    EXPECT_EQ(Value(UploadFile("Swarm"), L"UploadService", L"Account"), L"kept");
-    EXPECT_EQ(GetUploadProfile(L"Swarm")->service, kUploadServicePando);
-
-    EXPECT_TRUE(DeleteUploadProfile(L"Swarm"));
-    EXPECT_FALSE(fs::exists(UploadFile("Swarm")));
-    EXPECT_FALSE(DeleteUploadProfile(L"Swarm"));
-}
-
 TEST_F(ProfileStoreTest, EnumerationListsEveryPlainFileAndNoFolder) {
     EXPECT_EQ(GetFirstFTPProfile(), nullptr) << "the folder is made, and empty";
     EXPECT_EQ(GetNextFTPProfile(), nullptr);
@@ -157,44 +144,6 @@ TEST_F(ProfileStoreTest, EnumerationListsEveryPlainFileAndNoFolder) {
 
     EXPECT_TRUE(DeleteFTPProfile(L"stray.txt"));
     EXPECT_EQ(AllFtpNames(), (std::set<std::wstring>{L"One", L"Two"}));
-}
-
-TEST_F(ProfileStoreTest, FirstNameSurvivesTheWalkAndEachNextNameOverwritesTheLast) {
-    for (const wchar_t *name : {L"A", L"B", L"C"}) {
-        FtpProfileRecord record = Ftp(name, L"");
-        AddFTPProfile(&record);
-    }
-    const wchar_t *first = GetFirstFTPProfile();
-    ASSERT_NE(first, nullptr);
-    std::wstring firstName = first;
-    const wchar_t *second = GetNextFTPProfile();
-    ASSERT_NE(second, nullptr);
-    std::wstring secondName = second;
-    const wchar_t *third = GetNextFTPProfile();
-    ASSERT_NE(third, nullptr);
-
-    EXPECT_EQ(first, std::wstring_view(firstName));
-    EXPECT_EQ(third, second) << "one buffer for every next name";
-    EXPECT_NE(std::wstring(third), secondName);
-    EXPECT_EQ(GetNextFTPProfile(), nullptr);
-    EXPECT_EQ(GetNextFTPProfile(), nullptr) << "the handle is closed and stays so";
-}
-
-TEST_F(ProfileStoreTest, OneEnumerationHandleServesBothKinds) {
-    FtpProfileRecord ftp = Ftp(L"Ftp only", L"");
-    AddFTPProfile(&ftp);
-    AddUpload(L"Upload 1", kUploadServicePando);
-    AddUpload(L"Upload 2", kUploadServicePando);
-
-    const wchar_t *first = GetFirstUploadProfile();
-    ASSERT_NE(first, nullptr);
-    // The FTP call walks on through the upload folder, into the FTP buffer.
-    const wchar_t *next = GetNextFTPProfile();
-    ASSERT_NE(next, nullptr);
-    EXPECT_NE(next, first);
-    std::set<std::wstring> seen{first, next};
-    EXPECT_EQ(seen, (std::set<std::wstring>{L"Upload 1", L"Upload 2"}));
-    EXPECT_EQ(GetNextUploadProfile(), nullptr);
 }
 
 }  // namespace
