@@ -87,31 +87,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ChangeFileAssociationsTest, RowsShowEveryKindCheckedAsItIsAssociated) {
-    SetClassesText(L".rar", nullptr, L"Varnick.Archive.Open.Rar");
-    CChangeFileAssociations dialog(nullptr);
-    std::vector<ListRow> rows;
-    std::vector<bool> checks;
-    DWORD style = 0;
-    const bool ok = RunWith(dialog, [&](HWND window) {
-        rows = Rows(window);
-        checks = Checks(window);
-        style = platform::ReadControl(window, CChangeFileAssociations::IDC_ASSOCIATION_LIST)
-                    .state.listViewStyle;
-        Click(window, IDCANCEL);
-    });
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(style & LVS_EX_CHECKBOXES, LVS_EX_CHECKBOXES);
-    ASSERT_EQ(rows.size(), kFileAssociationCount);
-    EXPECT_EQ(checks, OnlyChecked({kRarRow}));
-    ASSERT_EQ(rows[kZipRow].texts.size(), 3u);
-    EXPECT_EQ(rows[kZipRow].texts[0], CAppUtils::LoadString(364));
-    EXPECT_EQ(rows[kZipRow].texts[1], CAppUtils::LoadString(365));
-    EXPECT_EQ(rows[kZipRow].texts[2], CAppUtils::LoadString(366));
-    EXPECT_EQ(rows[1].texts[1], CAppUtils::LoadString(1184));
-    EXPECT_EQ(rows[38].texts[1], CAppUtils::LoadString(1137));
-}
-
 TEST_F(ChangeFileAssociationsTest, RequestedRowIsOfferedInvertedOnceAndCancelChangesNothing) {
     SetClassesText(L".rar", nullptr, L"Varnick.Archive.Open.Rar");
     RequestInversion(kRarRow);

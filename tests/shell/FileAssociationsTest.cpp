@@ -54,22 +54,6 @@ protected:
 
 }  // namespace
 
-TEST(FileAssociationTable, EveryKindInOrderWithAnExtensionOfItsOwn) {
-    const FILEASSOCIATIONS table;
-    std::set<std::wstring> extensions;
-    for (std::size_t i = 0; i < kFileAssociationCount; ++i) {
-        EXPECT_EQ(table.entries[i].associated, FALSE);
-        EXPECT_EQ(table.entries[i].type, kFileAssociationTypes[i]);
-        const std::wstring extension = GetFormatExtension(kFileAssociationTypes[i]);
-        EXPECT_EQ(extension.rfind(L'.', 0), 0u) << "kind " << kFileAssociationTypes[i];
-        extensions.insert(extension);
-    }
-    EXPECT_EQ(extensions.size(), kFileAssociationCount) << "two kinds would fight over a key";
-    EXPECT_EQ(kFileAssociationTypes[0], format::vnkx);
-    EXPECT_EQ(kFileAssociationTypes[3], format::zip);
-    EXPECT_EQ(kFileAssociationTypes[38], format::ustar);
-}
-
 TEST_F(FileAssociationsTest, ProgIdsAndTaskClassAreWrittenAndNoArchiveExtensionIsTouched) {
     const std::wstring viewer = platform::JoinPath(CAppUtils::GetExePath(), L"Varnick14.exe");
     const std::wstring scheduler = platform::JoinPath(CAppUtils::GetExePath(), L"Scheduler.exe");
@@ -152,14 +136,6 @@ TEST_F(FileAssociationsTest, KindWithNothingBeforeIsLeftEmptyWithoutContentType)
     EXPECT_EQ(ClassesText(L".arj"), L"");
     EXPECT_FALSE(ClassesText(L".arj", L"Content Type"));
     EXPECT_FALSE(IsAssociatedWithVarnick(format::arj));
-}
-
-TEST_F(FileAssociationsTest, ClaimKeepsThePreviousValueEvenBeforeTheProgIdsExist) {
-    ASSERT_EQ(SHDeleteKeyW(HKEY_CLASSES_ROOT, L"Varnick.Archive.Open.Tar"), ERROR_SUCCESS);
-    SetClassesText(L".tar", nullptr, L"OtherTool.tar");
-    ASSERT_TRUE(SetFileAssociation(format::tar, 1, false));
-    ASSERT_TRUE(SetFileAssociation(format::tar, 0, false));
-    EXPECT_EQ(ClassesText(L".tar"), L"OtherTool.tar");
 }
 
 TEST_F(FileAssociationsTest, AnotherOfTheProductsProgIdsIsLeftInPlaceOnRelease) {
