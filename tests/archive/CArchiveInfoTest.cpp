@@ -113,16 +113,6 @@ TEST_F(CArchiveInfoTest, MissingFilesAndNonArchivesStopWithTheirMessages) {
     EXPECT_NE(ErrorFileText().find("OpenArchive"), std::string::npos);
 }
 
-TEST_F(CArchiveInfoTest, SelfExtractingNamesAreNeverChangedInPlace) {
-    std::filesystem::path zip = SampleZip();
-    std::filesystem::copy_file(zip, work / "setup.exe");
-    auto archive = MakeArchive(work / "setup.exe");
-    ASSERT_TRUE(archive->GetArchiveInfo(false));
-    EXPECT_EQ(archive->accessMode, 7u);
-    EXPECT_EQ(archive->modeText, Text(309)) << "the text still names what the engine allows";
-    EXPECT_EQ(archive->fileCount, 3u);
-}
-
 TEST_F(CArchiveInfoTest, EncryptedZipPromptsOnceAndACancelIsNotAskedAgain) {
     Put("enc/one.txt", "1");
     Put("enc/two.txt", "2");
@@ -211,31 +201,6 @@ TEST_F(CArchiveInfoTest, VnkxInfoCommentAndItemEncryption) {
     EXPECT_TRUE(Item(*locked, L"a.txt")->encrypted);
     locked->encrypted = false;
     EXPECT_TRUE(locked->IsEncrypted()) << "the items of a vnkx are walked";
-}
-
-TEST_F(CArchiveInfoTest, FirstSegmentByNameAndIndexFiles) {
-    CArchive archive(parent, &engine, appOptions.get(), formatOptions.get());
-    archive.SetArchiveName(Wide(work / (Text(763) + L"photos.vidx")).c_str());
-    EXPECT_TRUE(archive.IsFirstVnkxSegment()) << "an index file, at once";
-    EXPECT_EQ(archive.archiveObject, nullptr);
-    archive.SetArchiveName(Wide(work / "photos.part01.vnkx").c_str());
-    EXPECT_TRUE(archive.IsFirstVnkxSegment());
-    archive.SetArchiveName(Wide(work / "photos.part02.vnkx").c_str());
-    EXPECT_FALSE(archive.IsFirstVnkxSegment());
-}
-
-TEST_F(CArchiveInfoTest, ViewableFollowsWhatTheEngineCanList) {
-    CArchive archive;
-    CArchiveObject object(&archive);
-    CArchiveInfo info(&object, &archive);
-    for (format::type listed : {format::zip, format::vnkx, format::sevenz, format::tar, format::tgz,
-                                format::rar, format::cab, format::hqx}) {
-        EXPECT_TRUE(info.Viewable(listed)) << listed;
-    }
-    for (format::type single : {format::gz, format::bz2, format::z, format::lzma, format::arj,
-                                format::exe, format::vidx, format::unknown}) {
-        EXPECT_FALSE(info.Viewable(single)) << single;
-    }
 }
 
 }  // namespace

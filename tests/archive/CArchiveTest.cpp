@@ -1,4 +1,4 @@
-// The facade: its defaults, the small operations, the job-file section, and
+// The facade: the shared archive object, the job-file section, and
 // threaded runs end to end through a worker, the notifications and the
 // progress window.
 #include <gtest/gtest.h>
@@ -15,60 +15,6 @@ namespace {
 
 using archivetest::EndLog;
 using archivetest::FacadeTest;
-
-TEST_F(FacadeTest, ConstructorsSetTheDefaultsTheTempFolderAndTheStoredFormat) {
-    CArchive bare;
-    EXPECT_FALSE(bare.hasWindow);
-    EXPECT_EQ(bare.engine, nullptr);
-    EXPECT_EQ(bare.appOptions, nullptr);
-    std::filesystem::path temp = bare.tempFolder;
-    EXPECT_EQ(temp.filename(), "Temp");
-    EXPECT_EQ(temp.parent_path().filename(), "Orvane Labs");
-    EXPECT_TRUE(std::filesystem::is_directory(temp));
-    EXPECT_NE(Wide(temp).find(Wide(home.Path())), std::wstring::npos);
-    EXPECT_EQ(bare.formatType, format::zip) << "nothing stored";
-    EXPECT_EQ(bare.accessMode, 255u);
-    EXPECT_EQ(bare.folderCount, 1u);
-    EXPECT_EQ(bare.operationKind, ARCHIVE_OPERATION_OTHER);
-    EXPECT_TRUE(bare.showProgress);
-    EXPECT_TRUE(bare.refreshAfterChange);
-
-    CRegistry registry;
-    registry.CreateAppKey(L"Software\\Orvane Labs\\Varnick\\StartActivity");
-    DWORD stored = format::sevenz;
-    ASSERT_TRUE(registry.WriteRegSetting(L"FormatType", &stored));
-    appOptions->TempFolder = L"/somewhere/temp";
-    auto full = MakeArchive(work / "a.zip");
-    EXPECT_TRUE(full->hasWindow);
-    EXPECT_EQ(full->tempFolder, L"/somewhere/temp");
-    EXPECT_EQ(full->formatType, format::sevenz);
-    EXPECT_EQ(full->parentWindow, parent);
-}
-
-TEST_F(FacadeTest, SmallOperationsWithoutAnArchiveObjectDoNothing) {
-    auto archive = MakeArchive(work / "a.zip");
-    EXPECT_FALSE(archive->Busy());
-    archive->Cancel();
-    EXPECT_FALSE(archive->IsProgressUp());
-    EXPECT_EQ(archive->GetProgressDlgHwnd(), nullptr);
-    EnableWindow(parent, FALSE);
-    archive->DisposeOfProgress();
-    EXPECT_TRUE(IsWindowEnabled(parent)) << "the parent is enabled all the same";
-    EXPECT_EQ(archive->archiveObject, nullptr);
-
-    std::vector<std::wstring> none;
-    EXPECT_FALSE(archive->RemoveFrom(&none));
-    EXPECT_FALSE(archive->IsProgressUp()) << "an empty removal starts nothing";
-    EXPECT_FALSE(archive->changed);
-
-    CNewArchiveContentList *list = archive->GetNewArchiveContentList();
-    ASSERT_NE(list, nullptr);
-    archive->FreeNewArchiveContentList(list);
-    archive->FreeNewArchiveContentList(nullptr);
-    archive->RunSilent(stderr);
-    EXPECT_TRUE(archive->silent);
-    EXPECT_EQ(archive->silentLog, stderr);
-}
 
 // Copies share one archive object; only one of them may delete it.
 TEST_F(FacadeTest, CopiesShareTheArchiveObjectQuirk) {

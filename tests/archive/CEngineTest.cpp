@@ -1,8 +1,6 @@
-// The engine session: open in the constructor, close once, the version
-// with and without a session.
+// The engine session: open in the constructor, close once.
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 
 #include "CEngine.h"
@@ -11,10 +9,6 @@
 namespace {
 
 using archivetest::ArchiveTest;
-
-bool IsVersionText(const std::wstring &text) {
-    return std::regex_match(platform::ToUtf8(text), std::regex(R"(\d+\.\d+\.\d+\.\d+)"));
-}
 
 TEST_F(ArchiveTest, EngineOpensInTheConstructorAndClosesOnce) {
     CEngine engine;
@@ -33,19 +27,6 @@ TEST_F(ArchiveTest, EngineOpensInTheConstructorAndClosesOnce) {
     engine.Open();
     EXPECT_TRUE(engine.IsOpen());
     EXPECT_NE(engine.GetEngine(), nullptr);
-}
-
-TEST_F(ArchiveTest, SessionsAreIndependentAndTheVersionNeedsNone) {
-    CEngine first;
-    CEngine second;
-    EXPECT_NE(first.GetEngine(), second.GetEngine());
-    first.Close();
-    // The other session still answers.
-    const std::wstring free = GetEngineVersion();
-    EXPECT_TRUE(IsVersionText(free)) << free;
-    EXPECT_EQ(second.GetEngineVersion(), free);
-    // The member of a closed engine asks without a session.
-    EXPECT_EQ(std::wstring(first.GetEngineVersion()), free);
 }
 
 }  // namespace

@@ -138,30 +138,6 @@ TEST_F(ClassificationTest, CheckForEncryptedReadsTheArchive) {
     }
 }
 
-// Waits for the engine to read 7z archives whose catalogue is enciphered:
-// it answers kEngineEncryptionUnsupported where the open should ask for the
-// password and, unanswered, give kEnginePasswordNeeded.
-TEST_F(ClassificationTest, DISABLED_CheckForEncryptedOfAnArchiveWithEncipheredNames) {
-    ASSERT_TRUE(RunIn(folder, "7zz a -bd -psecret -mhe=on hidden.7z a.txt b.txt"));
-    // The open itself asks for the password, and nobody answers.
-    bool encrypted = false;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "hidden.7z").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_TRUE(encrypted);
-}
-
-TEST_F(ClassificationTest, CheckForEncryptedOfAMissingFileLeavesTheAnswerAlone) {
-    bool encrypted = true;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "gone.zip").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_TRUE(encrypted);
-    encrypted = false;
-    EXPECT_EQ(CheckForEncrypted(engine.GetEngine(), Wide(folder / "gone.zip").c_str(), &encrypted),
-              kEngineOK);
-    EXPECT_FALSE(encrypted);
-    EXPECT_EQ(ErrorFileText().find("CheckForEncrypted"), std::string::npos);
-}
-
 TEST_F(ClassificationTest, CheckForEncryptedLogsAndReturnsEngineFailures) {
     bool encrypted = false;
     EngineResult result =

@@ -176,51 +176,6 @@ TEST_F(CompressTest, OneArchivePerItemAndTimeStampsNameEachArchive) {
     EXPECT_TRUE(std::filesystem::exists(single->name));
 }
 
-TEST_F(CompressTest, VnkxDebugLinesFollowThePropertyOrder) {
-    CNewArchiveContentList list;
-    list.Files = {Src("a.txt")};
-    formatOptions->VnkxUseSimple = false;
-    formatOptions->RecompressionMask = 0x11;
-    auto detailed = Created(work / "detailed.vnkx", format::vnkx, list);
-    EXPECT_EQ(detailed->lastResult, 0);
-    std::vector<std::string> lines = DebugLines();
-    const std::vector<std::string> names = {
-        "MaxVersion",
-        "CurrentCompressionMethod",
-        "CurrentCompressionLevel",
-        "CurrentCompressionExtent",
-        "CurrentEncodingLevel",
-        "CurrentRedundancyLevel",
-        "Thumbnails",
-        "FoldDuplicates",
-        "CompressionOptimizers",
-        "Recompress",
-        "BlockMode",
-        "Recompression",
-        "RecompressionLevel",
-        "SelfExtracting",
-    };
-    ASSERT_EQ(lines.size(), names.size());
-    for (std::size_t i = 0; i < names.size(); ++i)
-        EXPECT_EQ(lines[i].rfind("kFormatPropertyID" + names[i] + " = ", 0), 0u) << lines[i];
-    EXPECT_EQ(lines[11], "kFormatPropertyIDRecompression = 0x00000011");
-
-    // The simple list: four lines, and never self-extracting.
-    formatOptions->VnkxUseSimple = true;
-    formatOptions->SimpleVnkxMethod = 2;
-    auto simple = MakeArchive(work / "simple.vnkx");
-    simple->formatType = format::vnkx;
-    simple->selfExtracting = true;
-    RunToEnd(*simple, [&] { return simple->CreateFromList(&list); });
-    EXPECT_EQ(simple->lastResult, 0);
-    lines = DebugLines();
-    ASSERT_EQ(lines.size(), names.size() + 4);
-    EXPECT_EQ(lines[14], "kFormatPropertyIDMaxVersion = 7");
-    EXPECT_EQ(lines[15], "kFormatPropertyIDCurrentEncodingLevel = 0");
-    EXPECT_EQ(lines[16], "kFormatPropertyIDCurrentRedundancyLevel = 0");
-    EXPECT_EQ(lines[17], "kFormatPropertyIDSelfExtracting = 0");
-}
-
 // Each retry runs one extent lower; the least extent itself is never tried.
 TEST_F(CompressTest, ExtentTooHighIsRetriedOneLowerEachTimeAndStopsAboveTheLeast) {
     const std::string extent = "kFormatPropertyIDCurrentCompressionExtent = ";

@@ -95,31 +95,6 @@ TEST_F(ConvertTest, WithoutDestinationTheResultLiesBesideTheSourceUnderAFreeName
     ExpectSample(work / "t.vnkx");
 }
 
-TEST_F(ConvertTest, OnlyTheListedSourceExtensionsAreTakenIgnoringCase) {
-    ASSERT_TRUE(RunIn(work / "src", "tar -czf ../t.tgz a.txt docs"));
-    const fs::path zip = Sample("upper.ZIP", "zip");
-    testsupport::WriteBytes(work / "x.rar", "Rar!");
-    const std::size_t before = TopFiles();
-
-    // Into Zip: only vnk, vnkx and tar, so neither a compressed tar nor a
-    // zip.
-    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "t.tgz").c_str(), nullptr));
-    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(zip).c_str(), nullptr));
-    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "x.rar").c_str(), nullptr));
-    EXPECT_FALSE(
-        Converter().ConvertArchiveToVnkx(Wide(work / "x.rar").c_str(), nullptr, nullptr, false));
-    EXPECT_FALSE(Converter().ConvertArchiveToZip(Wide(work / "none.vnkx").c_str(), nullptr));
-    EXPECT_FALSE(Converter().ConvertArchiveToZip(nullptr, nullptr));
-    EXPECT_FALSE(CArchiveConvert(parent, nullptr, formatOptions.get())
-                     .ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, nullptr, false));
-    EXPECT_EQ(TopFiles(), before) << "no transform ran";
-    EXPECT_TRUE(host.Recorded().empty()) << "and nobody was told";
-
-    // Into vnkx: ".ZIP" is a zip.
-    EXPECT_TRUE(Converter().ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, nullptr, false));
-    ExpectSample(work / "upper.vnkx");
-}
-
 TEST_F(ConvertTest, TheTypedPasswordOpensTheSourceAndProtectsTheResult) {
     const fs::path vnkx = Sample("secret.vnkx", "vnkx", L"open sesame");
 

@@ -18,14 +18,6 @@ constexpr unsigned kArchiveErrorTitle = 307;
 
 std::wstring Translated(EngineResult code) { return TranslateEngineError(code); }
 
-TEST_F(ArchiveTest, TranslateEngineErrorNamedResults) {
-    EXPECT_EQ(Translated(0), Text(261));
-    EXPECT_EQ(Translated(kEngineCancelled), Text(262));
-    EXPECT_EQ(Translated(kEngineAccessDenied), Text(303));
-    EXPECT_EQ(Translated(kEngineInternalError), Text(304));
-    EXPECT_FALSE(Text(261).empty());
-}
-
 TEST_F(ArchiveTest, TranslateEngineErrorEngineCodesInStep) {
     // The ends of each run of ids.
     EXPECT_EQ(Translated(17502), Text(263));

@@ -29,18 +29,6 @@ protected:
     }
 };
 
-TEST(ConflictValue, AskBecomesTheEnginesAskingValueAndMergeAddsItsBit) {
-    CAppOptionsRepository options;
-    options.ExpandMergeContents = false;
-    options.ExpandConflictMethod = 0;
-    EXPECT_EQ(expanding::ConflictResolutionValue(options), 2);
-    options.ExpandMergeContents = true;
-    EXPECT_EQ(expanding::ConflictResolutionValue(options), 32770);
-    options.ExpandConflictMethod = 3;
-    options.ExpandMergeContents = false;
-    EXPECT_EQ(expanding::ConflictResolutionValue(options), 3);
-}
-
 TEST_F(ExpandTest, ExpandWholeArchiveWithEachConflictMethod) {
     auto archive = MakeArchive(SampleZip());
     fs::path out = work / "out";

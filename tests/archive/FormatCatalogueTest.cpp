@@ -1,4 +1,4 @@
-// The format catalogue: lookups by name and by engine id, the table, the
+// The format catalogue: lookups by name and by engine id, the
 // quick archive test, and the names for new archives.
 #include <gtest/gtest.h>
 
@@ -17,12 +17,6 @@ namespace {
 
 using archivetest::ArchiveTest;
 
-constexpr unsigned kSegmentedName = 257;
-constexpr unsigned kSelfExtractingName = 258;
-constexpr unsigned kGenericFormatName = 259;
-constexpr unsigned kLimitedAccessText = 308;
-constexpr unsigned kReadWriteText = 309;
-constexpr unsigned kReadOnlyText = 310;
 constexpr unsigned kDefaultArchiveName = 498;
 constexpr unsigned kIndexPrefix = 763;
 
@@ -42,14 +36,6 @@ constexpr format::type kAllFormats[] = {
     format::ustar,   format::exe,    format::vidx,
 };
 
-// Values without a row: the gaps, one past the end, the unknown value.
-const format::type kValuesWithoutRow[] = {
-    static_cast<format::type>(18), static_cast<format::type>(19),
-    static_cast<format::type>(31), static_cast<format::type>(39),
-    static_cast<format::type>(68), static_cast<format::type>(70),
-    static_cast<format::type>(-1), format::unknown,
-};
-
 // Changes the working folder for a scope.
 class WorkingFolder {
 public:
@@ -67,14 +53,6 @@ std::string EngineId(format::type type) {
     std::memset(id, 'x', sizeof id);
     GetFormatID(type, id);
     return id;
-}
-
-TEST(FormatCatalogue, EnumerationIsThirtyTwoBitsWithNinetyNineForUnknown) {
-    static_assert(sizeof(format::type) == 4);
-    EXPECT_EQ(format::unknown, 99);
-    EXPECT_EQ(format::vidx, 69);
-    EXPECT_EQ(format::rar, 20);
-    EXPECT_EQ(format::apple, 40);
 }
 
 // A name and the value its ending leads to.
@@ -127,22 +105,6 @@ TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
     });
 }
 
-TEST(FormatCatalogue, PathLookupWithoutAKnownEndingIsUnknown) {
-    EXPECT_EQ(GetFormatType(L"README"), format::unknown);
-    EXPECT_EQ(GetFormatType(L"a.txt"), format::unknown);
-    EXPECT_EQ(GetFormatType(L""), format::unknown);
-    EXPECT_EQ(GetFormatType(static_cast<const wchar_t *>(nullptr)), format::unknown);
-    // Formats reached only by content have no ending here.
-    EXPECT_EQ(GetFormatType(L"a.pf"), format::unknown);
-    EXPECT_EQ(GetFormatType(L"a.btoa"), format::unknown);
-
-    EXPECT_FALSE(IsArchiveOfFormat(L"", format::unknown));
-    EXPECT_FALSE(IsArchiveOfFormat(nullptr, format::unknown));
-    EXPECT_TRUE(IsArchiveOfFormat(L"a.txt", format::unknown));
-    EXPECT_TRUE(IsArchiveOfFormat(L"a.tar.gz", format::targz));
-    EXPECT_FALSE(IsArchiveOfFormat(L"a.tar.bz2", format::tarbz2));
-}
-
 TEST(FormatCatalogue, EngineIdLookupIsExactAndNotTheInverseOfGetFormatID) {
     EXPECT_EQ(GetFormatType("vnk5"), format::vnk);
     EXPECT_EQ(GetFormatType("vnk"), format::vnk);
@@ -171,68 +133,6 @@ TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
         ASSERT_NE(back, format::unknown) << id;
         EXPECT_EQ(EngineId(back), id) << type;
     }
-}
-
-TEST_F(ArchiveTest, TableColumnsForSelectedRows) {
-    EXPECT_EQ(EngineId(format::zip), "zip");
-    EXPECT_EQ(EngineId(format::vnk), "vnk5");
-    EXPECT_EQ(EngineId(format::exe), "vnk5");
-    EXPECT_EQ(EngineId(format::tz), "compress");
-    EXPECT_EQ(EngineId(format::vidx), "vnkx");
-    EXPECT_EQ(EngineId(format::cab), "cab");
-    EXPECT_EQ(EngineId(format::lzh), "");
-    EXPECT_EQ(EngineId(format::uue), "uu");
-
-    EXPECT_STREQ(GetFormatExtension(format::vnkseg), L".vnk.1");
-    EXPECT_STREQ(GetFormatExtension(format::vnksegN), L"");
-    EXPECT_STREQ(GetFormatExtension(format::tarbz2), L".tar.bz2");
-    EXPECT_STREQ(GetFormatExtension(format::compact), L"");
-
-    EXPECT_STREQ(GetFormatName(format::zip), L"Zip");
-    EXPECT_STREQ(GetFormatName(format::vnkxhqx), L"Varnick X");
-    EXPECT_STREQ(GetFormatName(format::tlzma), L"LZMA compressed TAR");
-    EXPECT_EQ(GetFormatName(format::vnkseg), Text(kSegmentedName));
-    EXPECT_EQ(GetFormatName(format::sea), Text(kSelfExtractingName));
-    EXPECT_EQ(GetFormatName(format::exe), Text(kSelfExtractingName));
-    EXPECT_EQ(GetFormatName(format::cab), Text(kGenericFormatName));
-    EXPECT_EQ(GetFormatName(format::uu), Text(kGenericFormatName));
-    EXPECT_FALSE(Text(kSegmentedName).empty());
-
-    EXPECT_EQ(GetFormatCapabilities(format::zip), 0x1bbu);
-    EXPECT_EQ(GetFormatCapabilities(format::sevenz), 0x1a0u);
-    EXPECT_EQ(GetFormatCapabilities(format::yenc), 0x100u);
-}
-
-TEST_F(ArchiveTest, ValuesWithoutARowFallToTheDefaults) {
-    for (format::type type : kValuesWithoutRow) {
-        EXPECT_EQ(GetFormatName(type), Text(kGenericFormatName)) << type;
-        EXPECT_STREQ(GetFormatExtension(type), L"") << type;
-        EXPECT_EQ(EngineId(type), "") << type;
-        EXPECT_EQ(GetFormatCapabilities(type), 0u) << type;
-    }
-}
-
-TEST(FormatCatalogue, CapabilityBitsFollowTheFamilies) {
-    for (format::type type : kAllFormats) {
-        std::uint32_t bits = GetFormatCapabilities(type);
-        EXPECT_TRUE(bits & 0x100) << type;
-        bool vnkxFamily = type == format::vnkx || type == format::vnkxbin ||
-                          type == format::vnkxhqx || type == format::vidx;
-        EXPECT_EQ((bits & 0x200) != 0, vnkxFamily) << type;
-    }
-    // Many items: containers yes, one-file compressors and encodings no.
-    EXPECT_TRUE(GetFormatCapabilities(format::zip) & kFormatHoldsManyItems);
-    EXPECT_TRUE(GetFormatCapabilities(format::targz) & kFormatHoldsManyItems);
-    EXPECT_FALSE(GetFormatCapabilities(format::gz) & kFormatHoldsManyItems);
-    EXPECT_FALSE(GetFormatCapabilities(format::hqx) & kFormatHoldsManyItems);
-}
-
-TEST_F(ArchiveTest, AccessModeTexts) {
-    EXPECT_EQ(GetArchiveModeString(7), Text(kReadOnlyText));
-    EXPECT_EQ(GetArchiveModeString(255), Text(kReadWriteText));
-    EXPECT_EQ(GetArchiveModeString(0), Text(kLimitedAccessText));
-    EXPECT_EQ(GetArchiveModeString(3), Text(kLimitedAccessText));
-    EXPECT_NE(Text(kReadOnlyText), Text(kReadWriteText));
 }
 
 TEST(FormatCatalogue, IsArchiveIsANameTest) {
@@ -267,11 +167,6 @@ TEST_F(ArchiveTest, IndexFilesAreKnownByTheirNamesPrefix) {
     EXPECT_FALSE(IsVnkxIndex(nullptr));
 }
 
-TEST(FormatCatalogue, NoNameIsAnIndexWithoutTheResourceText) {
-    CAppUtils::SetCommonHINST(nullptr, nullptr);
-    EXPECT_FALSE(IsVnkxIndex(L"anything.vidx"));
-}
-
 TEST_F(ArchiveTest, UniqueArchiveNameNumbersTakenNames) {
     const fs::path folder = home.Scratch("a");
     const std::wstring source = Wide(folder / "report.txt");
@@ -285,17 +180,6 @@ TEST_F(ArchiveTest, UniqueArchiveNameNumbersTakenNames) {
     // A folder of the same name counts as taken too.
     fs::create_directory(folder / "report_2.zip");
     EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report_3.zip"));
-}
-
-TEST_F(ArchiveTest, UniqueArchiveNameInAnotherFolderKeepsOnlyTheFileName) {
-    const fs::path target = home.Scratch("out");
-    const std::wstring source = Wide(home.Scratch("in") / "data.tar.gz");
-    // Only the last extension goes.
-    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".vnkx", Wide(target).c_str()),
-              Wide(target / "data.tar.vnkx"));
-    testsupport::WriteBytes(target / "data.tar.vnkx", "x");
-    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".vnkx", Wide(target).c_str()),
-              Wide(target / "data.tar_1.vnkx"));
 }
 
 TEST_F(ArchiveTest, UniqueArchiveNameDefaultNameRetryLosesTheName) {

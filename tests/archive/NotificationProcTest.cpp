@@ -116,17 +116,6 @@ protected:
     OpaqueEngineObject *session = nullptr;
 };
 
-TEST_F(NotificationProcTest, FreedOwnerAndMissingObjectAnswerNothingAndTouchNothing) {
-    EXPECT_EQ(NotificationProc(100, 7, nullptr, nullptr), 0);
-    object->cancel = true;
-    CArchive *owner = object->owner;
-    object->owner = reinterpret_cast<CArchive *>(static_cast<std::uintptr_t>(0xFEEEFEEE));
-    EXPECT_EQ(NotificationProc(1, 1, nullptr, object), 0) << "not even the cancel test";
-    EXPECT_EQ(NotificationProc(200, 9, nullptr, object), 0);
-    object->owner = owner;
-    EXPECT_EQ(NotificationProc(1, 1, nullptr, object), 2);
-}
-
 TEST_F(NotificationProcTest, CancelStopsEveryPairAndTellsTheWindowFirst) {
     EXPECT_EQ(NotificationProc(1, 1, nullptr, object), 1);
     EXPECT_EQ(NotificationProc(2, 5, nullptr, object), 0) << "category 2 is never handled";
@@ -181,20 +170,6 @@ TEST_F(NotificationProcTest, CountersAndItemNamesReachTheDialogFields) {
         << "both sides of the work";
     EXPECT_EQ(last[6], 3u);
     EXPECT_TRUE(platform::EndsWithNoCase(dialog.FileName(), L"c.txt")) << dialog.FileName();
-}
-
-TEST_F(NotificationProcTest, ExpandingConflictWithoutProgressReplacesWithoutAsking) {
-    archive->showProgress = false;
-    Tap tap;
-    AskConflictsOfASecondExpansion(tap);
-    Put("out/a.txt", "old");
-    Put("out/docs/extra.txt", "mine");
-    ASSERT_EQ(Expand(archivePath, work / "out"), 0);
-    EXPECT_TRUE(host.Prompts().empty());
-    EXPECT_EQ(testsupport::ReadBytes(work / "out/a.txt"), std::string(1000, 'a'));
-    EXPECT_FALSE(std::filesystem::exists(work / "out/docs/extra.txt"))
-        << "a replaced folder is removed first";
-    EXPECT_EQ(tap.answers, (std::vector<int32_t>{1, 1}));
 }
 
 TEST_F(NotificationProcTest, ExpandingConflictActionsAndTheFolderNotice) {
@@ -366,17 +341,6 @@ TEST_F(NotificationProcTest, RefusedPasswordEndsEveryLaterRequestOfTheRun) {
     EXPECT_EQ(Expand(zip, work / "quiet"), kEngineCancelled);
     EXPECT_EQ(host.Prompts().size(), 1u);
     EXPECT_TRUE(archive->passwordRefused);
-}
-
-TEST_F(NotificationProcTest, PfArchiveAsksWithAnEmptyItemName) {
-    archive->SetArchiveName(L"/x/secret.PF");
-    object->lastPasswordItem = L"earlier";
-    host.QueuePassword(L"typed");
-    EXPECT_EQ(NotificationProc(200, 9, nullptr, object), 1);
-    EXPECT_EQ(object->lastPasswordItem, L"");
-    EXPECT_EQ(archive->password, L"typed");
-    ASSERT_EQ(host.Prompts().size(), 1u);
-    EXPECT_FALSE(host.Prompts()[0].As<platform::PasswordPrompt>()->passwordWrong);
 }
 
 TEST_F(NotificationProcTest, SegmentNamesAndTheMissingSegmentAnswers) {

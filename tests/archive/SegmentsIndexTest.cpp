@@ -140,16 +140,5 @@ TEST_F(SegmentsIndexTest, PlainArchiveWithIndexAndAnIndexMadeAfterwards) {
               testsupport::ReadBytes(work / "src" / "noise.bin"));
 }
 
-TEST_F(SegmentsIndexTest, SegmentsOfAnotherFormatMakeNothing) {
-    auto archive = MakeArchive(work / "other.zip");
-    archive->formatType = format::zip;
-    list.Folders = {Wide(work / "src")};
-    list.SegmentSize = 64 << 10;
-    RunToEnd(*archive, [&] { return archive->CreateFromList(&list); });
-    EXPECT_EQ(archive->lastResult, kEngineNotAnArchive);
-    EXPECT_TRUE(PartsIn(work).empty());
-    EXPECT_FALSE(fs::exists(work / "other.zip"));
-}
-
 }  // namespace
 }  // namespace archivetest
