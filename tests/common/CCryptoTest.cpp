@@ -79,15 +79,6 @@ TEST(CCryptoTest, CipherTextIsRc4UnderTheBaseProviderKey) {
     }
 }
 
-TEST(CCryptoTest, BuiltInPassphraseStaysFixed) {
-    // Passwords stored in settings files depend on this text.
-    EXPECT_STREQ(EncryptString(L"password"), L"508DB30778CD19617E973C19E6A7D484");
-    EXPECT_STREQ(DecryptString(L"508DB30778CD19617E973C19E6A7D484"), L"password");
-    wchar_t out[64] = {};
-    ASSERT_TRUE(CCrypto(nullptr).EncryptString(L"password", out, 64));
-    EXPECT_STREQ(out, EncryptString(L"password"));
-}
-
 TEST(CCryptoTest, PlainEncryptStringStopsAt63Characters) {
     const std::wstring longest(63, L'k');
     const std::wstring hex = EncryptString(longest.c_str());

@@ -38,16 +38,6 @@ const std::string kTime = R"([A-Z][a-z]{2} [A-Z][a-z]{2} \d{2} \d{2}:\d{2}:\d{2}
 
 }  // namespace
 
-TEST_F(LoggingTest, ErrorFileLiesInLogFolderOfLocalApplicationData) {
-    wchar_t local[platform::kPathBufferSize];
-    ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, local, CSIDL_LOCAL_APPDATA, FALSE));
-    std::wstring folder = std::wstring(local) + L"/Orvane Labs/Logs/";
-    EXPECT_EQ(CLogging::LogFolder(), folder);
-    EXPECT_EQ(CLogging::ErrorFilePath(), folder + L"Errors.log");
-    EXPECT_TRUE(fs::is_directory(fs::path(folder)));
-    EXPECT_EQ(fs::path(folder).string().rfind(home.Path().string(), 0), 0u);
-}
-
 TEST_F(LoggingTest, ErrRecordsAreUtf16LinesWithFieldsInOrder) {
     CLogging::Err(L"CMonFileSys::AddFile", 146, L".\\MonFileSys", 17001, true,
                   L"ArchiveFSObjectList");
@@ -117,21 +107,6 @@ TEST_F(LoggingTest, ErrWithUnopenableErrorFileWritesNowhere) {
     EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()).find("lost"), std::string::npos);
 }
 
-TEST_F(LoggingTest, LogErrWritesTheRecordToTheGivenLogOnly) {
-    FILE *log = CLogging::OpenLog(L"Silent", false);
-    ASSERT_NE(log, nullptr);
-    CLogging::LogErr(log, L"CScheduler::Run", 12, L".\\Scheduler", 3, true, L"Engine");
-    CLogging::LogErr(nullptr, L"CScheduler::Run", 13, L".\\Scheduler", 3, true, L"nowhere");
-    CLogging::CloseLog(log);
-
-    std::string text = Utf8OfUtf16File(CLogging::LastLogPath());
-    EXPECT_NE(text.find("Engine Varnick Compression Message: 3 at CScheduler::Run [line 12 : "
-                        ".\\Scheduler]\r\n"),
-              std::string::npos)
-        << text;
-    EXPECT_FALSE(fs::exists(ErrorFile()));
-}
-
 TEST_F(LoggingTest, OpenLogWritesHeaderAndAppendsOrTruncates) {
     FILE *log = CLogging::OpenLog(L"Wizard", false);
     ASSERT_NE(log, nullptr);
@@ -196,42 +171,6 @@ TEST_F(LoggingTest, ClearLogEmptiesTheFileAndCloseAndDeleteRemovesIt) {
     EXPECT_EQ(CLogging::SessionErrorHandle(), nullptr);
     CLogging::CloseAndDeleteLog(nullptr);
     CLogging::CloseLog(nullptr);
-}
-
-TEST_F(LoggingTest, MsgInErrFileAppendsFreeText) {
-    CLogging::MsgInErrFile(L"Scan of %s took %I64u ms\n", L"/data", 1234567890123ULL);
-    EXPECT_EQ(Utf8OfUtf16File(ErrorFile()), "Scan of /data took 1234567890123 ms\r\n");
-}
-
-TEST_F(LoggingTest, LogFolderFollowsTheHomeAfterReset) {
-    std::wstring first = CLogging::ErrorFilePath();
-    auto other = home.Scratch("other");
-    setenv("VARNICK_HOME", other.c_str(), 1);
-    EXPECT_EQ(CLogging::ErrorFilePath(), first) << "kept for the process";
-    CLogging::ResetLogFolder();
-    CLogging::Err(L"A::B", 1, L".\\A", 1);
-    EXPECT_NE(CLogging::ErrorFilePath(), first);
-    EXPECT_TRUE(fs::exists(fs::path(CLogging::ErrorFilePath())));
-    CLogging::ResetLogFolder();
-}
-
-TEST_F(LoggingTest, OpenExternalLogWritesTheHeaderAtAnyPath) {
-    std::wstring path = (home.Scratch("jobs") / "Backup job.txt").wstring();
-    FILE *log = CLogging::OpenExternalLog(path.c_str(), false);
-    ASSERT_NE(log, nullptr);
-    EXPECT_EQ(CLogging::LastLogPath(), path);
-    CLogging::Msg(log, 0, L"first\n");
-    CLogging::CloseLog(log);
-
-    log = CLogging::OpenExternalLog(path.c_str(), true);
-    CLogging::Msg(log, 0, L"second\n");
-    CLogging::CloseLog(log);
-
-    std::regex twoRuns("^(\r\n\r\n-{39}\r\n" + kTime + "\r\n\r\n)first\r\n(\r\n\r\n-{39}\r\n" +
-                       kTime + "\r\n\r\n)second\r\n$");
-    std::string text = Utf8OfUtf16File(path);
-    EXPECT_TRUE(std::regex_match(text, twoRuns)) << text;
-    EXPECT_FALSE(fs::exists(ErrorFile()));
 }
 
 TEST_F(LoggingTest, OpenExternalLogFailureIsRecordedInItsOwnName) {

@@ -62,26 +62,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ViewLogTest, NamedLogLiesInTheLogFolderAndTheServiceLogInTheMachineFolder) {
-    CViewLog viewer;
-    viewer.SetLog(L"Wizard", kOtherLogTitle);
-    EXPECT_EQ(viewer.ChooseFile(), Folder(CSIDL_LOCAL_APPDATA) + L"/Orvane Labs/Logs/Wizard.log");
-    EXPECT_EQ(viewer.ChooseFile(), CLogging::LogFolder() + L"Wizard.log");
-
-    viewer.SetLog(L"ArcNameService", CViewLog::kServiceLogTitle);
-    EXPECT_EQ(viewer.ChooseFile(),
-              Folder(CSIDL_COMMON_APPDATA) + L"/Orvane Labs/Varnick/ArcNameService.log");
-
-    std::wstring external = (home.Scratch() / "job.log").wstring();
-    viewer.SetExternalLog(external.c_str(), CViewLog::kServiceLogTitle);
-    EXPECT_EQ(viewer.ChooseFile(), external) << "a full path is taken whatever the title";
-    EXPECT_EQ(viewer.TitleId(), CViewLog::kServiceLogTitle);
-
-    viewer.SetLog(L"Wizard", kOtherLogTitle);
-    EXPECT_EQ(viewer.ChooseFile(), CLogging::LogFolder() + L"Wizard.log")
-        << "the path is forgotten";
-}
-
 TEST_F(ViewLogTest, TextComesBackWithCarriageReturnsAndLongLinesWhole) {
     std::wstring path = (home.Scratch() / "job.log").wstring();
     std::wstring longLine(5000, L'z');
@@ -106,20 +86,6 @@ TEST_F(ViewLogTest, LineEndingJustPastAPieceGetsOneCarriageReturn) {
     EXPECT_EQ(viewer.ReadText(), line + L"\r\n" + line + L"\r\n");
 }
 
-TEST_F(ViewLogTest, ClearEmptiesTheChosenLog) {
-    FILE *log = CLogging::OpenLog(L"Wizard", false);
-    ASSERT_NE(log, nullptr);
-    CLogging::Msg(log, 0, L"something\n");
-    CLogging::CloseLog(log);
-
-    CViewLog viewer;
-    viewer.SetLog(L"Wizard", kOtherLogTitle);
-    ASSERT_NE(viewer.ReadText().find(L"something\r\n"), std::wstring::npos);
-    viewer.Clear();
-    EXPECT_EQ(viewer.ReadText(), L"");
-    EXPECT_EQ(testsupport::ReadBytes(fs::path(viewer.ChooseFile())), "\xFF\xFE");
-}
-
 TEST_F(ViewLogDialogTest, DialogShowsTheLogAndClearEmptiesTheFile) {
     CViewLog viewer;
     std::wstring shown;
@@ -141,21 +107,6 @@ TEST_F(ViewLogDialogTest, DialogShowsTheLogAndClearEmptiesTheFile) {
     std::vector<platform::TextRecord> texts = host.Texts();
     ASSERT_EQ(texts.size(), 1u) << "the host is offered the text once";
     EXPECT_EQ(texts[0].text, kShown);
-}
-
-TEST_F(ViewLogDialogTest, CopyPutsTheShownTextOnTheClipboard) {
-    CViewLog viewer;
-    RunWith(viewer, [&](HWND window) {
-        WaitFor([&] { return !LogText(window).empty(); });
-        Click(window, CViewLog::IDC_LOG_COPY);
-        Click(window, IDOK);
-    });
-    ASSERT_TRUE(OpenClipboard(nullptr));
-    HANDLE data = GetClipboardData(CF_UNICODETEXT);
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(std::wstring(static_cast<const wchar_t *>(GlobalLock(data))), kShown);
-    GlobalUnlock(data);
-    CloseClipboard();
 }
 
 TEST_F(ViewLogDialogTest, PrintHandsTheLogFileToThePrintCommand) {

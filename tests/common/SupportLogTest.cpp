@@ -207,16 +207,6 @@ TEST_F(SupportLogTest, FolderListingWalksTheTreeWithDigests) {
     CLogging::ListFolder(nullptr, 0, home.Path().wstring().c_str());
 }
 
-TEST_F(SupportLogTest, ProgramDirectoryListsTheLibrary) {
-    std::string text = SectionText(CLogging::ProgDir);
-    EXPECT_EQ(text.rfind("\n------  Program Directory  -------\n", 0), 0u);
-    EXPECT_EQ(text.substr(text.size() - 2), "\n\n");
-    std::string library = platform::ToUtf8(platform::FileNamePart(CAppUtils::GetExeName()));
-    EXPECT_TRUE(HasLineMatching(text, Escaped(library) + R"(,[\d,]+,[^,]+,[^,]+,[0-9a-f]{32},)" +
-                                          Escaped(platform::ToUtf8(CAppUtils::GetExePath()))))
-        << text;
-}
-
 TEST_F(SupportLogTest, RegistryDumpShowsEveryValueTypeInItsLineForm) {
     const wchar_t *product = L"SOFTWARE\\Orvane Labs\\Varnick";
     StoreValue(HKEY_CURRENT_USER, product, L"None", REG_NONE, "");
