@@ -164,19 +164,6 @@ TEST_F(MD5DlgTest, TickingABoxStartsItsDigestAndUntickingDisablesIt) {
     EXPECT_EQ(Option(L"ComputeSHA1"), 0u);
 }
 
-TEST_F(MD5DlgTest, HostIsOfferedTheDigestsOnceTheyAreDone) {
-    SetOptions(1, 1);
-    CMD5Dlg dialog;
-    RunWith(dialog, [&](HWND window) {
-        EXPECT_TRUE(WaitFor([&] { return !host.Texts().empty(); }));
-        Click(window, IDOK);
-    });
-    std::vector<platform::TextRecord> texts = host.Texts();
-    ASSERT_EQ(texts.size(), 1u);
-    EXPECT_EQ(texts[0].title, path);
-    EXPECT_EQ(texts[0].text, L"MD5   " + md5 + L"\nSHA-1 " + sha1 + L"\n");
-}
-
 TEST_F(MD5DlgTest, TerminalHostPrintsTheDigestsAndTheDialogClosesItself) {
     testsupport::TerminalCapture terminal(home.Scratch() / "out.txt");
     ASSERT_TRUE(terminal.Ready());

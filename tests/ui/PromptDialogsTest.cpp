@@ -75,19 +75,6 @@ TEST_F(PromptDialogsTest, ConflictActionLeavesTheChosenActionOrStop) {
     EXPECT_EQ(conflict.action, CExpandConflictAction::Stop);
 }
 
-TEST_F(PromptDialogsTest, FolderDeleteGivesTwoAnswersBothFalseWhenRefused) {
-    CConfirmFolderDelete confirm(kOwner, L"/x/docs");
-    host.QueueFolderDelete(platform::FolderDeleteAnswer{true, true});
-    ASSERT_TRUE(confirm.Run());
-    EXPECT_TRUE(confirm.dontAskAgain);
-    EXPECT_TRUE(confirm.mergeContents);
-    EXPECT_EQ(Asked<platform::FolderDeletePrompt>(0).path, L"/x/docs");
-
-    EXPECT_FALSE(confirm.Run());
-    EXPECT_FALSE(confirm.dontAskAgain);
-    EXPECT_FALSE(confirm.mergeContents);
-}
-
 TEST_F(PromptDialogsTest, CommonDialogsShowTheirResourceTextsAndGiveNothingWhenCancelled) {
     host.QueueDirectory(L"/data/out");
     EXPECT_EQ(CCommonDlgs::RunChooseDirectory(kOwner, 904), L"/data/out");
@@ -115,29 +102,4 @@ TEST_F(PromptDialogsTest, CommonDialogsShowTheirResourceTextsAndGiveNothingWhenC
     EXPECT_EQ(archive, L"/x/a.vnkx");
     EXPECT_EQ(Asked<platform::ArchiveLocationPrompt>(4).pattern, L"*.vnkx");
     EXPECT_FALSE(CCommonDlgs::GetIndexArchiveRealArchiveLocation(kOwner, L"*.vnkx", archive));
-}
-
-TEST_F(PromptDialogsTest, NextDiskKeepsTheFolderUnlessAnotherIsNamed) {
-    CNextDiskDlg next(kOwner, L"/m/a.vnkx", L"a.part02.vnkx", L"/media/disk");
-    host.QueueNextDisk(L"");
-    ASSERT_TRUE(next.Run());
-    EXPECT_EQ(next.folder, L"/media/disk");
-    host.QueueNextDisk(L"/media/other");
-    ASSERT_TRUE(next.Run());
-    EXPECT_EQ(next.folder, L"/media/other");
-    EXPECT_EQ(Asked<platform::NextDiskPrompt>(1).folder, L"/media/disk");
-    EXPECT_EQ(Asked<platform::NextDiskPrompt>(1).segmentName, L"a.part02.vnkx");
-    EXPECT_FALSE(next.Run());
-}
-
-TEST_F(PromptDialogsTest, ArchiveNameConflictGivesAChoiceOfThree) {
-    CArcNameConflictDialog conflict(kOwner, L"/x/a.zip", L"/x/a_1.zip");
-    host.QueueArcNameConflict(CArcNameConflictDialog::UseUniqueName);
-    ASSERT_TRUE(conflict.Run());
-    EXPECT_EQ(conflict.choice, CArcNameConflictDialog::UseUniqueName);
-    EXPECT_EQ(Asked<platform::ArcNameConflictPrompt>(0).uniqueName, L"/x/a_1.zip");
-    host.QueueArcNameConflict(3);
-    EXPECT_FALSE(conflict.Run());
-    EXPECT_FALSE(conflict.Run());
-    EXPECT_EQ(conflict.choice, CArcNameConflictDialog::UseUniqueName);
 }

@@ -75,14 +75,6 @@ TEST_F(TerminalHostTest, NewPasswordIsTypedTwiceUntilBothAgree) {
     EXPECT_EQ(answer.get(), std::optional<std::wstring>(L"same"));
 }
 
-TEST_F(TerminalHostTest, EndOfInputRefusesThePrompt) {
-    auto answer = Asking([&] { return host.AskPassword({nullptr, L"a.zip", false, false}); });
-    pty.ReadUntil("Password for a.zip: ");
-    pty.Type("\x04");  // end of file, typed at the start of a line
-    EXPECT_EQ(answer.get(), std::nullopt);
-    EXPECT_TRUE(EchoIsOn(pty.Terminal()));
-}
-
 TEST_F(TerminalHostTest, MessageBoxShowsItsButtonsAndTakesNumberWordOrDefault) {
     auto box = [&](UINT flags) {
         return Asking(
@@ -137,18 +129,6 @@ TEST_F(TerminalHostTest, ConflictPromptTakesAWholeLabelBeforeAPrefix) {
     EXPECT_EQ(number.get(), platform::kConflictReplaceIfNewer);
 }
 
-TEST_F(TerminalHostTest, FolderDeleteGivesItsTwoAnswers) {
-    auto answer = Asking([&] { return host.ConfirmFolderDelete({nullptr, L"/x/docs"}); });
-    pty.ReadUntil("Ask again next time?\r\n(1) Yes  (2) No [Yes]: ");
-    pty.Type("no\n");
-    pty.ReadUntil("[No]: ");
-    pty.Type("y\n");
-    std::optional<platform::FolderDeleteAnswer> given = answer.get();
-    ASSERT_TRUE(given);
-    EXPECT_TRUE(given->dontAskAgain);
-    EXPECT_TRUE(given->mergeContents);
-}
-
 TEST_F(TerminalHostTest, FolderAndFilePromptsTakeOnlyWhatExists) {
     testsupport::TempHome home;
     fs::path folder = home.Scratch("chosen");
@@ -170,20 +150,6 @@ TEST_F(TerminalHostTest, FolderAndFilePromptsTakeOnlyWhatExists) {
     pty.ReadUntil("is not a file.");
     pty.Type(file.string() + "\n");
     EXPECT_EQ(archive.get(), std::optional<std::wstring>(platform::FromUtf8(file.string())));
-
-    // An empty answer keeps the folder offered; an empty one with nothing
-    // offered refuses.
-    auto disk = Asking([&] {
-        return host.AskNextDisk(
-            {nullptr, L"a.vnkx", L"a.part02.vnkx", platform::FromUtf8(folder.string())});
-    });
-    pty.ReadUntil("]: ");
-    pty.Type("\n");
-    EXPECT_EQ(disk.get(), std::optional<std::wstring>(platform::FromUtf8(folder.string())));
-    auto none = Asking([&] { return host.ChooseDirectory({nullptr, L"", L""}); });
-    pty.ReadUntil("Folder: ");
-    pty.Type("\n");
-    EXPECT_EQ(none.get(), std::nullopt);
 }
 
 TEST_F(TerminalHostTest, SaveFileAsksBeforeReplacingWhenTold) {
@@ -210,16 +176,6 @@ TEST_F(TerminalHostTest, SaveFileAsksBeforeReplacingWhenTold) {
     pty.ReadUntil("]: ");
     pty.Type("\n");
     EXPECT_EQ(plain.get(), std::optional<std::wstring>(suggested));
-}
-
-TEST_F(TerminalHostTest, ArchiveNameConflictOffersTheUniqueName) {
-    auto choice = Asking([&] {
-        return host.AskArcNameConflict({nullptr, L"/x/a.zip", L"/x/a_1.zip"});
-    });
-    std::string shown = pty.ReadUntil("instead: ");
-    EXPECT_NE(shown.find("(3) Make /x/a_1.zip instead"), std::string::npos);
-    pty.Type("add\n");
-    EXPECT_EQ(choice.get(), platform::kArcNameAddTo);
 }
 
 TEST_F(TerminalHostTest, ProgressBlockIsRedrawnInPlaceAndLeftWhenItEnds) {
@@ -256,45 +212,6 @@ TEST_F(TerminalHostTest, ProgressBlockIsRedrawnInPlaceAndLeftWhenItEnds) {
     std::string last = pty.ReadQuiet();
     EXPECT_EQ(last.find("\x1b[5A"), std::string::npos);
     EXPECT_EQ(last.substr(last.size() - 2), "\r\n");
-}
-
-TEST(ProgressLines, LongNamesAreCutToTheWidthKeepingTheirEnd) {
-    platform::ProgressView view;
-    view.detail = L"/a/very/long/folder/name/that/goes/on/archive.zip";
-    view.fileName = L"short.txt";
-    view.customShown = true;
-    view.customLabel = L"Encrypting";
-    view.customPercent = 150;
-    std::vector<std::string> lines = platform::ProgressLines(view, 31);
-    ASSERT_EQ(lines.size(), 6u);
-    EXPECT_EQ(lines[2], "...me/that/goes/on/archive.zip");
-    EXPECT_EQ(lines[3], "short.txt");
-    EXPECT_EQ(lines[5].substr(0, 15), "Encrypting [###");
-    EXPECT_LE(lines[5].size(), 30u);
-
-    view.customShown = false;
-    EXPECT_EQ(platform::ProgressLines(view, 80)[5], "");
-}
-
-TEST(TerminalHostWithoutTerminal, BoxesTakeTheirDefaultAndPromptsAreRefused) {
-    int pipeFds[2];
-    ASSERT_EQ(pipe2(pipeFds, O_NONBLOCK), 0);
-    platform::TerminalUiHost host(pipeFds[0], pipeFds[1]);
-    EXPECT_FALSE(host.HasTerminal());
-    EXPECT_EQ(host.MessageBox(nullptr, L"Replace?", L"Varnick", MB_YESNO | MB_DEFBUTTON2), IDNO);
-    EXPECT_EQ(host.AskPassword({nullptr, L"a.zip", false, false}), std::nullopt);
-    EXPECT_EQ(host.AskConflictAction({nullptr, L"a", false}), std::nullopt);
-    EXPECT_EQ(host.ConfirmFolderDelete({nullptr, L"a"}), std::nullopt);
-    EXPECT_EQ(host.ChooseDirectory({nullptr, L"", L"/"}), std::nullopt);
-    EXPECT_EQ(host.ChooseSaveFile({nullptr, L"", L"", 0, L"a.txt"}), std::nullopt);
-    EXPECT_EQ(host.LocateArchive({nullptr, L"*.vnkx"}), std::nullopt);
-    EXPECT_EQ(host.AskNextDisk({nullptr, L"a", L"b", L"/"}), std::nullopt);
-    EXPECT_EQ(host.AskArcNameConflict({nullptr, L"a", L"b"}), std::nullopt);
-    host.DrawProgress(nullptr, platform::ProgressView{}, true);
-    char byte;
-    EXPECT_EQ(read(pipeFds[0], &byte, 1), -1) << "nothing is written to a non-terminal";
-    close(pipeFds[0]);
-    close(pipeFds[1]);
 }
 
 namespace {
