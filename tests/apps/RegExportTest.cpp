@@ -88,19 +88,6 @@ TEST_F(RegExport, ShowsEveryTypeAndCutsDataAtOneKilobyte) {
                   "  Odd,ERROR_UNDEFINED,\n");
 }
 
-TEST_F(RegExport, WithoutAKeyPrintsTheThreeHives) {
-    CRegistry classes;
-    classes.SetMajorKey(2);
-    classes.CreateAppKey(L".varnicktask");
-    testsupport::ProgramRun run = Varnick("reg export");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_EQ(run.output.find("HKEY_CURRENT_USER\n"), 0u) << run.output;
-    EXPECT_NE(run.output.find("  HKEY_CURRENT_USER\\Software\n"), std::string::npos);
-    EXPECT_NE(run.output.find("\nHKEY_LOCAL_MACHINE\n"), std::string::npos);
-    EXPECT_NE(run.output.find("\nHKEY_CLASSES_ROOT\n"), std::string::npos);
-    EXPECT_NE(run.output.find("  HKEY_CLASSES_ROOT\\.varnicktask\n"), std::string::npos);
-}
-
 TEST_F(RegExport, AMissingKeyIsAnErrorAndBadUsageIsTwo) {
     testsupport::ProgramRun missing = Varnick("reg export 'HKCU\\Software\\Nowhere'");
     EXPECT_EQ(missing.exitCode, 1);

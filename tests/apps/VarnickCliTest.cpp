@@ -36,13 +36,6 @@ TEST_F(VarnickCli, ListsAFolderWithWindowsAttributesAndGroupedSizes) {
     EXPECT_NE(run.output.find("2 files, 1,234,568 bytes"), std::string::npos) << run.output;
 }
 
-TEST_F(VarnickCli, FoldersLieBelowTheHome) {
-    testsupport::ProgramRun run = Varnick("folders");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_NE(run.output.find(home.Path().string() + "/user/.local/share"), std::string::npos)
-        << run.output;
-}
-
 TEST_F(VarnickCli, BadInputGivesClearMessagesAndExitCodes) {
     testsupport::ProgramRun missing = Varnick("ls '" + (home.Path() / "nowhere").string() + "'");
     EXPECT_EQ(missing.exitCode, 1);
@@ -286,20 +279,6 @@ TEST_F(VarnickCli, MasksPickFilesBelowFoldersAndPerItemMakesAnArchiveEach) {
     EXPECT_TRUE(Mentions(Varnick("list " + Quoted(each / "sub.vnkx")), "sub/data.bin"));
 }
 
-TEST_F(VarnickCli, TimestampPutsTheLocalDateAndTimeIntoTheName) {
-    const auto tree = MakeSampleTree(home);
-    const auto folder = home.Scratch("stamped");
-    testsupport::ProgramRun run =
-        Varnick("create " + Quoted(folder / "daily.zip") + " " + Quoted(tree) + " --timestamp");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-        names.push_back(entry.path().filename().string());
-    }
-    ASSERT_EQ(names.size(), 1u);
-    EXPECT_TRUE(std::regex_match(names[0], std::regex(R"(daily20\d{12}\.zip)"))) << names[0];
-}
-
 TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
     const auto tree = MakeSampleTree(home);
     // Methods whose window lies outside the default one's range, too.
@@ -458,39 +437,6 @@ TEST_F(VarnickCli, DigestsMatchTheSystemToolsAndAreWrittenBesideTheFile) {
 
     EXPECT_EQ(Varnick("digest " + Quoted(tree / "none")).exitCode, 1);
     EXPECT_EQ(Varnick("digest " + Quoted(tree)).exitCode, 1);
-}
-
-TEST_F(VarnickCli, FormatsTellWhatIsReadAndWhatIsWritten) {
-    testsupport::ProgramRun run = Varnick("formats");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.zip +Zip +yes \(zip\) +yes)")))
-        << run.output;
-    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.vnkx +Varnick X +yes.*yes)")))
-        << run.output;
-    EXPECT_TRUE(std::regex_search(run.output, std::regex(R"(\n\.rar +RAR +yes \(rar\) +no)")))
-        << run.output;
-}
-
-TEST_F(VarnickCli, EveryCommandOfTheTableHasItsOwnHelp) {
-    testsupport::ProgramRun help = Varnick("--help");
-    ASSERT_EQ(help.exitCode, 0);
-    std::smatch row;
-    std::string rest = help.output;
-    int commands = 0;
-    while (std::regex_search(rest, row, std::regex(R"(\n  ([a-z]+) +\S)"))) {
-        const std::string name = row[1];
-        testsupport::ProgramRun own = Varnick(name + " --help");
-        EXPECT_EQ(own.exitCode, 0) << name;
-        EXPECT_EQ(own.output.rfind("usage: varnick " + name, 0), 0u) << own.output;
-        rest = row.suffix();
-        ++commands;
-    }
-    EXPECT_GE(commands, 12);
-    // A usage error shows the usage of its command on stderr.
-    EXPECT_EQ(Varnick("digest").exitCode, 2);
-    EXPECT_EQ(Shell("'" + std::string(VARNICK_BIN_DIR) +
-                    "/varnick' digest 2>&1 >/dev/null | grep -q '^usage: varnick digest FILE'"),
-              0);
 }
 
 TEST_F(VarnickCli, QuietPrintsNothingOnSuccessAndStillTellsFailures) {
