@@ -47,13 +47,6 @@ protected:
         EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a')) << archive;
         EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee") << archive;
     }
-
-    // Regular files of the work folder's top level.
-    std::size_t TopFiles() const {
-        std::size_t count = 0;
-        for (const auto &entry : fs::directory_iterator(work)) count += entry.is_regular_file();
-        return count;
-    }
 };
 
 TEST_F(ConvertTest, ZipBecomesVnkxAtTheDestinationWhichTellsTheResultsPath) {

@@ -24,7 +24,6 @@ namespace {
 
 class ViewLogTest : public testsupport::HomeTest {
 protected:
-    static std::wstring Folder(int csidl) { return platform::SpecialFolder(csidl, false); }
 };
 
 constexpr unsigned kOtherLogTitle = 734;

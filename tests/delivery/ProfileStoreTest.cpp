@@ -30,7 +30,6 @@ protected:
         return fs::path(platform::ToUtf8(base)) / "Orvane Labs" / kind;
     }
     static fs::path FtpFile(const std::string &name) { return Folder("FTPProfiles") / name; }
-    static fs::path UploadFile(const std::string &name) { return Folder("UploadProfiles") / name; }
 
     static std::wstring Value(const fs::path &file, const wchar_t *section, const wchar_t *name) {
         CIniFile ini(platform::FromUtf8(file.string()).c_str());
