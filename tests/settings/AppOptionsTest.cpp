@@ -104,6 +104,20 @@ TEST_F(AppOptionsTest, RegistryDwordTwoReadsFalseAndLongStringsAreNotRead) {
     EXPECT_EQ(options.ExcludeLocations.size(), 3u);
 }
 
+// Neither store checks a range: the using code copes with what it finds.
+TEST_F(AppOptionsTest, StoredNumbersAreReadAsTheyStandOutOfRangeOrNot) {
+    OptionKey(L"\\CompressionOptions", true).Write(L"AddConflictMethod", DWORD{4000000000u});
+    OptionKey(L"\\ExpansionOptions", true).Write(L"ExpandConflictMethod", DWORD{99});
+    CAppOptionsRepository options;
+    EXPECT_EQ(options.AddConflictMethod, 4000000000u);
+    EXPECT_EQ(options.ExpandConflictMethod, 99u);
+
+    WriteJobFile("[AppOptions]\r\nAddConflictMethod=77\r\nExpandConflictMethod=-1\r\n");
+    options.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(options.AddConflictMethod, 77u);
+    EXPECT_EQ(options.ExpandConflictMethod, 0xFFFFFFFFu);
+}
+
 TEST_F(AppOptionsTest, CopyKeepsTheDestinationHistoryWhenTheSourceHistoryIsEmpty) {
     CAppOptionsRepository source(nullptr);
     source.SmartSendExtTriggers = {L".avi"};
