@@ -248,16 +248,6 @@ UINT RegisterClipboardFormatW(LPCWSTR name) {
     return platform::AddAtomName(name);
 }
 
-int GetClipboardFormatNameW(UINT format, LPWSTR name, int size) {
-    std::wstring text = format <= 0xFFFF ? platform::AtomName(static_cast<ATOM>(format)) : L"";
-    if (text.empty() || !name || size <= 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    wcsncpy_s(name, static_cast<std::size_t>(size), text.c_str(), _TRUNCATE);
-    return static_cast<int>(std::wcslen(name));
-}
-
 HWND GetClipboardOwner() {
     ClipboardState &state = Clipboard();
     std::lock_guard guard(state.lock);

@@ -44,7 +44,6 @@ int CountClipboardFormats();
 UINT EnumClipboardFormats(UINT format);
 // From the atom table of RegisterWindowMessageW.
 UINT RegisterClipboardFormatW(LPCWSTR name);
-int GetClipboardFormatNameW(UINT format, LPWSTR name, int size);
 HWND GetClipboardOwner();
 HWND GetOpenClipboardWindow();
 DWORD GetClipboardSequenceNumber();

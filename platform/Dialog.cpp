@@ -89,11 +89,6 @@ HWND CreateDialogWindow(HINSTANCE instance, LPCWSTR templateName, HWND parent, D
     return dialog;
 }
 
-void CopyOut(const std::wstring &text, LPWSTR buffer, int size) {
-    if (buffer && size > 0)
-        wcsncpy_s(buffer, static_cast<std::size_t>(size), text.c_str(), _TRUNCATE);
-}
-
 // Parses what GetDlgItemInt accepts; false for anything else.
 bool ParseDialogInt(const std::wstring &text, bool isSigned, UINT &value) {
     std::size_t at = text.find_first_not_of(L" \t");
@@ -161,24 +156,6 @@ bool ProgressMessage(ControlState &state, UINT message, WPARAM wParam, LPARAM lP
             state.position = ClampToRange(state, static_cast<int>(wParam));
             result = previous;
             return true;
-        case PBM_DELTAPOS:
-            state.position = ClampToRange(state, state.position + static_cast<int>(wParam));
-            result = previous;
-            return true;
-        case PBM_SETSTEP:
-            result = state.step;
-            state.step = static_cast<int>(wParam);
-            return true;
-        case PBM_STEPIT: {
-            int next = state.position + state.step;
-            const int span = state.rangeHigh - state.rangeLow;
-            // Past the end the bar starts over from the beginning.
-            if (next > state.rangeHigh && span > 0)
-                next = state.rangeLow + (next - state.rangeLow) % span;
-            state.position = ClampToRange(state, next);
-            result = previous;
-            return true;
-        }
         case PBM_GETPOS:
             result = state.position;
             return true;
@@ -197,7 +174,7 @@ bool ValidRow(const ControlState &state, LONG_PTR index) {
 
 LRESULT AddRow(ControlState &state, LONG_PTR index, LPCWSTR text) {
     if (index == -1) index = static_cast<LONG_PTR>(state.rows.size());
-    if (index < 0 || static_cast<std::size_t>(index) > state.rows.size()) return LB_ERR;
+    if (index < 0 || static_cast<std::size_t>(index) > state.rows.size()) return CB_ERR;
     ListRow row;
     row.texts.emplace_back(text ? text : L"");
     state.rows.insert(state.rows.begin() + index, std::move(row));
@@ -206,7 +183,7 @@ LRESULT AddRow(ControlState &state, LONG_PTR index, LPCWSTR text) {
 }
 
 LRESULT DeleteRow(ControlState &state, LONG_PTR index) {
-    if (!ValidRow(state, index)) return LB_ERR;
+    if (!ValidRow(state, index)) return CB_ERR;
     state.rows.erase(state.rows.begin() + index);
     if (state.selection == index) state.selection = -1;
     if (state.selection > index) --state.selection;
@@ -220,100 +197,64 @@ LRESULT FindExact(const ControlState &state, LONG_PTR start, LPCWSTR text) {
         if (platform::EqualsNoCase(state.rows[index].texts.front(), text ? text : L""))
             return index;
     }
-    return LB_ERR;
+    return CB_ERR;
 }
 
-// List box and combo box messages (the combo box versions also show the
-// selected row as the control's text); false for others.
+// Combo box messages (a selection also shows the row as the control's
+// text); false for others.
 bool ListMessage(Window &control, UINT message, WPARAM wParam, LPARAM lParam, LRESULT &result) {
     ControlState &state = control.control;
     const auto index = static_cast<LONG_PTR>(wParam);
     const auto *text = reinterpret_cast<LPCWSTR>(lParam);
     switch (message) {
-        case LB_ADDSTRING:
         case CB_ADDSTRING:
             result = AddRow(state, -1, text);
             return true;
-        case LB_INSERTSTRING:
         case CB_INSERTSTRING:
             result = AddRow(state, index, text);
             return true;
-        case LB_DELETESTRING:
         case CB_DELETESTRING:
             result = DeleteRow(state, index);
             return true;
-        case LB_RESETCONTENT:
         case CB_RESETCONTENT:
             state.rows.clear();
             state.selection = -1;
             result = 0;
             return true;
-        case LB_GETCOUNT:
         case CB_GETCOUNT:
             result = static_cast<LRESULT>(state.rows.size());
             return true;
-        case LB_GETTEXT:
         case CB_GETLBTEXT:
-            result = LB_ERR;
+            result = CB_ERR;
             if (ValidRow(state, index) && lParam) {
                 const std::wstring &row = state.rows[index].texts.front();
                 std::wmemcpy(reinterpret_cast<LPWSTR>(lParam), row.c_str(), row.size() + 1);
                 result = static_cast<LRESULT>(row.size());
             }
             return true;
-        case LB_GETTEXTLEN:
         case CB_GETLBTEXTLEN:
             result = ValidRow(state, index)
                          ? static_cast<LRESULT>(state.rows[index].texts.front().size())
-                         : LB_ERR;
+                         : CB_ERR;
             return true;
-        case LB_SETCURSEL:
         case CB_SETCURSEL:
             state.selection = ValidRow(state, index) ? static_cast<int>(index) : -1;
-            result = state.selection >= 0 ? state.selection : LB_ERR;
-            if (message == CB_SETCURSEL) {
-                control.text = state.selection >= 0 ? state.rows[index].texts.front() : L"";
-            }
+            result = state.selection >= 0 ? state.selection : CB_ERR;
+            control.text = state.selection >= 0 ? state.rows[index].texts.front() : L"";
             return true;
-        case LB_GETCURSEL:
         case CB_GETCURSEL:
             result = state.selection;
             return true;
-        case LB_SETSEL: {
-            const auto row = static_cast<LONG_PTR>(lParam);
-            if (row != -1 && !ValidRow(state, row)) {
-                result = LB_ERR;
-                return true;
-            }
-            for (LONG_PTR i = 0; i < static_cast<LONG_PTR>(state.rows.size()); ++i) {
-                if (row != -1 && i != row) continue;
-                if (wParam) {
-                    state.rows[i].state |= LVIS_SELECTED;
-                } else {
-                    state.rows[i].state &= ~LVIS_SELECTED;
-                }
-            }
-            result = 0;
-            return true;
-        }
-        case LB_GETSEL:
-            result = !ValidRow(state, index) ? LB_ERR
-                     : ((state.rows[index].state & LVIS_SELECTED) || state.selection == index) ? 1
-                                                                                               : 0;
-            return true;
-        case LB_GETITEMDATA:
         case CB_GETITEMDATA:
-            result = ValidRow(state, index) ? state.rows[index].data : LB_ERR;
+            result = ValidRow(state, index) ? state.rows[index].data : CB_ERR;
             return true;
-        case LB_SETITEMDATA:
         case CB_SETITEMDATA:
-            result = LB_ERR;
+            result = CB_ERR;
             if (ValidRow(state, index)) {
                 state.rows[index].data = lParam;
                 result = 0;
             }
             return true;
-        case LB_FINDSTRINGEXACT:
         case CB_FINDSTRINGEXACT:
             result = FindExact(state, index, text);
             return true;
@@ -336,7 +277,6 @@ void ApplyItem(ListRow &row, const LVITEMW &item) {
         SubItemText(row, std::max(0, item.iSubItem)) = item.pszText;
     if (item.mask & LVIF_STATE) SetRowState(row, item.state, item.stateMask);
     if (item.mask & LVIF_PARAM) row.data = item.lParam;
-    if (item.mask & LVIF_IMAGE) row.image = item.iImage;
 }
 
 LRESULT InsertListViewItem(ControlState &state, const LVITEMW *item) {
@@ -353,12 +293,6 @@ LRESULT InsertListViewItem(ControlState &state, const LVITEMW *item) {
     return index;
 }
 
-bool RowMatches(const ListRow &row, LPARAM flags) {
-    if ((flags & LVNI_SELECTED) && !(row.state & LVIS_SELECTED)) return false;
-    if ((flags & LVNI_FOCUSED) && !(row.state & LVIS_FOCUSED)) return false;
-    return true;
-}
-
 // List view messages; false for others.
 bool ListViewMessage(ControlState &state, UINT message, WPARAM wParam, LPARAM lParam,
                      LRESULT &result) {
@@ -371,44 +305,12 @@ bool ListViewMessage(ControlState &state, UINT message, WPARAM wParam, LPARAM lP
         case LVM_INSERTITEMW:
             result = InsertListViewItem(state, item);
             return true;
-        case LVM_SETITEMW:
-            result = FALSE;
-            if (item && ValidRow(state, item->iItem)) {
-                ApplyItem(state.rows[item->iItem], *item);
-                result = TRUE;
-            }
-            return true;
-        case LVM_GETITEMW:
-            result = FALSE;
-            if (item && ValidRow(state, item->iItem)) {
-                ListRow &row = state.rows[item->iItem];
-                if (item->mask & LVIF_TEXT) {
-                    CopyOut(SubItemText(row, std::max(0, item->iSubItem)), item->pszText,
-                            item->cchTextMax);
-                }
-                if (item->mask & LVIF_STATE) item->state = row.state & item->stateMask;
-                if (item->mask & LVIF_PARAM) item->lParam = row.data;
-                if (item->mask & LVIF_IMAGE) item->iImage = row.image;
-                result = TRUE;
-            }
-            return true;
         case LVM_SETITEMTEXTW:
             result = FALSE;
             if (item && ValidRow(state, index)) {
                 SubItemText(state.rows[index], std::max(0, item->iSubItem)) =
                     item->pszText ? item->pszText : L"";
                 result = TRUE;
-            }
-            return true;
-        case LVM_GETITEMTEXTW:
-            result = 0;
-            if (item && item->pszText && item->cchTextMax > 0) {
-                item->pszText[0] = L'\0';
-                if (ValidRow(state, index)) {
-                    CopyOut(SubItemText(state.rows[index], std::max(0, item->iSubItem)),
-                            item->pszText, item->cchTextMax);
-                    result = static_cast<LRESULT>(std::wcslen(item->pszText));
-                }
             }
             return true;
         case LVM_SETITEMSTATE:
@@ -425,28 +327,6 @@ bool ListViewMessage(ControlState &state, UINT message, WPARAM wParam, LPARAM lP
             result =
                 ValidRow(state, index) ? static_cast<LRESULT>(state.rows[index].state & lParam) : 0;
             return true;
-        case LVM_DELETEITEM:
-            result = ValidRow(state, index) ? (state.rows.erase(state.rows.begin() + index), TRUE)
-                                            : FALSE;
-            return true;
-        case LVM_DELETEALLITEMS:
-            state.rows.clear();
-            result = TRUE;
-            return true;
-        case LVM_GETNEXTITEM:
-            result = -1;
-            for (LONG_PTR i = index + 1; i < static_cast<LONG_PTR>(state.rows.size()); ++i) {
-                if (RowMatches(state.rows[i], lParam)) {
-                    result = i;
-                    break;
-                }
-            }
-            return true;
-        case LVM_GETSELECTEDCOUNT:
-            result = std::count_if(state.rows.begin(), state.rows.end(), [](const ListRow &row) {
-                return (row.state & LVIS_SELECTED) != 0;
-            });
-            return true;
         case LVM_SETEXTENDEDLISTVIEWSTYLE: {
             result = state.listViewStyle;
             const auto mask = wParam ? static_cast<DWORD>(wParam) : 0xFFFFFFFFu;
@@ -454,14 +334,8 @@ bool ListViewMessage(ControlState &state, UINT message, WPARAM wParam, LPARAM lP
                 (state.listViewStyle & ~mask) | (static_cast<DWORD>(lParam) & mask);
             return true;
         }
-        case LVM_GETEXTENDEDLISTVIEWSTYLE:
-            result = state.listViewStyle;
-            return true;
         case LVM_INSERTCOLUMNW:
             result = static_cast<LRESULT>(wParam);
-            return true;
-        case LVM_DELETECOLUMN:
-            result = TRUE;
             return true;
         default:
             return false;
@@ -493,26 +367,14 @@ bool IsQuery(UINT message) {
         case BM_GETSTATE:
         case PBM_GETRANGE:
         case PBM_GETPOS:
-        case LB_GETCOUNT:
         case CB_GETCOUNT:
-        case LB_GETTEXT:
         case CB_GETLBTEXT:
-        case LB_GETTEXTLEN:
         case CB_GETLBTEXTLEN:
-        case LB_GETCURSEL:
         case CB_GETCURSEL:
-        case LB_GETSEL:
-        case LB_GETITEMDATA:
         case CB_GETITEMDATA:
-        case LB_FINDSTRINGEXACT:
         case CB_FINDSTRINGEXACT:
         case LVM_GETITEMCOUNT:
-        case LVM_GETITEMW:
-        case LVM_GETITEMTEXTW:
         case LVM_GETITEMSTATE:
-        case LVM_GETNEXTITEM:
-        case LVM_GETSELECTEDCOUNT:
-        case LVM_GETEXTENDEDLISTVIEWSTYLE:
             return true;
         default:
             return false;
@@ -789,14 +651,6 @@ void ListView_SetItemText(HWND list, int item, int subItem, LPWSTR text) {
     SendMessageW(list, LVM_SETITEMTEXTW, static_cast<WPARAM>(item), reinterpret_cast<LPARAM>(&row));
 }
 
-void ListView_GetItemText(HWND list, int item, int subItem, LPWSTR text, int size) {
-    LVITEMW row{};
-    row.iSubItem = subItem;
-    row.pszText = text;
-    row.cchTextMax = size;
-    SendMessageW(list, LVM_GETITEMTEXTW, static_cast<WPARAM>(item), reinterpret_cast<LPARAM>(&row));
-}
-
 void ListView_SetItemState(HWND list, int item, UINT state, UINT mask) {
     LVITEMW row{};
     row.state = state;
@@ -806,10 +660,4 @@ void ListView_SetItemState(HWND list, int item, UINT state, UINT mask) {
 
 void ListView_SetCheckState(HWND list, int item, BOOL checked) {
     ListView_SetItemState(list, item, INDEXTOSTATEIMAGEMASK(checked ? 2 : 1), LVIS_STATEIMAGEMASK);
-}
-
-BOOL ListView_GetCheckState(HWND list, int item) {
-    auto state = static_cast<UINT>(
-        SendMessageW(list, LVM_GETITEMSTATE, static_cast<WPARAM>(item), LVIS_STATEIMAGEMASK));
-    return ((state >> 12) - 1) == 1 ? TRUE : FALSE;
 }

@@ -6,11 +6,11 @@
 // by id (GetDlgItem and every call built on it): a child window of class
 // "DlgItem", visible and enabled, made without messages on the dialog's
 // thread. Controls made with CreateWindowExW under the system class names
-// ("Button", "Static", "Edit", "ListBox", "ComboBox", "msctls_progress32",
+// ("Button", "Static", "Edit", "ComboBox", "msctls_progress32",
 // "SysListView32") behave the same. Every control keeps its state in its
-// window object and answers the messages of buttons, progress bars, list
-// boxes, combo boxes and list views alike, so dialog logic runs headless and
-// tests read what it set.
+// window object and answers the messages of buttons, progress bars, combo
+// boxes and list views alike, so dialog logic runs headless and tests read
+// what it set.
 //
 // A modeless dialog (CreateDialogParamW) gets WM_INITDIALOG and is then shown
 // and activated, unless its procedure set the visibility itself during
@@ -33,7 +33,6 @@ using DLGPROC = INT_PTR (*)(HWND dialog, UINT message, WPARAM wParam, LPARAM lPa
 #define WC_BUTTONW L"Button"
 #define WC_STATICW L"Static"
 #define WC_EDITW L"Edit"
-#define WC_LISTBOXW L"ListBox"
 #define WC_COMBOBOXW L"ComboBox"
 #define PROGRESS_CLASSW L"msctls_progress32"
 #define WC_LISTVIEWW L"SysListView32"
@@ -70,9 +69,6 @@ inline constexpr DWORD BS_TYPEMASK = 0x000F;
 // Progress bars.
 inline constexpr UINT PBM_SETRANGE = WM_USER + 1;
 inline constexpr UINT PBM_SETPOS = WM_USER + 2;
-inline constexpr UINT PBM_DELTAPOS = WM_USER + 3;
-inline constexpr UINT PBM_SETSTEP = WM_USER + 4;
-inline constexpr UINT PBM_STEPIT = WM_USER + 5;
 inline constexpr UINT PBM_SETRANGE32 = WM_USER + 6;
 inline constexpr UINT PBM_GETRANGE = WM_USER + 7;
 inline constexpr UINT PBM_GETPOS = WM_USER + 8;
@@ -83,24 +79,7 @@ struct PBRANGE {
     int iHigh;
 };
 
-// List boxes.
-inline constexpr UINT LB_ADDSTRING = 0x0180;
-inline constexpr UINT LB_INSERTSTRING = 0x0181;
-inline constexpr UINT LB_DELETESTRING = 0x0182;
-inline constexpr UINT LB_RESETCONTENT = 0x0184;
-inline constexpr UINT LB_SETSEL = 0x0185;
-inline constexpr UINT LB_SETCURSEL = 0x0186;
-inline constexpr UINT LB_GETSEL = 0x0187;
-inline constexpr UINT LB_GETCURSEL = 0x0188;
-inline constexpr UINT LB_GETTEXT = 0x0189;
-inline constexpr UINT LB_GETTEXTLEN = 0x018A;
-inline constexpr UINT LB_GETCOUNT = 0x018B;
-inline constexpr UINT LB_GETITEMDATA = 0x0199;
-inline constexpr UINT LB_SETITEMDATA = 0x019A;
-inline constexpr UINT LB_FINDSTRINGEXACT = 0x01A2;
-inline constexpr LRESULT LB_ERR = -1;
-
-// Combo boxes (the same rows as a list box).
+// Combo boxes: rows of text with item data and one selected row.
 inline constexpr UINT CB_ADDSTRING = 0x0143;
 inline constexpr UINT CB_DELETESTRING = 0x0144;
 inline constexpr UINT CB_GETCOUNT = 0x0146;
@@ -118,33 +97,17 @@ inline constexpr LRESULT CB_ERR = -1;
 // List views.
 inline constexpr UINT LVM_FIRST = 0x1000;
 inline constexpr UINT LVM_GETITEMCOUNT = LVM_FIRST + 4;
-inline constexpr UINT LVM_DELETEITEM = LVM_FIRST + 8;
-inline constexpr UINT LVM_DELETEALLITEMS = LVM_FIRST + 9;
-inline constexpr UINT LVM_GETNEXTITEM = LVM_FIRST + 12;
-inline constexpr UINT LVM_DELETECOLUMN = LVM_FIRST + 28;
 inline constexpr UINT LVM_SETITEMSTATE = LVM_FIRST + 43;
 inline constexpr UINT LVM_GETITEMSTATE = LVM_FIRST + 44;
-inline constexpr UINT LVM_GETSELECTEDCOUNT = LVM_FIRST + 50;
 inline constexpr UINT LVM_SETEXTENDEDLISTVIEWSTYLE = LVM_FIRST + 54;
-inline constexpr UINT LVM_GETEXTENDEDLISTVIEWSTYLE = LVM_FIRST + 55;
-inline constexpr UINT LVM_GETITEMW = LVM_FIRST + 75;
-inline constexpr UINT LVM_SETITEMW = LVM_FIRST + 76;
 inline constexpr UINT LVM_INSERTITEMW = LVM_FIRST + 77;
 inline constexpr UINT LVM_INSERTCOLUMNW = LVM_FIRST + 97;
-inline constexpr UINT LVM_GETITEMTEXTW = LVM_FIRST + 115;
 inline constexpr UINT LVM_SETITEMTEXTW = LVM_FIRST + 116;
 inline constexpr UINT LVIF_TEXT = 0x0001;
-inline constexpr UINT LVIF_IMAGE = 0x0002;
 inline constexpr UINT LVIF_PARAM = 0x0004;
 inline constexpr UINT LVIF_STATE = 0x0008;
-inline constexpr UINT LVIS_FOCUSED = 0x0001;
-inline constexpr UINT LVIS_SELECTED = 0x0002;
 inline constexpr UINT LVIS_STATEIMAGEMASK = 0xF000;
-inline constexpr UINT LVNI_ALL = 0x0000;
-inline constexpr UINT LVNI_FOCUSED = 0x0001;
-inline constexpr UINT LVNI_SELECTED = 0x0002;
 inline constexpr DWORD LVS_EX_CHECKBOXES = 0x0004;
-inline constexpr DWORD LVS_EX_FULLROWSELECT = 0x0020;
 inline constexpr UINT INDEXTOSTATEIMAGEMASK(UINT index) { return index << 12; }
 
 struct LVITEMW {
@@ -230,14 +193,9 @@ inline int ListView_GetItemCount(HWND list) {
 inline int ListView_InsertItem(HWND list, const LVITEMW *item) {
     return static_cast<int>(SendMessageW(list, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(item)));
 }
-inline BOOL ListView_DeleteAllItems(HWND list) {
-    return static_cast<BOOL>(SendMessageW(list, LVM_DELETEALLITEMS, 0, 0));
-}
 void ListView_SetItemText(HWND list, int item, int subItem, LPWSTR text);
-void ListView_GetItemText(HWND list, int item, int subItem, LPWSTR text, int size);
 void ListView_SetItemState(HWND list, int item, UINT state, UINT mask);
 void ListView_SetCheckState(HWND list, int item, BOOL checked);
-BOOL ListView_GetCheckState(HWND list, int item);
 
 namespace platform {
 

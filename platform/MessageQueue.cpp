@@ -450,14 +450,6 @@ LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     return result;
 }
 
-LRESULT SendMessageTimeoutW(HWND window, UINT message, WPARAM wParam, LPARAM lParam, UINT,
-                            UINT timeout, PDWORD_PTR result) {
-    LRESULT answer = 0;
-    bool sent = SendAndWait(window, message, wParam, lParam, timeout, answer);
-    if (result) *result = static_cast<DWORD_PTR>(answer);
-    return sent ? TRUE : FALSE;
-}
-
 BOOL SendNotifyMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     std::shared_ptr<platform::Window> object = platform::FindWindowObject(window);
     if (!object) {

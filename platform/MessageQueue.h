@@ -57,10 +57,6 @@ inline constexpr DWORD QS_INPUT = QS_MOUSE | QS_KEY | QS_RAWINPUT;
 inline constexpr DWORD QS_ALLEVENTS = QS_INPUT | QS_POSTMESSAGE | QS_TIMER | QS_PAINT | QS_HOTKEY;
 inline constexpr DWORD QS_ALLINPUT = QS_ALLEVENTS | QS_SENDMESSAGE;
 
-inline constexpr UINT SMTO_NORMAL = 0x0000;
-inline constexpr UINT SMTO_BLOCK = 0x0001;
-inline constexpr UINT SMTO_ABORTIFHUNG = 0x0002;
-
 inline constexpr UINT USER_TIMER_MINIMUM = 0x0000000A;
 inline constexpr UINT USER_TIMER_MAXIMUM = 0x7FFFFFFF;
 
@@ -82,10 +78,6 @@ BOOL PostThreadMessageW(DWORD threadId, UINT message, WPARAM wParam, LPARAM lPar
 // 0 with ERROR_INVALID_WINDOW_HANDLE for a window that is not there; 0 when
 // the window's thread ends or the window goes before it answers.
 LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-// As SendMessageW with a limit in milliseconds; 0 with ERROR_TIMEOUT when
-// the answer did not come in time. The flags are accepted and ignored.
-LRESULT SendMessageTimeoutW(HWND window, UINT message, WPARAM wParam, LPARAM lParam, UINT flags,
-                            UINT timeout, PDWORD_PTR result);
 // Direct on the window's thread; else queued like a sent message without
 // waiting for the answer.
 BOOL SendNotifyMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);

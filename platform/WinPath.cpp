@@ -264,56 +264,6 @@ std::vector<std::wstring> FixedDrives() {
 
 }  // namespace platform
 
-int _wsplitpath_s(const wchar_t *path, wchar_t *drive, std::size_t driveSize, wchar_t *dir,
-                  std::size_t dirSize, wchar_t *fname, std::size_t fnameSize, wchar_t *ext,
-                  std::size_t extSize) {
-    struct Part {
-        wchar_t *buffer;
-        std::size_t size;
-        std::wstring_view text;
-    };
-    Part parts[] = {
-        {drive, driveSize, {}}, {dir, dirSize, {}}, {fname, fnameSize, {}}, {ext, extSize, {}}};
-    auto clearAll = [&] {
-        for (Part &part : parts) {
-            if (part.buffer && part.size > 0) part.buffer[0] = L'\0';
-        }
-    };
-    for (const Part &part : parts) {
-        if ((part.buffer == nullptr) != (part.size == 0)) {
-            clearAll();
-            return EINVAL;
-        }
-    }
-    if (!path) {
-        clearAll();
-        return EINVAL;
-    }
-    std::wstring_view whole(path);
-    std::size_t cut = whole.rfind(kPathSep);
-    std::size_t nameStart = cut == std::wstring_view::npos ? 0 : cut + 1;
-    std::wstring_view name = whole.substr(nameStart);
-    std::size_t dot = name.rfind(L'.');
-    parts[1].text = whole.substr(0, nameStart);
-    parts[2].text = name.substr(0, dot == std::wstring_view::npos ? name.size() : dot);
-    parts[3].text = dot == std::wstring_view::npos ? std::wstring_view() : name.substr(dot);
-    for (const Part &part : parts) {
-        if (part.buffer && part.text.size() >= part.size) {
-            clearAll();
-            return ERANGE;
-        }
-    }
-    for (const Part &part : parts) {
-        if (part.buffer) CopyOut(part.text, part.buffer);
-    }
-    return 0;
-}
-
-void _wsplitpath(const wchar_t *path, wchar_t *drive, wchar_t *dir, wchar_t *fname, wchar_t *ext) {
-    _wsplitpath_s(path, drive, drive ? _MAX_DRIVE : 0, dir, dir ? _MAX_DIR : 0, fname,
-                  fname ? _MAX_FNAME : 0, ext, ext ? _MAX_EXT : 0);
-}
-
 wchar_t *PathFindExtensionW(const wchar_t *path) {
     if (!path) return nullptr;
     const wchar_t *dot = nullptr;
@@ -350,57 +300,6 @@ BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *patterns) {
         pos = end + 1;
     }
     return FALSE;
-}
-
-BOOL PathRemoveFileSpecW(wchar_t *path) {
-    if (!path || !*path) return FALSE;
-    wchar_t *last = std::wcsrchr(path, kPathSep);
-    if (!last) {
-        path[0] = L'\0';
-        return TRUE;
-    }
-    if (last == path) {
-        if (path[1] == L'\0') return FALSE;
-        path[1] = L'\0';
-        return TRUE;
-    }
-    *last = L'\0';
-    return TRUE;
-}
-
-BOOL PathAppendW(wchar_t *path, const wchar_t *more) {
-    if (!path || !more) return FALSE;
-    std::wstring joined = platform::NormalizePath(platform::JoinPath(path, more));
-    if (joined.size() >= platform::kPathBufferSize) return FALSE;
-    CopyOut(joined, path);
-    return TRUE;
-}
-
-wchar_t *PathAddBackslashW(wchar_t *path) {
-    if (!path) return nullptr;
-    std::size_t length = std::wcslen(path);
-    if (length >= platform::kPathBufferSize - 1) return nullptr;
-    wchar_t *end = path + length;
-    if (length > 0 && end[-1] != kPathSep) {
-        *end++ = kPathSep;
-        *end = L'\0';
-    }
-    return end;
-}
-
-wchar_t *PathRemoveBackslashW(wchar_t *path) {
-    if (!path) return nullptr;
-    std::size_t length = std::wcslen(path);
-    if (length == 0) return path;
-    wchar_t *last = path + length - 1;
-    if (*last == kPathSep && length > 1) {
-        *last = L'\0';
-    }
-    return last;
-}
-
-BOOL PathIsRelativeW(const wchar_t *path) {
-    return (path && platform::IsAbsolutePath(path)) ? FALSE : TRUE;
 }
 
 namespace {

@@ -19,12 +19,6 @@
 inline constexpr wchar_t kPathSep = L'/';
 inline constexpr const wchar_t *kPathSepString = L"/";
 
-// Component sizes of _wsplitpath, with the terminator.
-inline constexpr std::size_t _MAX_DRIVE = 3;
-inline constexpr std::size_t _MAX_DIR = 256;
-inline constexpr std::size_t _MAX_FNAME = 256;
-inline constexpr std::size_t _MAX_EXT = 256;
-
 inline constexpr UINT DRIVE_UNKNOWN = 0;
 inline constexpr UINT DRIVE_NO_ROOT_DIR = 1;
 inline constexpr UINT DRIVE_REMOVABLE = 2;
@@ -84,16 +78,6 @@ std::vector<std::wstring> FixedDrives();
 
 }  // namespace platform
 
-// The runtime's path splitting. `dir` ends with its separator; `ext` keeps
-// its dot; `drive` is always empty. Outputs may be null. _wsplitpath_s
-// returns 0, EINVAL for a null path or an inconsistent buffer and size, or
-// ERANGE when a part does not fit; on failure every given buffer is made
-// empty. _wsplitpath works as _wsplitpath_s with the _MAX_ sizes.
-void _wsplitpath(const wchar_t *path, wchar_t *drive, wchar_t *dir, wchar_t *fname, wchar_t *ext);
-int _wsplitpath_s(const wchar_t *path, wchar_t *drive, std::size_t driveSize, wchar_t *dir,
-                  std::size_t dirSize, wchar_t *fname, std::size_t fnameSize, wchar_t *ext,
-                  std::size_t extSize);
-
 // Shell path calls (shlwapi). The Find calls return a pointer into `path`:
 // the extension's dot, or the terminator when there is none (a blank or a
 // separator after the last dot ends the extension); the file name, where a
@@ -103,20 +87,6 @@ wchar_t *PathFindFileNameW(const wchar_t *path);
 // True when the file matches one of the ";"-separated patterns (leading
 // blanks of each skipped) by MatchesWildcard. An empty pattern matches nothing.
 BOOL PathMatchSpecW(const wchar_t *file, const wchar_t *patterns);
-// Cuts the last name and its separator; the root stays. TRUE if it changed.
-BOOL PathRemoveFileSpecW(wchar_t *path);
-// Appends `more` with one separator and normalizes the result. FALSE, with
-// the path unchanged, when the result would not fit kPathBufferSize.
-BOOL PathAppendW(wchar_t *path, const wchar_t *more);
-// Adds a separator unless the path is empty or ends in one. Returns the
-// terminator's address, or null (unchanged) when the path has
-// kPathBufferSize - 1 characters or more.
-wchar_t *PathAddBackslashW(wchar_t *path);
-// Removes one trailing separator unless it is the root. Returns the address
-// of the terminator that replaced it, else of the last character.
-wchar_t *PathRemoveBackslashW(wchar_t *path);
-// TRUE unless the path begins at the root; TRUE for null or empty.
-BOOL PathIsRelativeW(const wchar_t *path);
 
 // Short and long names are the same here: the path is copied, "\\?\"
 // dropped. A missing path fails with ERROR_FILE_NOT_FOUND (or

@@ -1,7 +1,6 @@
 #include "platform/WinProcess.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -612,25 +611,6 @@ std::wstring ExpandVariables(const std::wstring &source) {
 }  // namespace
 }  // namespace platform
 
-DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size) {
-    using namespace platform;
-    if (!name || !*name) {
-        SetLastError(ERROR_ENVVAR_NOT_FOUND);
-        return 0;
-    }
-    std::wstring value;
-    {
-        std::lock_guard<std::mutex> lock(environmentMutex);
-        if (!LookUpVariable(name, value)) {
-            SetLastError(ERROR_ENVVAR_NOT_FOUND);
-            return 0;
-        }
-    }
-    if (!buffer || size <= value.size()) return static_cast<DWORD>(value.size() + 1);
-    std::wmemcpy(buffer, value.c_str(), value.size() + 1);
-    return static_cast<DWORD>(value.size());
-}
-
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) {
     using namespace platform;
     if (!name || !*name || std::wcschr(name, L'=')) {
@@ -662,54 +642,4 @@ DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD size) 
     const DWORD needed = static_cast<DWORD>(expanded.size() + 1);
     if (destination && size >= needed) std::wmemcpy(destination, expanded.c_str(), needed);
     return needed;
-}
-
-BOOL GetComputerNameW(LPWSTR buffer, LPDWORD size) {
-    if (!size) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    char host[256] = {};
-    if (gethostname(host, sizeof host - 1) != 0) {
-        platform::SetLastErrorFromErrno();
-        return FALSE;
-    }
-    std::wstring name = platform::FromUtf8(host);
-    name = name.substr(0, name.find(L'.'));
-    if (!buffer || *size <= name.size()) {
-        *size = static_cast<DWORD>(name.size() + 1);
-        SetLastError(ERROR_BUFFER_OVERFLOW);
-        return FALSE;
-    }
-    std::wmemcpy(buffer, name.c_str(), name.size() + 1);
-    *size = static_cast<DWORD>(name.size());
-    return TRUE;
-}
-
-BOOL GetUserNameW(LPWSTR buffer, LPDWORD size) {
-    if (!size) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    std::wstring name;
-    struct passwd entry;
-    struct passwd *found = nullptr;
-    char storage[4096];
-    if (getpwuid_r(geteuid(), &entry, storage, sizeof storage, &found) == 0 && found) {
-        name = platform::FromUtf8(found->pw_name);
-    } else if (const char *user = std::getenv("USER")) {
-        name = platform::FromUtf8(user);
-    } else {
-        SetLastError(ERROR_INVALID_FUNCTION);
-        return FALSE;
-    }
-    const DWORD needed = static_cast<DWORD>(name.size() + 1);
-    if (!buffer || *size < needed) {
-        *size = needed;
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    std::wmemcpy(buffer, name.c_str(), needed);
-    *size = needed;
-    return TRUE;
 }

@@ -139,27 +139,10 @@ DWORD GetCurrentProcessId();
 
 // The environment of this process; children inherit it. Names are looked
 // up as given first, then without regard to case as Windows does.
-// GetEnvironmentVariableW returns the length copied, or when the buffer is
-// too small the size needed with the terminator; 0 with
-// ERROR_ENVVAR_NOT_FOUND for a missing name.
-DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
 BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 // "%NAME%" is replaced by the variable's value; an unknown name stays as it
 // is. Returns the characters needed including the terminator.
 DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR destination, DWORD size);
-
-inline constexpr DWORD MAX_COMPUTERNAME_LENGTH = 15;
-inline constexpr DWORD UNLEN = 256;
-inline constexpr DWORD ERROR_BUFFER_OVERFLOW = 111;
-inline constexpr DWORD ERROR_ENVVAR_NOT_FOUND = 203;
-// The host name up to its first dot. *size is the buffer in characters;
-// on success it becomes the length without the terminator. A small buffer
-// fails with ERROR_BUFFER_OVERFLOW and the size needed in *size.
-BOOL GetComputerNameW(LPWSTR buffer, LPDWORD size);
-// The login name of the effective user. As on Windows, on success *size
-// becomes the length WITH the terminator; a small buffer fails with
-// ERROR_INSUFFICIENT_BUFFER and the size needed in *size.
-BOOL GetUserNameW(LPWSTR buffer, LPDWORD size);
 
 namespace platform {
 

@@ -290,11 +290,6 @@ struct EventState {
     std::condition_variable changed;
     const bool manualReset;
     bool signalled;
-    // A pulse of a manual-reset event releases those waiting in the
-    // generation it ends; one of an auto-reset event leaves one release.
-    std::uint64_t generation = 0;
-    unsigned waiting = 0;
-    unsigned pulseReleases = 0;
 };
 
 class EventObject : public KernelObject {
@@ -305,25 +300,10 @@ public:
     DWORD Wait(DWORD milliseconds) override {
         EventState &s = *state_;
         std::unique_lock<std::mutex> lock(s.mutex);
-        const std::uint64_t generation = s.generation;
-        ++s.waiting;
-        // Counted out also when the thread is ended inside the wait.
-        struct Waiting {
-            unsigned &count;
-            ~Waiting() { --count; }
-        } waiting{s.waiting};
-        bool released = WaitFor(s.changed, lock, milliseconds, [&] {
-            return s.signalled ||
-                   (s.manualReset ? s.generation != generation : s.pulseReleases > 0);
-        });
-        if (!released) return WAIT_TIMEOUT;
-        if (!s.manualReset) {
-            if (s.signalled) {
-                s.signalled = false;
-            } else {
-                --s.pulseReleases;
-            }
+        if (!WaitFor(s.changed, lock, milliseconds, [&] { return s.signalled; })) {
+            return WAIT_TIMEOUT;
         }
+        if (!s.manualReset) s.signalled = false;
         return WAIT_OBJECT_0;
     }
 
@@ -377,35 +357,12 @@ HANDLE CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, 
     return new EventObject(state);
 }
 
-HANDLE OpenEventW(DWORD, BOOL, LPCWSTR name) {
-    using namespace platform;
-    if (!name || !*name) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    std::lock_guard<std::mutex> lock(namedEventsMutex);
-    if (auto existing = FindNamedEvent(name)) return new EventObject(existing);
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    return nullptr;
-}
-
 BOOL SetEvent(HANDLE event) {
     return platform::ChangeEvent(event, [](platform::EventState &s) { s.signalled = true; });
 }
 
 BOOL ResetEvent(HANDLE event) {
     return platform::ChangeEvent(event, [](platform::EventState &s) { s.signalled = false; });
-}
-
-BOOL PulseEvent(HANDLE event) {
-    return platform::ChangeEvent(event, [](platform::EventState &s) {
-        s.signalled = false;
-        if (s.manualReset) {
-            ++s.generation;
-        } else if (s.waiting > s.pulseReleases) {
-            ++s.pulseReleases;
-        }
-    });
 }
 
 // ---------------------------------------------------------------- mutexes
@@ -636,16 +593,16 @@ private:
     SharedMapping *mapping_;
 };
 
-// Opens (and with `create` makes) the system-wide mutex `name`. Sets
-// `existed` when other handles to it were open.
-SharedMutex *OpenSharedMutex(const wchar_t *name, bool create, bool &existed) {
+// Opens the system-wide mutex `name`, making it when no handle to it is
+// open; sets `existed` when other handles to it were open.
+SharedMutex *OpenSharedMutex(const wchar_t *name, bool &existed) {
     std::wstring folder = UserRuntimeFolder();
     if (folder.empty()) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
     std::string path = ToUtf8(folder) + "/" + SharedMutexFileName(name);
-    int fd = open(path.c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0600);
+    int fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_CREAT, 0600);
     if (fd < 0) {
         SetLastErrorFromErrno();
         return nullptr;
@@ -658,7 +615,6 @@ SharedMutex *OpenSharedMutex(const wchar_t *name, bool create, bool &existed) {
     if (!LockByte(fd, F_WRLCK, 0, true)) return fail(WinErrorFromErrno(errno));
 
     existed = !LockByte(fd, F_WRLCK, 1, false);
-    if (!existed && !create) return fail(ERROR_FILE_NOT_FOUND);
     if (!existed && ftruncate(fd, sizeof(SharedMutexData)) != 0) {
         return fail(WinErrorFromErrno(errno));
     }
@@ -691,20 +647,11 @@ HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL initialOwner, LPCWSTR name) {
         return mutex;
     }
     bool existed = false;
-    SharedMutex *mutex = OpenSharedMutex(name, true, existed);
+    SharedMutex *mutex = OpenSharedMutex(name, existed);
     if (!mutex) return nullptr;
     if (initialOwner && !existed) mutex->Wait(INFINITE);
     SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return mutex;
-}
-
-HANDLE OpenMutexW(DWORD, BOOL, LPCWSTR name) {
-    if (!name || !*name) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    bool existed = false;
-    return platform::OpenSharedMutex(name, false, existed);
 }
 
 BOOL ReleaseMutex(HANDLE mutex) {
@@ -720,53 +667,4 @@ BOOL ReleaseMutex(HANDLE mutex) {
     }
     if (!released) SetLastError(ERROR_NOT_OWNER);
     return released ? TRUE : FALSE;
-}
-
-// ------------------------------------------------------ atomic counters
-
-LONG InterlockedIncrement(volatile LONG *addend) {
-    return __atomic_add_fetch(addend, 1, __ATOMIC_SEQ_CST);
-}
-
-LONG InterlockedDecrement(volatile LONG *addend) {
-    return __atomic_sub_fetch(addend, 1, __ATOMIC_SEQ_CST);
-}
-
-LONG InterlockedExchange(volatile LONG *target, LONG value) {
-    return __atomic_exchange_n(target, value, __ATOMIC_SEQ_CST);
-}
-
-LONG InterlockedExchangeAdd(volatile LONG *addend, LONG value) {
-    return __atomic_fetch_add(addend, value, __ATOMIC_SEQ_CST);
-}
-
-LONG InterlockedCompareExchange(volatile LONG *destination, LONG exchange, LONG comparand) {
-    __atomic_compare_exchange_n(destination, &comparand, exchange, false, __ATOMIC_SEQ_CST,
-                                __ATOMIC_SEQ_CST);
-    return comparand;
-}
-
-// ------------------------------------------------------ critical sections
-
-namespace platform {
-struct CriticalSectionState {
-    std::recursive_mutex mutex;
-};
-}  // namespace platform
-
-void InitializeCriticalSection(LPCRITICAL_SECTION section) {
-    section->state = new platform::CriticalSectionState;
-}
-
-void EnterCriticalSection(LPCRITICAL_SECTION section) { section->state->mutex.lock(); }
-
-BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section) {
-    return section->state->mutex.try_lock() ? TRUE : FALSE;
-}
-
-void LeaveCriticalSection(LPCRITICAL_SECTION section) { section->state->mutex.unlock(); }
-
-void DeleteCriticalSection(LPCRITICAL_SECTION section) {
-    delete section->state;
-    section->state = nullptr;
 }

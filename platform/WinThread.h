@@ -48,28 +48,15 @@ void Sleep(DWORD milliseconds);
 // name opens the same event and sets ERROR_ALREADY_EXISTS.
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manualReset, BOOL initialState,
                     LPCWSTR name);
-HANDLE OpenEventW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR name);
 BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
-// Releases the threads waiting now (all of them for a manual-reset event,
-// one for an auto-reset event) and leaves the event non-signalled.
-BOOL PulseEvent(HANDLE event);
 
 // Mutexes. A named mutex is shared by every process of the user; when the
 // name already existed, the call succeeds and sets ERROR_ALREADY_EXISTS.
 // "Global\" and "Local\" prefixes name the same object.
 HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES attributes, BOOL initialOwner, LPCWSTR name);
-HANDLE OpenMutexW(DWORD desiredAccess, BOOL inheritHandle, LPCWSTR name);
 // Fails with ERROR_NOT_OWNER when the calling thread does not own it.
 BOOL ReleaseMutex(HANDLE mutex);
-
-// Atomic counters on 32-bit values; each returns the value the Windows call
-// returns (the new value for increment and decrement, the old one else).
-LONG InterlockedIncrement(volatile LONG *addend);
-LONG InterlockedDecrement(volatile LONG *addend);
-LONG InterlockedExchange(volatile LONG *target, LONG value);
-LONG InterlockedExchangeAdd(volatile LONG *addend, LONG value);
-LONG InterlockedCompareExchange(volatile LONG *destination, LONG exchange, LONG comparand);
 
 namespace platform {
 
@@ -105,17 +92,3 @@ private:
 };
 
 }  // namespace platform
-
-// A recursive lock for the threads of one process.
-namespace platform {
-struct CriticalSectionState;
-}
-struct CRITICAL_SECTION {
-    platform::CriticalSectionState *state;
-};
-using LPCRITICAL_SECTION = CRITICAL_SECTION *;
-void InitializeCriticalSection(LPCRITICAL_SECTION section);
-void EnterCriticalSection(LPCRITICAL_SECTION section);
-BOOL TryEnterCriticalSection(LPCRITICAL_SECTION section);
-void LeaveCriticalSection(LPCRITICAL_SECTION section);
-void DeleteCriticalSection(LPCRITICAL_SECTION section);

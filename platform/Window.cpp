@@ -82,7 +82,6 @@ WindowTable &Table() {
         AddSystemClass(*made, WC_BUTTONW, 0x0080, ControlWindowProc, 0);
         AddSystemClass(*made, WC_EDITW, 0x0081, ControlWindowProc, 0);
         AddSystemClass(*made, WC_STATICW, 0x0082, ControlWindowProc, 0);
-        AddSystemClass(*made, WC_LISTBOXW, 0x0083, ControlWindowProc, 0);
         AddSystemClass(*made, WC_COMBOBOXW, 0x0085, ControlWindowProc, 0);
         AddSystemClass(*made, PROGRESS_CLASSW, 0, ControlWindowProc, 0);
         AddSystemClass(*made, WC_LISTVIEWW, 0, ControlWindowProc, 0);

@@ -367,25 +367,23 @@ namespace platform {
 class MessageQueue;
 struct RemoteWindow;
 
-// A row of a list box, combo box or list view: the texts of its columns
-// (the item and its sub-items), its state bits (LVIS_*, the check box in
-// the state image bits), and the item data.
+// A row of a combo box or list view: the texts of its columns (the item and
+// its sub-items), its state bits (the check box in the state image bits),
+// and the item data.
 struct ListRow {
     std::vector<std::wstring> texts;
     UINT state = 0;
     LPARAM data = 0;
-    int image = 0;
 };
 
 // What a control keeps besides its text, enabled and visible state. A
-// control answers the messages of buttons, progress bars, list boxes, combo
-// boxes and list views alike, whatever its class.
+// control answers the messages of buttons, progress bars, combo boxes and
+// list views alike, whatever its class.
 struct ControlState {
     int check = 0;  // BST_UNCHECKED
     int rangeLow = 0;
     int rangeHigh = 100;
     int position = 0;
-    int step = 10;
     std::vector<ListRow> rows;
     int selection = -1;
     DWORD listViewStyle = 0;
