@@ -11,9 +11,11 @@ OrderedWorkerPool::~OrderedWorkerPool() {
     if (ownState_ && freeState_) freeState_(ownState_);
 }
 
-void OrderedWorkerPool::Start(bool threads) {
-    if (!threads || !workers_.empty()) return;
-    unsigned count = std::max(1u, std::thread::hardware_concurrency());
+unsigned OrderedWorkerPool::Cores() { return std::max(1u, std::thread::hardware_concurrency()); }
+
+void OrderedWorkerPool::Start(unsigned most) {
+    if (!workers_.empty()) return;
+    unsigned count = std::min(most, Cores());
     for (unsigned i = 0; i < count; ++i) workers_.emplace_back([this] { Work(); });
 }
 

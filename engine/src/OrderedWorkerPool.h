@@ -27,9 +27,11 @@ public:
     OrderedWorkerPool(const OrderedWorkerPool &) = delete;
     OrderedWorkerPool &operator=(const OrderedWorkerPool &) = delete;
 
-    // As many workers as there are cores, or none: then every task runs at
-    // once on the caller's thread, when it is submitted.
-    void Start(bool threads);
+    // Up to `most` workers, no more than there are cores; with none, every
+    // task runs at once on the caller's thread, when it is submitted.
+    void Start(unsigned most);
+    static unsigned Cores();
+    static constexpr unsigned kOneACore = ~0u;
     // Ends the workers; tasks not yet begun are dropped.
     void Stop();
 

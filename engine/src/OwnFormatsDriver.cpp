@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <thread>
 
 #include "Driver.h"
 #include "FormatProfile.h"
+#include "OrderedWorkerPool.h"
 #include "VnkxArchive.h"
 #include "VnkxBlockPlan.h"
 
@@ -129,9 +129,10 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
         settings.encryptCatalogue = false;
         settings.filters = false;
     }
-    unsigned workers = request.threads ? std::max(1u, std::thread::hardware_concurrency()) : 1;
-    if (vnkx::WorkerMemoryOfRun(choice) * (workers + 1) > MemoryAllowed())
-        return kEngineExtentTooHigh;
+    std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice);
+    if (!vnkx::RunFits(perWorker, MemoryAllowed())) return kEngineExtentTooHigh;
+    if (request.threads)
+        settings.workers = vnkx::WorkersFor(perWorker, OrderedWorkerPool::Cores(), MemoryAllowed());
     return kEngineOK;
 }
 
@@ -176,6 +177,7 @@ public:
             settings.fold = false;
             settings.filters = false;
             settings.cipher = vnkx::kCipherAesGcm;
+            settings.workers = request.threads ? OrderedWorkerPool::kOneACore : 0;
         } else if (Result result = VnkxSettings(request, settings)) {
             return result;
         }

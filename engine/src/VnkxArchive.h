@@ -60,6 +60,7 @@ struct WriteSettings {
     std::uint8_t cipher = kCipherAesGcm;  // with a password
     bool encryptCatalogue = false;
     unsigned redundancy = 0;  // percent of recovery data, 0 for none
+    unsigned workers = 0;     // blocks coded at once; 0 codes them on the caller's thread
 };
 
 Result WriteArchive(const WriteRequest &request, ItemFeed &feed, const WriteSettings &settings);

@@ -3,6 +3,7 @@
 // mixed, and data stored as it is stays apart from all of them.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -32,5 +33,24 @@ MethodChoice ChoiceForBlock(const MethodChoice &requested, BlockKind kind);
 
 // What one worker needs at most for any kind of block of the run.
 std::uint64_t WorkerMemoryOfRun(const MethodChoice &requested);
+
+// A run holds its workers and one block filling beside them. Light runs,
+// whose worker and filling block take at most kLightRunMemory (the defaults
+// are one), keep to that in all however many cores there are; heavier
+// settings may take up to `allowed`. So memory, not only cores, sets how
+// many work at once: at least one, at most `cores`.
+constexpr std::uint64_t kLightRunMemory = 256ULL << 20;
+
+constexpr bool RunFits(std::uint64_t perWorker, std::uint64_t allowed) {
+    return perWorker <= allowed / 2;
+}
+
+constexpr unsigned WorkersFor(std::uint64_t perWorker, unsigned cores, std::uint64_t allowed) {
+    perWorker = std::max<std::uint64_t>(perWorker, 1);
+    std::uint64_t budget = RunFits(perWorker, kLightRunMemory) ? kLightRunMemory : allowed;
+    std::uint64_t fit = budget / perWorker;
+    return static_cast<unsigned>(
+        std::clamp<std::uint64_t>(fit > 1 ? fit - 1 : 1, 1, std::max(cores, 1u)));
+}
 
 }  // namespace engine::vnkx

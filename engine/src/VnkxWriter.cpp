@@ -71,7 +71,7 @@ public:
         std::uint16_t flags = settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0;
         Bytes header = EncodeHeader(settings_.flavour, settings_.version, flags);
         if (Result result = Write(header.data(), header.size())) return result;
-        pool_.Start(request_.threads);
+        pool_.Start(settings_.workers);
         for (;;) {
             if (operation_ && operation_->Cancelled()) return kEngineCancelled;
             WriteItem item;

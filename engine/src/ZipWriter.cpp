@@ -268,7 +268,7 @@ public:
     Result Run(ItemFeed &feed) {
         fd_ = open(request_.path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd_ < 0) return LastErrno();
-        pool_.Start(request_.threads);
+        pool_.Start(request_.threads ? OrderedWorkerPool::kOneACore : 0);
         Result result = Pump(feed);
         pool_.Stop();
         if (result == kEngineOK && operation_) result = operation_->WritingCatalogue();

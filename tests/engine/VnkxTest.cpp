@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "EngineFixture.h"
+#include "VnkxBlockPlan.h"
 
 namespace enginetest {
 namespace {
@@ -85,6 +86,34 @@ TEST_F(VnkxTest, ExtentBeyondMemoryIsRefused) {
     SetVnkx(kFormatPropCompMethod, 5);
     SetVnkx(kFormatPropCompExtent, 31);
     EXPECT_EQ(Create("vnkx", {tree}, folder / "beyond.vnkx"), kEngineExtentTooHigh);
+}
+
+// Memory, not only cores, sets how many blocks are coded at once: light runs
+// (the defaults) stay within 256 MiB on any machine, and heavy settings on a
+// small machine get fewer workers instead of a refusal.
+TEST(VnkxWorkers, FollowMemoryNotOnlyCores) {
+    using engine::vnkx::WorkersFor;
+    constexpr std::uint64_t kMiB = 1 << 20, kGiB = kMiB << 10;
+    struct Row {
+        std::uint64_t perWorker;
+        unsigned cores;
+        std::uint64_t allowed;
+        unsigned workers;
+    } rows[] = {
+        {80 * kMiB, 2, 12 * kGiB, 2},   // the defaults here
+        {80 * kMiB, 64, 12 * kGiB, 2},  // ... and on a large machine: 3 x 80 MiB <= 256 MiB
+        {40 * kMiB, 64, 12 * kGiB, 5},  // lighter blocks, more of them
+        {930 * kMiB, 2, 12 * kGiB, 2},  // the smallest preset here
+        {930 * kMiB, 64, 4 * kGiB, 3},  // ... on many cores and little memory
+        {930 * kMiB, 64, 2 * kGiB, 1},  // one worker and its block still fit
+        {80 * kMiB, 0, 12 * kGiB, 1},   // a machine that names no cores
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.perWorker / kMiB);
+        EXPECT_EQ(WorkersFor(row.perWorker, row.cores, row.allowed), row.workers);
+    }
+    EXPECT_TRUE(engine::vnkx::RunFits(930 * kMiB, 2 * kGiB));
+    EXPECT_FALSE(engine::vnkx::RunFits(1100 * kMiB, 2 * kGiB));
 }
 
 TEST_F(VnkxTest, TheClassicFormAndTheFirstVersionAreReadable) {
