@@ -163,12 +163,6 @@ TEST(CHighTimeTest, ArithmeticPropagatesNullOverInvalidOverValid) {
     EXPECT_EQ((invalid + nullSpan).GetStatus(), CHighTime::null);
     EXPECT_EQ((start - nullSpan).GetStatus(), CHighTime::null);
     EXPECT_EQ((start - invalid).GetStatus(), CHighTimeSpan::invalid);
-
-    CHighTime moving = start;
-    moving += day;
-    EXPECT_EQ(moving, next);
-    moving -= nullSpan;
-    EXPECT_EQ(moving.GetStatus(), CHighTime::null);
 }
 
 TEST(CHighTimeTest, SystemTimeAndFileTimeConversions) {
@@ -203,12 +197,6 @@ TEST(CHighTimeTest, SystemTimeAndFileTimeConversions) {
     EXPECT_EQ(platform::TicksFromFileTime(out), ExpectedTicks(2026, 11, 22) + 12345678);
     LARGE_INTEGER large = exact;
     EXPECT_EQ(large.QuadPart, ExpectedTicks(2026, 11, 22) + 12345678);
-
-    CHighTime assigned;
-    assigned.SetStatus(CHighTime::null);
-    assigned = static_cast<__int64>(42);
-    EXPECT_EQ(assigned.GetStatus(), CHighTime::valid);
-    EXPECT_EQ(static_cast<__int64>(assigned), 42);
 }
 
 TEST(CHighTimeTest, FormatOfInvalidAndNullValues) {
