@@ -79,6 +79,7 @@ make_seeds() {
       seed 7zz a -t7z -psecret "$SEEDS/data-enciphered.7z" tree
       seed 7zz a -t7z -psecret -mhe=on "$SEEDS/catalogue-enciphered.7z" tree
       seed 7zz a -tzip -mem=AES256 -psecret "$SEEDS/aes.zip" tree
+      seed 7zz a -tzip -mm=Deflate64 "$SEEDS/deflate64.zip" tree
     fi
     tar -cf "$SEEDS/plain.tar" tree
     tar -czf "$SEEDS/plain.tgz" tree

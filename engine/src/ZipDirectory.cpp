@@ -17,6 +17,7 @@ constexpr std::uint32_t kEndSignature = 0x06054b50;
 constexpr std::uint32_t kEnd64Signature = 0x06064b50;
 constexpr std::uint32_t kLocator64Signature = 0x07064b50;
 constexpr std::uint32_t kCentralSignature = 0x02014b50;
+constexpr std::uint32_t kLocalSignature = 0x04034b50;
 constexpr std::uint64_t kMaxDirectory = 1ULL << 30;
 
 // Code page 437, the characters above ASCII.
@@ -203,6 +204,15 @@ Result ReadZipDirectory(const std::string &path, ZipDirectory &directory) {
     std::stable_sort(
         directory.entries.begin(), directory.entries.end(),
         [](const auto &a, const auto &b) { return a.stored->localOffset < b.stored->localOffset; });
+    return kEngineOK;
+}
+
+Result ZipDataStart(int fd, std::uint64_t localOffset, std::uint64_t &dataAt) {
+    std::uint8_t local[30];
+    if (pread(fd, local, sizeof local, static_cast<off_t>(localOffset)) != sizeof local ||
+        Le32(local) != kLocalSignature)
+        return kEngineCatalogueDamaged;
+    dataAt = localOffset + sizeof local + Le16(local + 26) + Le16(local + 28);
     return kEngineOK;
 }
 

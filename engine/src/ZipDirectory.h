@@ -42,6 +42,11 @@ struct ZipDirectory {
 // the file; every size and offset is checked against the file first.
 Result ReadZipDirectory(const std::string &path, ZipDirectory &directory);
 
+// Where an item's data begins: past its local header, whose name and extra
+// field may differ in length from the central record's.
+// kEngineCatalogueDamaged when no local header lies at `localOffset`.
+Result ZipDataStart(int fd, std::uint64_t localOffset, std::uint64_t &dataAt);
+
 // Text of a zip field: UTF-8 when flagged or valid, else code page 437.
 std::wstring ZipText(const std::uint8_t *bytes, std::size_t count, bool utf8Flag);
 

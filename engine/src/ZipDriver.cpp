@@ -3,10 +3,15 @@
 // written by the engine's own writer. A zip behind a self-extracting stub is
 // found by its end record.
 #include <archive.h>
+#include <fcntl.h>
+#include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <map>
 
+#include "Deflate64Decoder.h"
+#include "FileSystem.h"
 #include "FormatProfile.h"
 #include "LibArchive.h"
 #include "Sniff.h"
@@ -61,12 +66,15 @@ bool EndRecordFits(SniffInput &input) {
 
 void EnableZip(archive *handle) { archive_read_support_format_zip(handle); }
 
+constexpr std::uint16_t kMethodDeflate64 = 9;
+
 // libarchive's items, each joined with its central directory record by
-// name, in order.
+// name, in order. Deflate64 data, which libarchive cannot decode, the
+// engine decodes from the archive itself.
 class ZipCursor final : public ReadCursor {
 public:
-    ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory)
-        : inner_(std::move(inner)), comment_(directory.comment) {
+    ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory, std::string path)
+        : inner_(std::move(inner)), comment_(directory.comment), path_(std::move(path)) {
         for (auto &entry : directory.entries)
             byName_[CleanItemPath(entry.name)].push_back(std::move(entry));
         for (auto &[name, entries] : byName_) std::reverse(entries.begin(), entries.end());
@@ -87,12 +95,15 @@ public:
         }
         crc_ = 0;
         length_ = 0;
+        deflate64_.reset();
         return kEngineOK;
     }
     // libarchive checks the CRC of what it inflates, not of stored data, so
     // every item's data is held against its central record here.
     Result Read(void *buffer, std::size_t size, std::size_t &got) override {
-        Result result = inner_->Read(buffer, size, got);
+        Result result = DecodedHere()
+                            ? ReadDeflate64(static_cast<std::uint8_t *>(buffer), size, got)
+                            : inner_->Read(buffer, size, got);
         if (result != kEngineOK || !Checkable()) return result;
         if (got > 0) {
             crc_ = static_cast<std::uint32_t>(
@@ -100,7 +111,9 @@ public:
             length_ += got;
             return kEngineOK;
         }
-        if (length_ == checked_->size && crc_ != checked_->crc) return kEngineItemDataDamaged;
+        if ((DecodedHere() && length_ != checked_->size) ||
+            (length_ == checked_->size && crc_ != checked_->crc))
+            return kEngineItemDataDamaged;
         return kEngineOK;
     }
     std::optional<std::wstring> Comment() const override { return comment_; }
@@ -116,6 +129,39 @@ private:
     // AES items (AE-2) keep no CRC; their authentication code is checked
     // by libarchive instead.
     bool Checkable() const { return checked_ && checked_->aesExtra.empty(); }
+    // Enciphered Deflate64 stays libarchive's to refuse.
+    bool DecodedHere() const {
+        return checked_ && checked_->method == kMethodDeflate64 && !(checked_->flags & 1);
+    }
+
+    Result ReadDeflate64(std::uint8_t *out, std::size_t size, std::size_t &got) {
+        got = 0;
+        if (!deflate64_) {
+            if (!archive_.valid()) archive_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+            if (!archive_.valid()) return LastErrno();
+            if (Result result = ZipDataStart(archive_.get(), checked_->localOffset, dataAt_))
+                return result;
+            dataLeft_ = checked_->compressedSize;
+            deflate64_ =
+                std::make_unique<Deflate64Decoder>([this](std::uint8_t *buffer, std::size_t want) {
+                    return ReadStored(buffer, want);
+                });
+        }
+        return deflate64_->Read(out, size, got);
+    }
+    std::size_t ReadStored(std::uint8_t *buffer, std::size_t want) {
+        want = static_cast<std::size_t>(std::min<std::uint64_t>(want, dataLeft_));
+        ssize_t read = want ? pread(archive_.get(), buffer, want, static_cast<off_t>(dataAt_)) : 0;
+        if (read <= 0) return 0;
+        dataAt_ += static_cast<std::uint64_t>(read);
+        dataLeft_ -= static_cast<std::uint64_t>(read);
+        return static_cast<std::size_t>(read);
+    }
+
+    std::string path_;
+    UniqueFd archive_;
+    std::unique_ptr<Deflate64Decoder> deflate64_;
+    std::uint64_t dataAt_ = 0, dataLeft_ = 0;
 };
 
 class Zip final : public Driver {
@@ -141,7 +187,7 @@ public:
         // only it tells; libarchive's reading stands.
         ZipDirectory directory;
         if (ReadZipDirectory(request.path, directory) != kEngineOK) directory = ZipDirectory();
-        cursor = std::make_unique<ZipCursor>(std::move(inner), std::move(directory));
+        cursor = std::make_unique<ZipCursor>(std::move(inner), std::move(directory), request.path);
         return kEngineOK;
     }
 

@@ -676,14 +676,8 @@ private:
         UniqueFd file(open(job.copyFrom.c_str(), O_RDONLY | O_CLOEXEC));
         if (!file.valid()) return LastErrno();
         int source = file.get();
-        std::uint8_t local[30];
-        if (pread(source, local, sizeof local, static_cast<off_t>(stored.localOffset)) !=
-                sizeof local ||
-            (local[0] | (local[1] << 8) | (local[2] << 16) |
-             (static_cast<std::uint32_t>(local[3]) << 24)) != kLocalSignature)
-            return kEngineCatalogueDamaged;
-        std::uint64_t dataAt = stored.localOffset + 30 + (local[26] | (local[27] << 8)) +
-                               (local[28] | (local[29] << 8));
+        std::uint64_t dataAt = 0;
+        if (Result result = ZipDataStart(source, stored.localOffset, dataAt)) return result;
 
         Central entry = CentralFor(job);
         entry.method = stored.method;

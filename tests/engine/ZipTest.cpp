@@ -150,6 +150,53 @@ TEST_F(ZipTest, AnItemTooLargeToTakeWholeIsStreamed) {
     }
 }
 
+// Deflate64 is decoded by the engine itself: long matches (length code 285
+// and its 16 extra bits), distances past 32 KiB, stored blocks between
+// coded ones, and an empty item; flipped or cut data is refused.
+TEST_F(ZipTest, Deflate64ItemsOfAnotherToolExpandAndDamageIsFound) {
+    fs::path in = Scratch("d64") / "in";
+    std::string far(50000, ' '), noise(200000, '\0');
+    std::uint32_t seed = 7;
+    auto next = [&seed] { return seed = seed * 1103515245u + 12345u; };
+    for (char &c : far) c = "abcdefghij \n"[(next() >> 16) % 12];
+    for (char &c : noise) c = static_cast<char>(next() >> 24);
+    std::string repeats;
+    for (int i = 0; i < 8; ++i) {
+        repeats += far;
+        repeats[repeats.size() - 1 - (next() >> 16) % far.size()] = 'X';
+    }
+    WriteFile(in / "zeros", std::string(1000000, '\0'));
+    WriteFile(in / "far", repeats);
+    WriteFile(in / "mixed", noise + repeats.substr(0, 100000) + noise);
+    WriteFile(in / "empty", "");
+    fs::path archive = folder / "d64.zip";
+    ASSERT_EQ(RunShell("7zz a -tzip -mm=Deflate64 -mx9 " + Quote(archive) + " .", in).status, 0);
+
+    fs::path out = Scratch("d64-out");
+    ASSERT_EQ(Expand(archive, out), kEngineOK);
+    EXPECT_EQ(Snapshot(out), Snapshot(in));
+    OwnedFS file = Path(archive);
+    EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineOK);
+
+    const std::string whole = ReadFile(archive);
+    // The data of "far": past its local header's name and extra field.
+    const std::size_t header = whole.find("far") - 30;
+    const auto field = [&whole](std::size_t at) {
+        return static_cast<std::uint8_t>(whole[at]) | static_cast<std::uint8_t>(whole[at + 1]) << 8;
+    };
+    ASSERT_EQ(whole.compare(header, 4, "PK\3\4"), 0);
+    ASSERT_EQ(field(header + 8), 9);  // Deflate64
+    const std::size_t data = header + 30 + field(header + 26) + field(header + 28);
+    for (std::size_t at : {data + 2, data + 200, data + 5000}) {
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x55);
+        fs::path bad = folder / ("flipped" + std::to_string(at) + ".zip");
+        WriteFile(bad, damaged);
+        OwnedFS badFile = Path(bad);
+        EXPECT_NE(VerifyArchive(engine, badFile.get(), nullptr), kEngineOK) << at;
+    }
+}
+
 TEST_F(ZipTest, ItemsBeyondFourGibibytesUseZip64) {
     fs::path huge = Scratch("huge") / "sparse.bin";
     {
