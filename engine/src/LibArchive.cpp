@@ -157,7 +157,8 @@ private:
         const char *message = archive_error_string(handle_);
         if (Mentions(message, "passphrase")) return kEnginePasswordNeeded;
         if (Mentions(message, "encrypt")) return kEngineEncryptionUnsupported;
-        if (Mentions(message, "unsupported") || Mentions(message, "not supported"))
+        if (Mentions(message, "unsupported") || Mentions(message, "not supported") ||
+            Mentions(message, "unknown codec"))
             return kEngineMethodUnsupported;
         if (Mentions(message, "truncated") || Mentions(message, "premature"))
             return kEngineArchiveTruncated;
