@@ -410,30 +410,6 @@ LONG RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD nameChars) {
     return RegEnumKeyExW(key, index, name, &nameChars, nullptr, nullptr, nullptr, nullptr);
 }
 
-LONG RegQueryInfoKeyW(HKEY key, LPWSTR keyClass, LPDWORD classChars, LPDWORD, LPDWORD subKeys,
-                      LPDWORD maxSubKeyChars, LPDWORD maxClassChars, LPDWORD values,
-                      LPDWORD maxValueNameChars, LPDWORD maxValueBytes,
-                      LPDWORD securityDescriptorBytes, LPFILETIME lastWrite) {
-    std::optional<RegistryTransaction> work;
-    KeyTarget target;
-    DWORD status = BeginOnKey(key, KEY_QUERY_VALUE, Mode::Read, work, target);
-    platform::RegistryKeyInfo info;
-    if (status == ERROR_SUCCESS) status = work->QueryInfo(target.id, info);
-    if (status != ERROR_SUCCESS) return static_cast<LONG>(status);
-    work->Commit();
-    if (keyClass && classChars && *classChars > 0) keyClass[0] = L'\0';
-    if (classChars) *classChars = 0;
-    if (subKeys) *subKeys = info.subKeys;
-    if (maxSubKeyChars) *maxSubKeyChars = info.maxSubKeyChars;
-    if (maxClassChars) *maxClassChars = 0;
-    if (values) *values = info.values;
-    if (maxValueNameChars) *maxValueNameChars = info.maxValueNameChars;
-    if (maxValueBytes) *maxValueBytes = info.maxValueBytes;
-    if (securityDescriptorBytes) *securityDescriptorBytes = 0;
-    if (lastWrite) *lastWrite = FILETIME{};
-    return ERROR_SUCCESS;
-}
-
 namespace platform {
 
 LONG RegSetValueBytes(HKEY key, const wchar_t *name, DWORD type, const BYTE *data, DWORD size) {

@@ -145,13 +145,6 @@ LONG RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameChars, LPDWOR
                    LPWSTR keyClass, LPDWORD classChars, LPFILETIME lastWrite);
 LONG RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD nameChars);
 
-// Counts and longest names and data of a key. Keys have no class and no
-// write time here: both come back empty and zero.
-LONG RegQueryInfoKeyW(HKEY key, LPWSTR keyClass, LPDWORD classChars, LPDWORD reserved,
-                      LPDWORD subKeys, LPDWORD maxSubKeyChars, LPDWORD maxClassChars,
-                      LPDWORD values, LPDWORD maxValueNameChars, LPDWORD maxValueBytes,
-                      LPDWORD securityDescriptorBytes, LPFILETIME lastWrite);
-
 namespace platform {
 
 // RegSetValueExW / RegQueryValueExW with the data as the store keeps it:

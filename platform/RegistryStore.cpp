@@ -509,24 +509,4 @@ DWORD RegistryTransaction::DeleteValue(RegistryKeyId key, const std::wstring &fo
     return sqlite3_changes(db_) > 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 
-DWORD RegistryTransaction::QueryInfo(RegistryKeyId key, RegistryKeyInfo &info) {
-    info = RegistryKeyInfo{};
-    if (!db_) return ERROR_SUCCESS;
-    Statement keys(db_,
-                   "SELECT count(*), coalesce(max(length(name)), 0) FROM keys WHERE parent = ?");
-    int result = keys.Bind(1, key).Step();
-    if (result != SQLITE_ROW) return Fail(result);
-    info.subKeys = static_cast<DWORD>(keys.Int(0));
-    info.maxSubKeyChars = static_cast<DWORD>(keys.Int(1));
-    Statement values(db_,
-                     "SELECT count(*), coalesce(max(length(name)), 0), "
-                     "coalesce(max(length(data)), 0) FROM vals WHERE key = ?");
-    result = values.Bind(1, key).Step();
-    if (result != SQLITE_ROW) return Fail(result);
-    info.values = static_cast<DWORD>(values.Int(0));
-    info.maxValueNameChars = static_cast<DWORD>(values.Int(1));
-    info.maxValueBytes = static_cast<DWORD>(values.Int(2));
-    return ERROR_SUCCESS;
-}
-
 }  // namespace platform

@@ -35,14 +35,6 @@ struct RegistryValue {
     std::vector<BYTE> data;
 };
 
-struct RegistryKeyInfo {
-    DWORD subKeys = 0;
-    DWORD maxSubKeyChars = 0;
-    DWORD values = 0;
-    DWORD maxValueNameChars = 0;
-    DWORD maxValueBytes = 0;
-};
-
 class RegistryTransaction {
 public:
     enum class Mode { Read, Write };
@@ -75,7 +67,6 @@ public:
     DWORD SetValue(RegistryKeyId key, const std::wstring &name, const std::wstring &foldedName,
                    DWORD type, const std::vector<BYTE> &data);
     DWORD DeleteValue(RegistryKeyId key, const std::wstring &foldedName);
-    DWORD QueryInfo(RegistryKeyId key, RegistryKeyInfo &info);
 
     // Ends the transaction; its changes are then in the store.
     DWORD Commit();

@@ -357,18 +357,6 @@ DWORD GetFullPathNameW(const wchar_t *fileName, DWORD size, wchar_t *buffer, wch
     return result;
 }
 
-UINT GetDriveTypeW(const wchar_t *rootPathName) {
-    std::wstring root = platform::WithoutTrailingSeparator(
-        platform::StripLongPathPrefix(rootPathName ? rootPathName : kPathSepString));
-    if (root == kPathSepString) return DRIVE_FIXED;
-    UINT type = DRIVE_NO_ROOT_DIR;
-    // The last entry for a mount point is the one that is visible.
-    for (const auto &mount : platform::ReadMounts()) {
-        if (mount.mountPoint == root) type = platform::DriveTypeOfMount(mount);
-    }
-    return type;
-}
-
 BOOL GetDiskFreeSpaceExW(const wchar_t *directoryName, ULARGE_INTEGER *freeBytesAvailableToCaller,
                          ULARGE_INTEGER *totalNumberOfBytes,
                          ULARGE_INTEGER *totalNumberOfFreeBytes) {

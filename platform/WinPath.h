@@ -73,7 +73,7 @@ std::wstring NormalizePath(std::wstring_view path);
 // without a dot.
 bool MatchesWildcard(std::wstring_view name, std::wstring_view pattern);
 
-// Mount points of local disk file systems, "/" first (see GetDriveTypeW).
+// Mount points of local disk file systems, "/" first.
 std::vector<std::wstring> FixedDrives();
 
 }  // namespace platform
@@ -99,10 +99,6 @@ DWORD GetLongPathNameW(const wchar_t *shortPath, wchar_t *longPath, DWORD size);
 // name in the buffer, or is null when the path ends in a separator.
 DWORD GetFullPathNameW(const wchar_t *fileName, DWORD size, wchar_t *buffer, wchar_t **filePart);
 
-// The kind of a mount point ("/" is always DRIVE_FIXED). A folder that is
-// not a mount point, or a missing one, gives DRIVE_NO_ROOT_DIR; null means
-// "/".
-UINT GetDriveTypeW(const wchar_t *rootPathName);
 // statvfs of the folder (the current folder for null); each output may be
 // null.
 BOOL GetDiskFreeSpaceExW(const wchar_t *directoryName, ULARGE_INTEGER *freeBytesAvailableToCaller,
