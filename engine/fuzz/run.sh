@@ -72,6 +72,11 @@ make_seeds() {
       seed zip -q -r -0 "$SEEDS/stored.zip" tree
       seed zip -q -r -P secret "$SEEDS/traditional.zip" tree
     fi
+    if have arc; then
+      # ARC takes DOS names and short paths: it writes beside the files.
+      seed sh -c 'cd tree/docs && arc a x.arc notes.txt empty.txt && mv x.arc "$1/crunched.arc"' _ "$SEEDS"
+      seed sh -c 'cd tree/docs && arc aq x.arc notes.txt && mv x.arc "$1/squashed.arc"' _ "$SEEDS"
+    fi
     if have 7zz; then
       seed 7zz a -t7z "$SEEDS/lzma2.7z" tree
       seed 7zz a -t7z -m0=PPMd "$SEEDS/ppmd.7z" tree

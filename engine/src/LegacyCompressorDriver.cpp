@@ -1,5 +1,7 @@
-// Old compressors and archivers the engine recognises but does not yet
-// expand: arc, arj, Compact Pro, SCO compress, Unix compact and freeze.
+// Old compressors and archivers the engine recognises: arc, which it also
+// lists and expands, and arj, Compact Pro, SCO compress, Unix compact and
+// freeze, which it does not yet.
+#include "ArcReader.h"
 #include "Driver.h"
 #include "Sniff.h"
 
@@ -43,6 +45,12 @@ public:
         if (ArcHeader(h)) return "arc";
         if (CompactProHeader(h, input.size())) return "cpt";
         return std::nullopt;
+    }
+
+    Result OpenReader(const ReadRequest &request,
+                      std::unique_ptr<ReadCursor> &cursor) const override {
+        if (request.formatId == "arc") return OpenArcReader(request, cursor);
+        return kEngineNotImplemented;
     }
 };
 

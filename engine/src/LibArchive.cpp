@@ -204,6 +204,18 @@ archive_entry *EntryFromItem(const ItemInfo &info, archive_entry *entry) {
 
 }  // namespace
 
+EngineDateTime FileTimeFromDos(std::uint16_t date, std::uint16_t time) {
+    struct tm local {};
+    local.tm_year = ((date >> 9) & 0x7F) + 80;
+    local.tm_mon = ((date >> 5) & 0x0F) - 1;
+    local.tm_mday = date & 0x1F;
+    local.tm_hour = (time >> 11) & 0x1F;
+    local.tm_min = (time >> 5) & 0x3F;
+    local.tm_sec = (time & 0x1F) * 2;
+    local.tm_isdst = -1;
+    return FileTimeFromUnix(mktime(&local), 0);
+}
+
 EngineDateTime FileTimeFromUnix(std::int64_t seconds, long nanoseconds) {
     std::int64_t ticks = (seconds + kUnixEpochInFileTimeSeconds) * 10000000LL + nanoseconds / 100;
     return ticks < 0 ? 0 : static_cast<EngineDateTime>(ticks);

@@ -39,6 +39,8 @@ Result LibarchiveFailure(archive *handle, Result fallback);
 
 // FILETIME ticks and Unix time.
 EngineDateTime FileTimeFromUnix(std::int64_t seconds, long nanoseconds);
+// A DOS date and time (local time, two-second steps) as FILETIME ticks.
+EngineDateTime FileTimeFromDos(std::uint16_t date, std::uint16_t time);
 void UnixFromFileTime(EngineDateTime ticks, std::int64_t &seconds, long &nanoseconds);
 
 }  // namespace engine

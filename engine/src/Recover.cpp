@@ -172,18 +172,6 @@ std::vector<Candidate> FromLocalHeaders(int fd, std::uint64_t fileSize) {
     return candidates;
 }
 
-EngineDateTime FromDos(std::uint16_t date, std::uint16_t time) {
-    struct tm local {};
-    local.tm_year = ((date >> 9) & 0x7F) + 80;
-    local.tm_mon = ((date >> 5) & 0x0F) - 1;
-    local.tm_mday = date & 0x1F;
-    local.tm_hour = (time >> 11) & 0x1F;
-    local.tm_min = (time >> 5) & 0x3F;
-    local.tm_sec = (time & 0x1F) * 2;
-    local.tm_isdst = -1;
-    return FileTimeFromUnix(mktime(&local), 0);
-}
-
 class RecoveredFeed final : public ItemFeed {
 public:
     RecoveredFeed(std::vector<WriteItem> items) : items_(std::move(items)) {}
@@ -241,7 +229,7 @@ Result RecoverZip(Operation &operation, const std::string &archive, const std::s
         item.info.path = CleanItemPath(candidate.name);
         item.info.folder = folderItem;
         item.info.size = stored->size;
-        item.info.modified = FromDos(header.date, header.time);
+        item.info.modified = FileTimeFromDos(header.date, header.time);
         item.info.comment = candidate.comment;
         if (!folderItem) {
             item.copy = stored.get();

@@ -1,6 +1,7 @@
 // Expanding archives that other tools made, compared byte for byte with
 // what went in; the notifications of a run; where items land.
 #include <algorithm>
+#include <set>
 
 #include "EngineFixture.h"
 
@@ -60,6 +61,74 @@ TEST_F(ExpandTest, ArchivesOfOtherToolsExpandToTheSameBytes) {
     fs::path single = Scratch("out-single-thread");
     ASSERT_EQ(Expand(folder / "c.7z", single), kEngineOK);
     EXPECT_EQ(Snapshot(single / "src"), expected);
+}
+
+// The ARC program chooses per file among storing, packing runs, squeezing
+// and crunching (or squashing when asked): every method it writes expands
+// to the same bytes, and damage in coded data is found.
+TEST_F(ExpandTest, ArcArchivesExpandWhateverMethodTheArcProgramChose) {
+    fs::path in = Scratch("arc-in");
+    std::uint32_t seed = 11;
+    auto noise = [&seed](std::size_t count) {
+        std::string bytes(count, '\0');
+        for (char &c : bytes) c = static_cast<char>((seed = seed * 1103515245u + 12345u) >> 24);
+        return bytes;
+    };
+    std::string lines, skewed;
+    for (int i = 1; i <= 3000; ++i) lines += std::to_string(i) + "\n";
+    for (char c : noise(4000)) skewed += "aaaaaaaabbbbccd"[static_cast<unsigned char>(c) % 15];
+    WriteFile(in / "lines.txt", lines);
+    WriteFile(in / "skewed.txt", skewed);
+    WriteFile(in / "runs.bin", std::string(3000, 'A') + std::string(500, '\x90') + "xyz" + "xyz");
+    WriteFile(in / "noise.bin", noise(5000));
+    WriteFile(in / "mixed.bin", noise(3000) + std::string(2000, 'Z'));
+    WriteFile(in / "empty", "");
+
+    // The method byte of each entry header, walked as the format lays them out.
+    auto methods = [](const std::string &archive) {
+        std::set<int> seen;
+        for (std::size_t at = 0; at + 29 <= archive.size() && archive[at + 1] != 0;) {
+            seen.insert(archive[at + 1]);
+            std::uint32_t size = 0;
+            for (int i = 3; i >= 0; --i)
+                size = size << 8 | static_cast<std::uint8_t>(archive[at + 15 + i]);
+            at += 29 + size;
+        }
+        return seen;
+    };
+    const std::pair<const char *, std::set<int>> cases[] = {
+        {"a", {2, 3, 4, 8}},   // stored, packed, squeezed, crunched
+        {"aq", {2, 3, 4, 9}},  // squashed instead of crunched
+    };
+    for (const auto &[command, expected] : cases) {
+        // The program takes DOS-sized names (8.3) and paths: it runs where the files are.
+        fs::path archive = folder / (std::string(command) + ".arc");
+        ASSERT_EQ(RunShell("timeout 60 arc " + std::string(command) +
+                               " x.arc lines.txt skewed.txt runs.bin noise.bin mixed.bin "
+                               "empty >/dev/null && mv x.arc " +
+                               Quote(archive),
+                           in)
+                      .status,
+                  0);
+        const std::string bytes = ReadFile(archive);
+        for (int method : expected)
+            EXPECT_TRUE(methods(bytes).count(method)) << command << " " << method;
+        EXPECT_EQ(FormatOf(archive), "arc");
+        fs::path out = Scratch(std::string("arc-out-") + command);
+        ASSERT_EQ(Expand(archive, out), kEngineOK) << command;
+        EXPECT_EQ(Snapshot(out), Snapshot(in)) << command;
+
+        // A flipped byte in the middle of the coded entries, and the archive cut short.
+        std::string damaged = bytes;
+        damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 0x21);
+        WriteFile(folder / "damaged.arc", damaged);
+        OwnedFS damagedFile = Path(folder / "damaged.arc");
+        EXPECT_EQ(VerifyArchive(engine, damagedFile.get(), nullptr), kEngineItemDataDamaged)
+            << command;
+        WriteFile(folder / "cut.arc", bytes.substr(0, bytes.size() - 100));
+        OwnedFS cutFile = Path(folder / "cut.arc");
+        EXPECT_NE(VerifyArchive(engine, cutFile.get(), nullptr), kEngineOK) << command;
+    }
 }
 
 TEST_F(ExpandTest, SingleFileCompressorsDecodeUnderTheFilesName) {
