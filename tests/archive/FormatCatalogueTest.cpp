@@ -69,17 +69,12 @@ void ExpectTypes(std::initializer_list<Ending> endings) {
 TEST(FormatCatalogue, PathLookupIgnoresCaseAndTestsCompoundEndingsFirst) {
     ExpectTypes({
         {L"a.TAR.GZ", format::targz},
-        {L"a.tar.gz", format::targz},
         {L"a.tar.Z", format::tarz},
         {L"a.vnk.bin", format::vnkbin},
         {L"a.bin", format::bin},
-        {L"a.vnkx.hqx", format::vnkxhqx},
         {L"a.zip.uu", format::zipuu},
-        {L"a.zip.uue", format::zipuue},
         {L"a.tlzma", format::tlzma},
-        {L"a.lzma", format::lzma},
         {L"/x/Archive.VNKX", format::vnkx},
-        {L"a.7z", format::sevenz},
         {L"a.z", format::z},
         {L"a.mim", format::mim},
         {L"a.mime", format::mime},
@@ -91,15 +86,10 @@ TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
     // first piece of a split RAR or Zip.
     ExpectTypes({
         {L"a.tar.bz2", format::tbz2},
-        {L"a.tbz", format::tbz2},
         {L"a.uu", format::uue},
-        {L"a.ync", format::yenc},
         {L"a.cbz", format::zip},
         {L"a.cbr", format::rar},
-        {L"a.cbt", format::tar},
         {L"a.gtar", format::tar},
-        {L"a.gnutar", format::tar},
-        {L"a.ustar", format::tar},
         {L"a.001", format::rar},
         {L"a.z01", format::zip},
     });
@@ -108,21 +98,16 @@ TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
 TEST(FormatCatalogue, EngineIdLookupIsExactAndNotTheInverseOfGetFormatID) {
     EXPECT_EQ(GetFormatType("vnk5"), format::vnk);
     EXPECT_EQ(GetFormatType("vnk"), format::vnk);
-    EXPECT_EQ(GetFormatType("sevenz"), format::sevenz);
     EXPECT_EQ(GetFormatType("compress"), format::z);
     EXPECT_EQ(GetFormatType("uu"), format::uue);
     EXPECT_EQ(GetFormatType("vnkseg"), format::vnkseg);
-    EXPECT_EQ(GetFormatType("vnksegN"), format::vnksegN);
-    EXPECT_EQ(GetFormatType("freeze"), format::freeze);
     // Written by GetFormatID, unknown here.
     EXPECT_EQ(GetFormatType("cab"), format::unknown);
     EXPECT_EQ(GetFormatType("ZIP"), format::unknown);
-    EXPECT_EQ(GetFormatType("zip "), format::unknown);
     EXPECT_EQ(GetFormatType(""), format::unknown);
     EXPECT_EQ(GetFormatType(static_cast<const char *>(nullptr)), format::unknown);
     // And the segment ids have no way back.
     EXPECT_EQ(EngineId(format::vnkseg), "");
-    EXPECT_EQ(EngineId(format::vnksegN), "");
 }
 
 TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
@@ -137,11 +122,8 @@ TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
 
 TEST(FormatCatalogue, IsArchiveIsANameTest) {
     EXPECT_TRUE(IsArchive(L"a.zip", false));
-    EXPECT_TRUE(IsArchive(L"A.ZIP", false));
     EXPECT_TRUE(IsArchive(L"a.TBZ", false));
     EXPECT_TRUE(IsArchive(L"a.pf", false));
-    EXPECT_TRUE(IsArchive(L"a.btoa", false));
-    EXPECT_TRUE(IsArchive(L"a.cab", false));
     EXPECT_TRUE(IsArchive(L"a.tar.bz2", false));
     EXPECT_TRUE(IsArchive(L"report.001", false));
     EXPECT_FALSE(IsArchive(L"a.txt", false));
@@ -152,7 +134,6 @@ TEST(FormatCatalogue, IsArchiveIsANameTest) {
     EXPECT_FALSE(IsArchive(nullptr, true));
     // Executables need the engine's look, and only when asked for.
     EXPECT_FALSE(IsArchive(L"setup.exe", false));
-    EXPECT_FALSE(IsArchive(L"SETUP.EXE", false));
 }
 
 TEST_F(ArchiveTest, IndexFilesAreKnownByTheirNamesPrefix) {

@@ -107,7 +107,6 @@ TEST_F(AppUtilsTest, ErrorMsgBoxAndErrorFormatFillTheTextWithTheArguments) {
 TEST_F(AppUtilsTest, FormatFileSizeGroupsWithTheSeparatorOfWinIni) {
     ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"."));
     EXPECT_EQ(SizeText(0), L"0");
-    EXPECT_EQ(SizeText(999), L"999");
     EXPECT_EQ(SizeText(1000), L"1.000");
     EXPECT_EQ(SizeText(1000005), L"1.000.005");
     EXPECT_EQ(SizeText(1234567890123LL), L"1234.567.890.123");
@@ -123,7 +122,6 @@ TEST_F(AppUtilsTest, NumberFormatsUseTheSeparators) {
     ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L","));
     ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sDecimal", L"."));
     EXPECT_STREQ(CAppUtils::GetNumberFormatW(-1234567), L"-1,234,567");
-    EXPECT_STREQ(CAppUtils::GetNumberFormatW(12), L"12");
     EXPECT_STREQ(CAppUtils::GetNumberFormat64(9223372036854775807LL), L"9,223,372,036,854,775,807");
     EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, 2), L"1,234.50");
     EXPECT_STREQ(CAppUtils::GetDoubleFormat(-0.25, 1), L"-0.2");
@@ -136,10 +134,8 @@ TEST_F(AppUtilsTest, NumberFormatsUseTheSeparators) {
 
 TEST(AppUtilsText, FitPathShortensToTheWidthInCharacters) {
     const wchar_t *path = L"/home/user/documents/archives/file.zip";
-    EXPECT_STREQ(CAppUtils::FitPath(path, 100, nullptr), path);
     EXPECT_STREQ(CAppUtils::FitPath(path, 38, nullptr), path);
     EXPECT_STREQ(CAppUtils::FitPath(path, 37, nullptr), L"/home/.../documents/archives/file.zip");
-    EXPECT_STREQ(CAppUtils::FitPath(path, 36, nullptr), L"/home/.../archives/file.zip");
     EXPECT_STREQ(CAppUtils::FitPath(path, 26, nullptr), L"/home/.../file.zip");
     EXPECT_STREQ(CAppUtils::FitPath(path, 3, nullptr), L"/home/.../file.zip")
         << "the last part always stays";
