@@ -338,7 +338,6 @@ bool CArchiveInfo::Viewable(format::type type) const {
         case format::gz:
         case format::bz2:
         // Told by their content, but the engine cannot list them.
-        case format::arj:
         case format::freeze:
         case format::sco:
         case format::cpt:

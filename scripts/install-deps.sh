@@ -18,7 +18,7 @@ PACKAGES=(
   # file-system helpers the tests use
   attr xdg-utils
   # interoperability checks and test servers
-  python3 python3-pyftpdlib 7zip zip unzip libarchive-tools arc
+  python3 python3-pyftpdlib 7zip zip unzip libarchive-tools arc arj
   # the benchmark's peers and its timer
   pigz time
   # the stream compressors the engine's tests check their formats with

@@ -77,6 +77,10 @@ make_seeds() {
       seed sh -c 'cd tree/docs && arc a x.arc notes.txt empty.txt && mv x.arc "$1/crunched.arc"' _ "$SEEDS"
       seed sh -c 'cd tree/docs && arc aq x.arc notes.txt && mv x.arc "$1/squashed.arc"' _ "$SEEDS"
     fi
+    if have arj; then
+      seed arj a -r -y -m1 "$SEEDS/huffman.arj" tree
+      seed arj a -r -y -m4 "$SEEDS/fastest.arj" tree
+    fi
     if have 7zz; then
       seed 7zz a -t7z "$SEEDS/lzma2.7z" tree
       seed 7zz a -t7z -m0=PPMd "$SEEDS/ppmd.7z" tree

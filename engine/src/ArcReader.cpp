@@ -284,48 +284,19 @@ Result Decode(const std::vector<std::uint8_t> &file, const ArcEntry &entry,
     return kEngineOK;
 }
 
-class ArcCursor final : public ReadCursor {
-public:
-    ArcCursor(std::vector<std::uint8_t> file, std::vector<ArcEntry> entries)
-        : file_(std::move(file)), entries_(std::move(entries)) {}
-
-    Result Next(ItemInfo &info) override {
-        if (next_ == entries_.size()) return kEngineNoMoreObjects;
-        current_ = next_++;
-        info = entries_[current_].info;
-        decoded_ = false;
-        readAt_ = 0;
-        return kEngineOK;
-    }
-    Result Read(void *buffer, std::size_t size, std::size_t &got) override {
-        got = 0;
-        if (current_ == kNoIndex) return kEngineOK;
-        if (!decoded_) {
-            if (Result result = Decode(file_, entries_[current_], data_)) return result;
-            decoded_ = true;
-        }
-        got = std::min(size, data_.size() - readAt_);
-        std::memcpy(buffer, data_.data() + readAt_, got);
-        readAt_ += got;
-        return kEngineOK;
-    }
-
-private:
-    std::vector<std::uint8_t> file_;
-    std::vector<ArcEntry> entries_;
-    std::size_t next_ = 0, current_ = kNoIndex, readAt_ = 0;
-    bool decoded_ = false;
-    std::vector<std::uint8_t> data_;
-};
-
 }  // namespace
 
 Result OpenArcReader(const ReadRequest &request, std::unique_ptr<ReadCursor> &cursor) {
-    std::vector<std::uint8_t> file;
-    if (Result result = ReadWholeFile(request.path, file)) return result;
-    std::vector<ArcEntry> entries;
-    if (Result result = ReadEntries(file, entries)) return result;
-    cursor = std::make_unique<ArcCursor>(std::move(file), std::move(entries));
+    auto file = std::make_shared<std::vector<std::uint8_t>>();
+    if (Result result = ReadWholeFile(request.path, *file)) return result;
+    auto entries = std::make_shared<std::vector<ArcEntry>>();
+    if (Result result = ReadEntries(*file, *entries)) return result;
+    std::vector<ItemInfo> items;
+    for (const ArcEntry &entry : *entries) items.push_back(entry.info);
+    cursor = MakeDecodedCursor(std::move(items),
+                               [file, entries](std::size_t index, std::vector<std::uint8_t> &data) {
+                                   return Decode(*file, (*entries)[index], data);
+                               });
     return kEngineOK;
 }
 

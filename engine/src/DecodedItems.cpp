@@ -11,33 +11,42 @@
 namespace engine {
 namespace {
 
+// Items listed at once; an item's data is decoded when it is first read.
 class DecodedCursor final : public ReadCursor {
 public:
-    explicit DecodedCursor(std::vector<DecodedItem> items) : items_(std::move(items)) {}
+    DecodedCursor(std::vector<ItemInfo> items, ItemDecoder decode)
+        : items_(std::move(items)), decode_(std::move(decode)) {}
     Result Next(ItemInfo &info) override {
         current_ = current_ == kNoIndex ? 0 : current_ + 1;
         if (current_ >= items_.size()) {
             current_ = items_.size();
             return kEngineNoMoreObjects;
         }
-        info = items_[current_].info;
+        info = items_[current_];
+        decoded_ = false;
         position_ = 0;
         return kEngineOK;
     }
     Result Read(void *buffer, std::size_t size, std::size_t &got) override {
         got = 0;
-        if (current_ >= items_.size()) return kEngineOK;
-        const auto &data = items_[current_].data;
-        got = std::min(size, data.size() - position_);
+        if (current_ >= items_.size() || items_[current_].folder) return kEngineOK;
+        if (!decoded_) {
+            if (Result result = decode_(current_, data_)) return result;
+            decoded_ = true;
+        }
+        got = std::min(size, data_.size() - position_);
         if (got == 0) return kEngineOK;
-        std::memcpy(buffer, data.data() + position_, got);
+        std::memcpy(buffer, data_.data() + position_, got);
         position_ += got;
         return kEngineOK;
     }
 
 private:
-    std::vector<DecodedItem> items_;
+    std::vector<ItemInfo> items_;
+    ItemDecoder decode_;
     std::size_t current_ = kNoIndex;
+    bool decoded_ = false;
+    std::vector<std::uint8_t> data_;
     std::size_t position_ = 0;
 };
 
@@ -96,10 +105,20 @@ Result OpenDecoded(const std::string &path, const Decoder &decode,
                    std::unique_ptr<ReadCursor> &cursor) {
     std::vector<std::uint8_t> file;
     if (Result result = ReadWholeFile(path, file)) return result;
-    std::vector<DecodedItem> items;
-    if (Result result = decode(file, items)) return result;
-    cursor = std::make_unique<DecodedCursor>(std::move(items));
+    auto items = std::make_shared<std::vector<DecodedItem>>();
+    if (Result result = decode(file, *items)) return result;
+    std::vector<ItemInfo> infos;
+    for (const DecodedItem &item : *items) infos.push_back(item.info);
+    cursor = MakeDecodedCursor(std::move(infos),
+                               [items](std::size_t index, std::vector<std::uint8_t> &data) {
+                                   data = (*items)[index].data;
+                                   return Result{kEngineOK};
+                               });
     return kEngineOK;
+}
+
+std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<ItemInfo> items, ItemDecoder decode) {
+    return std::make_unique<DecodedCursor>(std::move(items), std::move(decode));
 }
 
 void AddMacFile(std::vector<DecodedItem> &items, const std::wstring &name,

@@ -32,6 +32,13 @@ using Decoder =
 Result OpenDecoded(const std::string &path, const Decoder &decode,
                    std::unique_ptr<ReadCursor> &cursor);
 
+// Decodes the data of the item at an index, once, when it is first read.
+using ItemDecoder = std::function<Result(std::size_t index, std::vector<std::uint8_t> &data)>;
+
+// Items listed at once whose data is decoded only when read: listing
+// decodes nothing, and damage in one item fails that item alone.
+std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<ItemInfo> items, ItemDecoder decode);
+
 // A Mac file: its data fork as the item's data, its resource fork kept as
 // the item's "rsrc" fork.
 void AddMacFile(std::vector<DecodedItem> &items, const std::wstring &name,

@@ -1,7 +1,8 @@
-// Old compressors and archivers the engine recognises: arc, which it also
-// lists and expands, and arj, Compact Pro, SCO compress, Unix compact and
+// Old compressors and archivers the engine recognises: arc and arj, which
+// it also lists and expands, and Compact Pro, SCO compress, Unix compact and
 // freeze, which it does not yet.
 #include "ArcReader.h"
+#include "ArjReader.h"
 #include "Driver.h"
 #include "Sniff.h"
 
@@ -50,6 +51,7 @@ public:
     Result OpenReader(const ReadRequest &request,
                       std::unique_ptr<ReadCursor> &cursor) const override {
         if (request.formatId == "arc") return OpenArcReader(request, cursor);
+        if (request.formatId == "arj") return OpenArjReader(request, cursor);
         return kEngineNotImplemented;
     }
 };

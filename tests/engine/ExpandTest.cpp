@@ -131,6 +131,53 @@ TEST_F(ExpandTest, ArcArchivesExpandWhateverMethodTheArcProgramChose) {
     }
 }
 
+// ARJ's methods: 0 stores, 1 to 3 code with Huffman tables (the archiver
+// searching less hard each step), 4 with its own simpler codes. Folders,
+// modes and times come with the items; damage is found, and an enciphered
+// ("garbled") item is refused plainly.
+TEST_F(ExpandTest, ArjArchivesOfEveryMethodExpand) {
+    fs::path in = Scratch("arj-in");
+    std::string lines;
+    for (int i = 1; i <= 20000; ++i) lines += "line " + std::to_string(i % 977) + "\n";
+    WriteFile(in / "lines.txt", lines);
+    WriteFile(in / "sub" / "deeper" / "program", ReadFile("/bin/true"));
+    fs::permissions(in / "sub" / "deeper" / "program", fs::perms::owner_all);
+    WriteFile(in / "sub" / "empty", "");
+    for (int method = 0; method <= 4; ++method) {
+        const std::string name = "m" + std::to_string(method);
+        fs::path archive = folder / (name + ".arj");
+        ASSERT_EQ(RunShell("arj a -r -y -m" + std::to_string(method) + " " + Quote(archive) +
+                               " '*' >/dev/null",
+                           in)
+                      .status,
+                  0);
+        EXPECT_EQ(FormatOf(archive), "arj");
+        fs::path out = Scratch("arj-out-" + name);
+        ASSERT_EQ(Expand(archive, out), kEngineOK) << name;
+        EXPECT_EQ(Snapshot(out), Snapshot(in)) << name;
+        EXPECT_EQ(fs::status(out / "sub" / "deeper" / "program").permissions(),
+                  fs::perms::owner_all)
+            << name;
+    }
+
+    const std::string bytes = ReadFile(folder / "m1.arj");
+    std::string damaged = bytes;
+    damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 0x10);
+    WriteFile(folder / "damaged.arj", damaged);
+    OwnedFS damagedFile = Path(folder / "damaged.arj");
+    EXPECT_EQ(VerifyArchive(engine, damagedFile.get(), nullptr), kEngineItemDataDamaged);
+    damaged = bytes;
+    damaged[10] = static_cast<char>(damaged[10] ^ 0x10);  // inside the main header
+    WriteFile(folder / "header.arj", damaged);
+    OwnedFS headerFile = Path(folder / "header.arj");
+    EXPECT_NE(VerifyArchive(engine, headerFile.get(), nullptr), kEngineOK);
+
+    fs::path garbled = folder / "garbled.arj";
+    ASSERT_EQ(RunShell("arj a -y -gsecret " + Quote(garbled) + " lines.txt >/dev/null", in).status,
+              0);
+    EXPECT_EQ(Expand(garbled, Scratch("arj-out-garbled")), kEngineEncryptionUnsupported);
+}
+
 TEST_F(ExpandTest, SingleFileCompressorsDecodeUnderTheFilesName) {
     WriteFile(folder / "notes.txt", "single file contents\n");
     const std::pair<const char *, const char *> cases[] = {
