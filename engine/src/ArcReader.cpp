@@ -287,17 +287,7 @@ Result Decode(const std::vector<std::uint8_t> &file, const ArcEntry &entry,
 }  // namespace
 
 Result OpenArcReader(const ReadRequest &request, std::unique_ptr<ReadCursor> &cursor) {
-    auto file = std::make_shared<std::vector<std::uint8_t>>();
-    if (Result result = ReadWholeFile(request.path, *file)) return result;
-    auto entries = std::make_shared<std::vector<ArcEntry>>();
-    if (Result result = ReadEntries(*file, *entries)) return result;
-    std::vector<ItemInfo> items;
-    for (const ArcEntry &entry : *entries) items.push_back(entry.info);
-    cursor = MakeDecodedCursor(std::move(items),
-                               [file, entries](std::size_t index, std::vector<std::uint8_t> &data) {
-                                   return Decode(*file, (*entries)[index], data);
-                               });
-    return kEngineOK;
+    return OpenEntryArchive<ArcEntry>(request.path, ReadEntries, Decode, cursor);
 }
 
 }  // namespace engine

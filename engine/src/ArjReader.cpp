@@ -167,17 +167,23 @@ public:
     }
 
 private:
+    // How many lengths a code lists; none means one symbol follows, which
+    // the code gives without taking bits. False when either is out of range.
+    bool ReadLengthCount(Code &code, unsigned symbolCount, unsigned countBits, unsigned &count) {
+        count = bits_.Get(countBits);
+        if (count > 0) return count <= symbolCount;
+        unsigned symbol = bits_.Get(countBits);
+        code.Constant(symbol);
+        return symbol < symbolCount;
+    }
+
     // The code of code lengths and the position code: each length in three
     // bits, 7 followed by one bit a step longer; after the third length of
     // the first, two bits of zero lengths.
     bool ReadSmallCode(Code &code, unsigned symbolCount, unsigned countBits, int zerosAfter) {
-        unsigned count = bits_.Get(countBits);
-        if (count == 0) {
-            unsigned symbol = bits_.Get(countBits);
-            code.Constant(symbol);
-            return symbol < symbolCount;
-        }
-        if (count > symbolCount) return false;
+        unsigned count = 0;
+        if (!ReadLengthCount(code, symbolCount, countBits, count)) return false;
+        if (count == 0) return true;
         std::uint8_t lengths[kLengthCodes] = {};
         for (unsigned i = 0; i < count;) {
             unsigned length = bits_.Get(3);
@@ -196,13 +202,9 @@ private:
     // 0 to 2 are runs of zero lengths (one; 3 to 18; 20 to 531), the rest a
     // length plus two.
     bool ReadLiteralCode() {
-        unsigned count = bits_.Get(kLiteralCountBits);
-        if (count == 0) {
-            unsigned symbol = bits_.Get(kLiteralCountBits);
-            literalCode_.Constant(symbol);
-            return symbol < kLiteralCodes;
-        }
-        if (count > kLiteralCodes) return false;
+        unsigned count = 0;
+        if (!ReadLengthCount(literalCode_, kLiteralCodes, kLiteralCountBits, count)) return false;
+        if (count == 0) return true;
         std::uint8_t lengths[kLiteralCodes] = {};
         for (unsigned i = 0; i < count;) {
             int symbol = lengthCode_.Decode(bits_);
@@ -352,17 +354,7 @@ Result ReadEntries(const std::vector<std::uint8_t> &file, std::vector<ArjEntry> 
 }  // namespace
 
 Result OpenArjReader(const ReadRequest &request, std::unique_ptr<ReadCursor> &cursor) {
-    auto file = std::make_shared<std::vector<std::uint8_t>>();
-    if (Result result = ReadWholeFile(request.path, *file)) return result;
-    auto entries = std::make_shared<std::vector<ArjEntry>>();
-    if (Result result = ReadEntries(*file, *entries)) return result;
-    std::vector<ItemInfo> items;
-    for (const ArjEntry &entry : *entries) items.push_back(entry.info);
-    cursor = MakeDecodedCursor(std::move(items),
-                               [file, entries](std::size_t index, std::vector<std::uint8_t> &data) {
-                                   return Decode(*file, (*entries)[index], data);
-                               });
-    return kEngineOK;
+    return OpenEntryArchive<ArjEntry>(request.path, ReadEntries, Decode, cursor);
 }
 
 }  // namespace engine

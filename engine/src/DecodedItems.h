@@ -39,6 +39,26 @@ using ItemDecoder = std::function<Result(std::size_t index, std::vector<std::uin
 // decodes nothing, and damage in one item fails that item alone.
 std::unique_ptr<ReadCursor> MakeDecodedCursor(std::vector<ItemInfo> items, ItemDecoder decode);
 
+// An archive of an old kind read whole: `readEntries(file, entries)` lists
+// its entries (each with its ItemInfo `info`), `decode(file, entry, data)`
+// decodes one when its data is read.
+template <typename Entry, typename ReadEntries, typename DecodeEntry>
+Result OpenEntryArchive(const std::string &path, ReadEntries readEntries, DecodeEntry decode,
+                        std::unique_ptr<ReadCursor> &cursor) {
+    auto file = std::make_shared<std::vector<std::uint8_t>>();
+    if (Result result = ReadWholeFile(path, *file)) return result;
+    auto entries = std::make_shared<std::vector<Entry>>();
+    if (Result result = readEntries(*file, *entries)) return result;
+    std::vector<ItemInfo> items;
+    for (const Entry &entry : *entries) items.push_back(entry.info);
+    cursor = MakeDecodedCursor(
+        std::move(items),
+        [file, entries, decode](std::size_t index, std::vector<std::uint8_t> &data) {
+            return decode(*file, (*entries)[index], data);
+        });
+    return kEngineOK;
+}
+
 // A Mac file: its data fork as the item's data, its resource fork kept as
 // the item's "rsrc" fork.
 void AddMacFile(std::vector<DecodedItem> &items, const std::wstring &name,
