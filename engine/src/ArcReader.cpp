@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ByteOrder.h"
 #include "DecodedItems.h"
 #include "LibArchive.h"
 #include "ZipDirectory.h"
@@ -34,11 +35,6 @@ struct ArcEntry {
     std::size_t dataAt = 0, packedSize = 0;
     std::uint16_t crc = 0;
 };
-
-std::uint16_t Le16(const std::uint8_t *p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
-std::uint32_t Le32(const std::uint8_t *p) {
-    return Le16(p) | static_cast<std::uint32_t>(Le16(p + 2)) << 16;
-}
 
 // CRC-16 with the polynomial 0x8005, bits reflected, starting at 0.
 std::uint16_t ArcCrc(const std::vector<std::uint8_t> &data) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "ByteOrder.h"
 #include "DecodedItems.h"
 #include "LibArchive.h"
 #include "ZipDirectory.h"
@@ -30,11 +31,6 @@ struct ArjEntry {
     std::uint32_t crc = 0;
     bool continued = false;
 };
-
-std::uint16_t Le16(const std::uint8_t *p) { return static_cast<std::uint16_t>(p[0] | p[1] << 8); }
-std::uint32_t Le32(const std::uint8_t *p) {
-    return Le16(p) | static_cast<std::uint32_t>(Le16(p + 2)) << 16;
-}
 
 // Reads bits first bit highest, as the coder wrote them; past the end it
 // gives zeros and remembers that it did.

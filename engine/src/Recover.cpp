@@ -10,6 +10,7 @@
 
 #include <cstring>
 
+#include "ByteOrder.h"
 #include "Changes.h"
 #include "FileSystem.h"
 #include "LibArchive.h"
@@ -21,11 +22,6 @@ namespace {
 
 constexpr std::uint32_t kLocalSignature = 0x04034b50;
 constexpr std::size_t kChunk = 256 * 1024;
-
-std::uint16_t Le16(const std::uint8_t *p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
-std::uint32_t Le32(const std::uint8_t *p) {
-    return Le16(p) | (static_cast<std::uint32_t>(Le16(p + 2)) << 16);
-}
 
 struct Candidate {
     std::wstring name;

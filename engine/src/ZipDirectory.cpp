@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ByteOrder.h"
 #include "FileSystem.h"
 #include "Handles.h"
 
@@ -34,14 +35,6 @@ const char16_t kCodePage437[128] = {
     0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00F7, 0x2248,
     0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
 };
-
-std::uint16_t Le16(const std::uint8_t *p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
-std::uint32_t Le32(const std::uint8_t *p) {
-    return Le16(p) | (static_cast<std::uint32_t>(Le16(p + 2)) << 16);
-}
-std::uint64_t Le64(const std::uint8_t *p) {
-    return Le32(p) | (static_cast<std::uint64_t>(Le32(p + 4)) << 32);
-}
 
 bool ReadAt(int fd, std::uint64_t offset, void *buffer, std::size_t count) {
     auto *bytes = static_cast<std::uint8_t *>(buffer);
