@@ -30,7 +30,6 @@ struct ClipboardState {
     HWND owner = nullptr;
     std::vector<Entry> formats;  // in the order they were set
     bool textChanged = false;
-    DWORD sequence = 0;
     platform::ClipboardTextHook hook;
 };
 
@@ -164,7 +163,6 @@ BOOL EmptyClipboard() {
         state.formats.clear();
         previousOwner = state.owner;
         state.owner = state.openWindow;
-        ++state.sequence;
     }
     if (previousOwner && IsWindow(previousOwner)) {
         SendNotifyMessageW(previousOwner, WM_DESTROYCLIPBOARD, 0, 0);
@@ -196,7 +194,6 @@ HANDLE SetClipboardData(UINT format, HANDLE data) {
     } else {
         state.formats.push_back(Entry{format, data, false});
     }
-    ++state.sequence;
     return data;
 }
 
@@ -226,20 +223,6 @@ int CountClipboardFormats() {
     return static_cast<int>(AvailableLocked(state).size());
 }
 
-UINT EnumClipboardFormats(UINT format) {
-    ClipboardState &state = Clipboard();
-    std::lock_guard guard(state.lock);
-    if (!OpenedByCaller(state)) return 0;
-    std::vector<UINT> formats = AvailableLocked(state);
-    auto next = formats.begin();
-    if (format != 0) {
-        next = std::find(formats.begin(), formats.end(), format);
-        if (next != formats.end()) ++next;
-    }
-    SetLastError(ERROR_SUCCESS);
-    return next == formats.end() ? 0 : *next;
-}
-
 UINT RegisterClipboardFormatW(LPCWSTR name) {
     if (!name || !*name) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -248,22 +231,10 @@ UINT RegisterClipboardFormatW(LPCWSTR name) {
     return platform::AddAtomName(name);
 }
 
-HWND GetClipboardOwner() {
-    ClipboardState &state = Clipboard();
-    std::lock_guard guard(state.lock);
-    return state.owner;
-}
-
 HWND GetOpenClipboardWindow() {
     ClipboardState &state = Clipboard();
     std::lock_guard guard(state.lock);
     return state.open ? state.openWindow : nullptr;
-}
-
-DWORD GetClipboardSequenceNumber() {
-    ClipboardState &state = Clipboard();
-    std::lock_guard guard(state.lock);
-    return state.sequence;
 }
 
 namespace platform {

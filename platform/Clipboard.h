@@ -39,14 +39,9 @@ HANDLE GetClipboardData(UINT format);
 // Open or not.
 BOOL IsClipboardFormatAvailable(UINT format);
 int CountClipboardFormats();
-// The format after `format` (0 for the first), in the order they were set;
-// 0 at the end.
-UINT EnumClipboardFormats(UINT format);
 // From the atom table of RegisterWindowMessageW.
 UINT RegisterClipboardFormatW(LPCWSTR name);
-HWND GetClipboardOwner();
 HWND GetOpenClipboardWindow();
-DWORD GetClipboardSequenceNumber();
 
 namespace platform {
 

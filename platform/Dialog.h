@@ -146,20 +146,12 @@ struct LVCOLUMNW {
 // WM_INITDIALOG carries `param`.
 HWND CreateDialogParamW(HINSTANCE instance, LPCWSTR templateName, HWND parent, DLGPROC procedure,
                         LPARAM param);
-inline HWND CreateDialogW(HINSTANCE instance, LPCWSTR templateName, HWND parent,
-                          DLGPROC procedure) {
-    return CreateDialogParamW(instance, templateName, parent, procedure, 0);
-}
 // Runs the dialog on the calling thread until EndDialog and returns its
 // result; 0 when the parent is not a window, -1 when the dialog could not be
 // made. The owner (the parent's top-level window, on any thread) is disabled
 // while the dialog runs. A WM_QUIT ends the loop and is posted again.
 INT_PTR DialogBoxParamW(HINSTANCE instance, LPCWSTR templateName, HWND parent, DLGPROC procedure,
                         LPARAM param);
-inline INT_PTR DialogBoxW(HINSTANCE instance, LPCWSTR templateName, HWND parent,
-                          DLGPROC procedure) {
-    return DialogBoxParamW(instance, templateName, parent, procedure, 0);
-}
 // Sets the result and ends the modal loop (from any thread); a modeless
 // dialog is only hidden.
 BOOL EndDialog(HWND dialog, INT_PTR result);

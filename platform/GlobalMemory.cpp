@@ -14,7 +14,6 @@ namespace {
 struct Block {
     std::unique_ptr<BYTE[]> bytes;
     SIZE_T size = 0;
-    SIZE_T capacity = 0;
     bool moveable = false;
     bool discarded = false;
     LONG locks = 0;
@@ -33,7 +32,7 @@ BlockTable &Table() {
     return *table;
 }
 
-constexpr UINT kKnownFlags = GMEM_MOVEABLE | GMEM_ZEROINIT | GMEM_MODIFY | GMEM_DDESHARE;
+constexpr UINT kKnownFlags = GMEM_MOVEABLE | GMEM_ZEROINIT | GMEM_DDESHARE;
 
 Block *FindLocked(HGLOBAL memory) {
     auto found = Table().blocks.find(memory);
@@ -71,47 +70,10 @@ HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes) {
         return nullptr;
     }
     block->size = bytes;
-    block->capacity = std::max<SIZE_T>(bytes, 1);
     const void *handle = block->moveable ? static_cast<void *>(block.get())
                                          : static_cast<void *>(block->bytes.get());
     std::lock_guard guard(Table().lock);
     Table().blocks.emplace(handle, std::move(block));
-    return const_cast<void *>(handle);
-}
-
-HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags) {
-    std::lock_guard guard(Table().lock);
-    Block *block = FindOrRefuse(memory);
-    if (!block) return nullptr;
-    if (flags & GMEM_MODIFY) return memory;
-    if (!block->moveable && bytes > block->capacity && !(flags & GMEM_MOVEABLE)) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    if (bytes <= block->capacity) {
-        if (flags & GMEM_ZEROINIT && bytes > block->size) {
-            std::memset(block->bytes.get() + block->size, 0, bytes - block->size);
-        }
-        block->size = bytes;
-        block->discarded = block->moveable && bytes == 0;
-        return memory;
-    }
-    auto bytesNew = NewBytes(bytes, (flags & GMEM_ZEROINIT) != 0);
-    if (!bytesNew) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    std::memcpy(bytesNew.get(), block->bytes.get(), block->size);
-    block->bytes = std::move(bytesNew);
-    block->size = bytes;
-    block->capacity = bytes;
-    block->discarded = false;
-    if (block->moveable) return memory;
-    // A fixed block that moved gets the new bytes as its handle.
-    auto node = Table().blocks.extract(memory);
-    const void *handle = node.mapped()->bytes.get();
-    node.key() = handle;
-    Table().blocks.insert(std::move(node));
     return const_cast<void *>(handle);
 }
 
@@ -158,15 +120,6 @@ HGLOBAL GlobalFree(HGLOBAL memory) {
         RefuseHandle();
         return memory;
     }
-    return nullptr;
-}
-
-HGLOBAL GlobalHandle(LPCVOID pointer) {
-    std::lock_guard guard(Table().lock);
-    for (const auto &[handle, block] : Table().blocks) {
-        if (block->bytes.get() == pointer) return const_cast<void *>(handle);
-    }
-    RefuseHandle();
     return nullptr;
 }
 

@@ -12,7 +12,6 @@
 inline constexpr UINT GMEM_FIXED = 0x0000;
 inline constexpr UINT GMEM_MOVEABLE = 0x0002;
 inline constexpr UINT GMEM_ZEROINIT = 0x0040;
-inline constexpr UINT GMEM_MODIFY = 0x0080;
 inline constexpr UINT GMEM_DDESHARE = 0x2000;
 inline constexpr UINT GMEM_SHARE = 0x2000;
 inline constexpr UINT GHND = GMEM_MOVEABLE | GMEM_ZEROINIT;
@@ -25,10 +24,6 @@ inline constexpr DWORD ERROR_NOT_LOCKED = 158;
 // unknown flags). A moveable block of 0 bytes is allocated discarded: its
 // GlobalLock gives null, as on Windows.
 HGLOBAL GlobalAlloc(UINT flags, SIZE_T bytes);
-// Resizes a block (GMEM_ZEROINIT clears what it adds). A moveable block may
-// get new bytes behind the same handle; a fixed one moves (a new handle) only
-// with GMEM_MOVEABLE in `flags`. Null on failure, the block unchanged.
-HGLOBAL GlobalReAlloc(HGLOBAL memory, SIZE_T bytes, UINT flags);
 // The block's bytes; counts a lock on a moveable block.
 LPVOID GlobalLock(HGLOBAL memory);
 // Nonzero while the block stays locked; 0 with NO_ERROR when the last lock
@@ -39,8 +34,6 @@ BOOL GlobalUnlock(HGLOBAL memory);
 SIZE_T GlobalSize(HGLOBAL memory);
 // Null when freed; the handle back when it is not a live block.
 HGLOBAL GlobalFree(HGLOBAL memory);
-// The handle of the block whose bytes begin at `pointer`.
-HGLOBAL GlobalHandle(LPCVOID pointer);
 
 namespace platform {
 

@@ -532,11 +532,6 @@ LRESULT DispatchMessageW(const MSG *message) {
 
 void PostQuitMessage(int exitCode) { platform::CurrentQueue()->PostQuit(exitCode); }
 
-BOOL WaitMessage() {
-    platform::CurrentQueue()->WaitForInput(QS_ALLINPUT, MessageQueue::Clock::time_point::max());
-    return TRUE;
-}
-
 DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE *handles, BOOL waitAll,
                                 DWORD milliseconds, DWORD wakeMask) {
     if (count > 0 && !handles) {

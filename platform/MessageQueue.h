@@ -93,8 +93,6 @@ BOOL TranslateMessage(const MSG *message);
 // of a WM_TIMER whose timer was set with one.
 LRESULT DispatchMessageW(const MSG *message);
 void PostQuitMessage(int exitCode);
-// Waits until the calling thread's queue has a message.
-BOOL WaitMessage();
 // WAIT_OBJECT_0 + i when object i is signalled (all of them with waitAll),
 // WAIT_OBJECT_0 + count when the queue has a message of the wake mask,
 // WAIT_TIMEOUT, or WAIT_FAILED.

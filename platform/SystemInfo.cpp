@@ -1,10 +1,8 @@
 #include "platform/SystemInfo.h"
 
-#include <sched.h>
 #include <sys/resource.h>
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -90,17 +88,6 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
     status->ullAvailVirtual = status->ullTotalVirtual;
     status->ullAvailExtendedVirtual = 0;
     return TRUE;
-}
-
-DWORD GetActiveProcessorCount() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    if (sched_getaffinity(0, sizeof set, &set) == 0) {
-        int count = CPU_COUNT(&set);
-        if (count > 0) return static_cast<DWORD>(count);
-    }
-    long online = sysconf(_SC_NPROCESSORS_ONLN);
-    return online > 0 ? static_cast<DWORD>(online) : 1;
 }
 
 namespace {

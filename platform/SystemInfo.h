@@ -21,9 +21,6 @@ struct MEMORYSTATUSEX {
 // dwLength must be sizeof(MEMORYSTATUSEX).
 BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status);
 
-// The number of processors the process may run on.
-DWORD GetActiveProcessorCount();
-
 // The system's version: the running kernel's release "major.minor..." on
 // POSIX. Accepts both record sizes, as Windows does.
 struct OSVERSIONINFOW {

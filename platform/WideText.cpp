@@ -259,15 +259,6 @@ wchar_t *CharLowerW(wchar_t *text) {
     return text;
 }
 
-wchar_t *CharUpperW(wchar_t *text) {
-    FoldInPlace(text, platform::FoldUpper);
-    return text;
-}
-
-wchar_t *_wcslwr(wchar_t *text) { return CharLowerW(text); }
-
-wchar_t *_wcsupr(wchar_t *text) { return CharUpperW(text); }
-
 const wchar_t *StrStrIW(const wchar_t *text, const wchar_t *search) {
     if (!text || !search) return nullptr;
     std::wstring_view haystack(text), needle(search);

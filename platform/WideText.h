@@ -55,9 +55,6 @@ int StrCmpIW(const wchar_t *a, const wchar_t *b);
 int StrCmpNIW(const wchar_t *a, const wchar_t *b, int count);
 // Folds in place and returns the text, like CharLowerW on a string pointer.
 wchar_t *CharLowerW(wchar_t *text);
-wchar_t *CharUpperW(wchar_t *text);
-wchar_t *_wcslwr(wchar_t *text);
-wchar_t *_wcsupr(wchar_t *text);
 const wchar_t *StrStrIW(const wchar_t *text, const wchar_t *search);
 
 // Bounded copies with the Windows runtime's rules: the target is always

@@ -991,22 +991,6 @@ BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distanceToMove, PLARGE_INTEGER 
     return TRUE;
 }
 
-DWORD SetFilePointer(HANDLE file, LONG distanceToMove, LONG *distanceToMoveHigh, DWORD moveMethod) {
-    LARGE_INTEGER distance{};
-    if (distanceToMoveHigh) {
-        distance.QuadPart = static_cast<LONGLONG>(
-            (static_cast<ULONGLONG>(static_cast<DWORD>(*distanceToMoveHigh)) << 32) |
-            static_cast<DWORD>(distanceToMove));
-    } else {
-        distance.QuadPart = distanceToMove;
-    }
-    LARGE_INTEGER position{};
-    if (!SetFilePointerEx(file, distance, &position, moveMethod)) return INVALID_SET_FILE_POINTER;
-    if (distanceToMoveHigh) *distanceToMoveHigh = static_cast<LONG>(position.QuadPart >> 32);
-    SetLastError(NO_ERROR);
-    return static_cast<DWORD>(position.QuadPart & 0xFFFFFFFF);
-}
-
 BOOL SetEndOfFile(HANDLE file) {
     FileObject *object = FileFromHandle(file);
     if (!object) return FALSE;
@@ -1014,13 +998,6 @@ BOOL SetEndOfFile(HANDLE file) {
     if (position < 0 || ftruncate(object->Descriptor(), position) != 0) {
         return Fail(ErrorForHandle(errno == EINVAL ? EBADF : errno));
     }
-    return TRUE;
-}
-
-BOOL FlushFileBuffers(HANDLE file) {
-    FileObject *object = FileFromHandle(file);
-    if (!object) return FALSE;
-    if (fsync(object->Descriptor()) != 0 && errno != EINVAL) return Fail(ErrorForHandle(errno));
     return TRUE;
 }
 

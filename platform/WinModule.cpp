@@ -175,8 +175,6 @@ HMODULE LoadLibraryW(LPCWSTR fileName) {
     return platform::OpenLibrary(fileName, RTLD_NOW | RTLD_LOCAL);
 }
 
-HMODULE LoadLibraryExW(LPCWSTR fileName, HANDLE, DWORD) { return LoadLibraryW(fileName); }
-
 FARPROC GetProcAddress(HMODULE module, LPCSTR procName) {
     // Ordinals (values below 0x10000) have no counterpart here.
     if (!module || reinterpret_cast<ULONG_PTR>(procName) < 0x10000) {

@@ -28,11 +28,6 @@ HMODULE GetModuleHandleW(LPCWSTR moduleName);
 // bare name from the program folder first, then the system's search.
 // Null with ERROR_MOD_NOT_FOUND when it cannot be found or loaded.
 HMODULE LoadLibraryW(LPCWSTR fileName);
-inline constexpr DWORD DONT_RESOLVE_DLL_REFERENCES = 0x00000001;
-inline constexpr DWORD LOAD_LIBRARY_AS_DATAFILE = 0x00000002;
-inline constexpr DWORD LOAD_LIBRARY_AS_IMAGE_RESOURCE = 0x00000020;
-// The flags are accepted and ignored: a shared object is loaded either way.
-HMODULE LoadLibraryExW(LPCWSTR fileName, HANDLE reserved, DWORD flags);
 FARPROC GetProcAddress(HMODULE module, LPCSTR procName);
 BOOL FreeLibrary(HMODULE module);
 

@@ -42,7 +42,7 @@ Signed ParseDecimal(const wchar_t *text) {
     return negative ? static_cast<Signed>(Unsigned{0} - value) : static_cast<Signed>(value);
 }
 
-wchar_t *WriteDigits(std::uint64_t value, bool negative, wchar_t *buffer, int radix) {
+wchar_t *WriteDigits(std::uint64_t value, wchar_t *buffer, int radix) {
     if (!buffer) {
         errno = EINVAL;
         return buffer;
@@ -60,22 +60,9 @@ wchar_t *WriteDigits(std::uint64_t value, bool negative, wchar_t *buffer, int ra
         value /= static_cast<unsigned>(radix);
     } while (value != 0);
     wchar_t *out = buffer;
-    if (negative) *out++ = L'-';
     while (count > 0) *out++ = reversed[--count];
     *out = L'\0';
     return buffer;
-}
-
-// A signed value: its magnitude with a sign in radix 10, its bits (of the
-// given width) as an unsigned number otherwise.
-template <typename Signed>
-wchar_t *WriteSigned(Signed value, wchar_t *buffer, int radix) {
-    using Unsigned = std::make_unsigned_t<Signed>;
-    const auto bits = static_cast<Unsigned>(value);
-    if (radix == 10 && value < 0) {
-        return WriteDigits(static_cast<Unsigned>(Unsigned{0} - bits), true, buffer, radix);
-    }
-    return WriteDigits(bits, false, buffer, radix);
 }
 
 }  // namespace
@@ -84,12 +71,6 @@ int _wtoi(const wchar_t *text) { return ParseDecimal<int>(text); }
 
 __int64 _wtoi64(const wchar_t *text) { return ParseDecimal<__int64>(text); }
 
-wchar_t *_itow(int value, wchar_t *buffer, int radix) { return WriteSigned(value, buffer, radix); }
-
-wchar_t *_i64tow(__int64 value, wchar_t *buffer, int radix) {
-    return WriteSigned(value, buffer, radix);
-}
-
 wchar_t *_ui64tow(ULONGLONG value, wchar_t *buffer, int radix) {
-    return WriteDigits(value, false, buffer, radix);
+    return WriteDigits(value, buffer, radix);
 }

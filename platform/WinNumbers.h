@@ -7,12 +7,10 @@
 // ERANGE, as the runtime does. A null text gives 0 with errno EINVAL. Only
 // the ASCII digits count.
 //
-// Writing (_itow, _i64tow, _ui64tow): radix 2 to 36, lower-case letters
-// above 9. A negative value has a sign only in radix 10; in any other radix
-// its bits are written as an unsigned number. The caller's buffer must hold
-// the text and its terminator (33 characters for 32 bits, 65 for 64). An
-// invalid radix leaves an empty text and sets errno to EINVAL. Each returns
-// the buffer.
+// Writing (_ui64tow): radix 2 to 36, lower-case letters above 9. The
+// caller's buffer must hold the text and its terminator (65 characters). An
+// invalid radix leaves an empty text and sets errno to EINVAL. Returns the
+// buffer.
 #pragma once
 
 #include "platform/WinTypes.h"
@@ -20,6 +18,4 @@
 int _wtoi(const wchar_t *text);
 __int64 _wtoi64(const wchar_t *text);
 
-wchar_t *_itow(int value, wchar_t *buffer, int radix);
-wchar_t *_i64tow(__int64 value, wchar_t *buffer, int radix);
 wchar_t *_ui64tow(ULONGLONG value, wchar_t *buffer, int radix);

@@ -133,14 +133,6 @@ std::int64_t NowTicks() {
            now.tv_nsec / 100;
 }
 
-// UTC ticks of a local tick count. The offset is taken at a first guess and
-// then again at the result, so that times next to a change of offset land
-// on the offset in force there.
-std::int64_t UtcTicksFromLocal(std::int64_t localTicks) {
-    std::int64_t guess = localTicks - LocalOffsetTicksAt(localTicks);
-    return localTicks - LocalOffsetTicksAt(guess);
-}
-
 std::int64_t ElapsedMillisecondsSinceBoot() {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
@@ -219,18 +211,6 @@ BOOL SystemTimeToTzSpecificLocalTime(const void *timeZone, const SYSTEMTIME *uni
     return TRUE;
 }
 
-BOOL TzSpecificLocalTimeToSystemTime(const void *timeZone, const SYSTEMTIME *localTime,
-                                     SYSTEMTIME *universalTime) {
-    if (timeZone != nullptr) return Fail(ERROR_NOT_SUPPORTED);
-    if (localTime == nullptr || universalTime == nullptr || !IsValidSystemTime(*localTime)) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    std::int64_t utc = UtcTicksFromLocal(TicksFromSystemTime(*localTime));
-    if (utc < 0) return Fail(ERROR_INVALID_PARAMETER);
-    *universalTime = SystemTimeFromTicks(utc);
-    return TRUE;
-}
-
 // ------------------------------------------------------ runtime time calls
 
 __time64_t _time64(__time64_t *destination) {
@@ -264,12 +244,6 @@ wchar_t *_wasctime(const struct tm *time) {
                kMonthNames[time->tm_mon], time->tm_mday, time->tm_hour, time->tm_min, time->tm_sec,
                time->tm_year + 1900);
     return text;
-}
-
-wchar_t *_wctime64(const __time64_t *time) {
-    tm local{};
-    if (_localtime64_s(&local, time) != 0) return nullptr;
-    return _wasctime(&local);
 }
 
 // ------------------------------------------------------- NLS date and time

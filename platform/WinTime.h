@@ -54,13 +54,11 @@ BOOL LocalFileTimeToFileTime(const FILETIME *localFileTime, FILETIME *fileTime);
 // -1, 0 or 1, comparing the 64-bit values as unsigned numbers.
 LONG CompareFileTime(const FILETIME *first, const FILETIME *second);
 
-// These use the offset in force at the converted time (daylight saving
+// Uses the offset in force at the converted time (daylight saving
 // included). `timeZone` must be null (the current zone); anything else
 // fails with ERROR_NOT_SUPPORTED.
 BOOL SystemTimeToTzSpecificLocalTime(const void *timeZone, const SYSTEMTIME *universalTime,
                                      SYSTEMTIME *localTime);
-BOOL TzSpecificLocalTimeToSystemTime(const void *timeZone, const SYSTEMTIME *localTime,
-                                     SYSTEMTIME *universalTime);
 
 // ------------------------------------------------------ runtime time calls
 using __time64_t = std::int64_t;
@@ -76,8 +74,6 @@ errno_t _localtime64_s(struct tm *target, const __time64_t *source);
 // in a buffer of the calling thread that the next call overwrites. Null for
 // a null or out-of-range `tm` (year 1900..9999).
 wchar_t *_wasctime(const struct tm *time);
-// _wasctime of the local time; null where _localtime64_s fails.
-wchar_t *_wctime64(const __time64_t *time);
 
 // ------------------------------------------------------- NLS date and time
 // The user's default forms are ISO 8601-like and the same on every machine,

@@ -47,7 +47,6 @@ struct WindowTable {
 };
 
 std::atomic<HWND> captureWindow{nullptr};
-std::atomic<HWND> foregroundWindow{nullptr};
 
 std::uintptr_t Key(HWND window) { return reinterpret_cast<std::uintptr_t>(window); }
 
@@ -218,8 +217,6 @@ void RemoveFromParentLocked(const Window &window) {
 void ForgetProcessState(HWND handle) {
     HWND expected = handle;
     captureWindow.compare_exchange_strong(expected, nullptr);
-    expected = handle;
-    foregroundWindow.compare_exchange_strong(expected, nullptr);
 }
 
 // The last step of a destruction: the handle stops being valid.
@@ -709,12 +706,6 @@ LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) 
     }
 }
 
-LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam,
-                        LPARAM lParam) {
-    if (!procedure) return DefWindowProcW(window, message, wParam, lParam);
-    return procedure(window, message, wParam, lParam);
-}
-
 // -------------------------------------------------------------- relations
 
 HWND GetParent(HWND window) {
@@ -969,14 +960,8 @@ LONG_PTR AccessWindowLong(HWND window, int index, const LONG_PTR *write, std::si
                     std::memcpy(&narrow, at, width);
                     previous = narrow;
                 }
-                if (write) {
-                    if (width == sizeof(LONG_PTR)) {
-                        std::memcpy(at, write, width);
-                    } else {
-                        auto narrow = static_cast<LONG>(*write);
-                        std::memcpy(at, &narrow, width);
-                    }
-                }
+                // Only the pointer-sized call writes.
+                if (write) std::memcpy(at, write, sizeof(LONG_PTR));
         }
     }
     if (stateChanged) platform::NotifyWindowEvent(platform::WindowEventKind::Changed, window);
@@ -991,11 +976,6 @@ LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value) {
 
 LONG_PTR GetWindowLongPtrW(HWND window, int index) {
     return AccessWindowLong(window, index, nullptr, sizeof(LONG_PTR));
-}
-
-LONG SetWindowLongW(HWND window, int index, LONG value) {
-    LONG_PTR wide = value;
-    return static_cast<LONG>(AccessWindowLong(window, index, &wide, sizeof(LONG)));
 }
 
 LONG GetWindowLongW(HWND window, int index) {
@@ -1061,18 +1041,6 @@ HWND GetFocus() {
     return platform::FindLocked(queue->focus) ? queue->focus : nullptr;
 }
 
-HWND SetActiveWindow(HWND window) {
-    HWND previous = GetActiveWindow();
-    std::shared_ptr<Window> object = platform::LocalWindow(window);
-    if (!object) return nullptr;
-    if (!platform::IsOwnThread(*object)) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-    }
-    platform::ActivateTopLevelOf(object);
-    return previous;
-}
-
 HWND GetActiveWindow() {
     std::shared_ptr<platform::MessageQueue> queue = platform::CurrentQueue();
     std::lock_guard guard(WindowLock());
@@ -1081,14 +1049,11 @@ HWND GetActiveWindow() {
 
 BOOL SetForegroundWindow(HWND window) {
     if (!window) return FALSE;
-    platform::foregroundWindow.store(window);
     std::shared_ptr<Window> object = FindWindowObject(window);
     if (!object || object->remote) return TRUE;
     platform::ActivateTopLevelOf(object);
     return TRUE;
 }
-
-HWND GetForegroundWindow() { return platform::foregroundWindow.load(); }
 
 HWND SetCapture(HWND window) { return platform::captureWindow.exchange(window); }
 

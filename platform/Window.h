@@ -280,18 +280,11 @@ int GetClassNameW(HWND window, LPWSTR className, int size);
 HWND CreateWindowExW(DWORD exStyle, LPCWSTR className, LPCWSTR windowName, DWORD style, int x,
                      int y, int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
                      LPVOID param);
-inline HWND CreateWindowW(LPCWSTR className, LPCWSTR windowName, DWORD style, int x, int y,
-                          int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
-                          LPVOID param) {
-    return CreateWindowExW(0, className, windowName, style, x, y, width, height, parent, menu,
-                           instance, param);
-}
 
 // WM_SETTEXT, WM_GETTEXT and WM_GETTEXTLENGTH keep the window's text;
 // WM_CLOSE destroys the window; WM_NCCREATE and WM_QUERYENDSESSION answer
 // TRUE; anything else 0.
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-LRESULT CallWindowProcW(WNDPROC procedure, HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
 // Only on the thread that owns the window (else ERROR_ACCESS_DENIED). Owned
 // windows go first; then the window gets WM_DESTROY, its children are
@@ -327,7 +320,6 @@ int GetWindowTextLengthW(HWND window);
 
 LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value);
 LONG_PTR GetWindowLongPtrW(HWND window, int index);
-LONG SetWindowLongW(HWND window, int index, LONG value);
 LONG GetWindowLongW(HWND window, int index);
 
 // The thread that owns the window; `processId` gets its process.
@@ -343,12 +335,10 @@ UINT RegisterWindowMessageW(LPCWSTR name);
 // WM_SETFOCUS and returns the window that had the focus.
 HWND SetFocus(HWND window);
 HWND GetFocus();
-HWND SetActiveWindow(HWND window);
 HWND GetActiveWindow();
-// Process-wide. A window of this process is also activated on its thread.
-// A null window fails; other handles are kept as they are given.
+// A window of this process is activated on its thread. A null window fails;
+// any other handle succeeds.
 BOOL SetForegroundWindow(HWND window);
-HWND GetForegroundWindow();
 
 // Mouse capture, process-wide. SetCapture returns the window that had it
 // before; a destroyed window loses it.
