@@ -67,13 +67,15 @@ TEST_F(CArchiveInfoTest, ZipGivesCountsSizesCommentModeAndTree) {
     EXPECT_EQ(archive->archiveObject->items.size(), kSampleTree.size());
 }
 
-TEST_F(CArchiveInfoTest, SevenZipAndTarKindsListTheSameTree) {
+TEST_F(CArchiveInfoTest, SevenZipTarAndArjKindsListTheSameTree) {
     SampleZip();
     const std::pair<std::string, std::string> kinds[] = {
         {"sample.7z", "cd src && 7zz a -bso0 -bsp0 ../sample.7z a.txt docs"},
         {"sample.tgz", "cd src && tar czf ../sample.tgz a.txt docs"},
         {"sample.tar", "cd src && tar cf ../sample.tar a.txt docs"},
         {"sample.tar.bz2", "cd src && tar cjf ../sample.tar.bz2 a.txt docs"},
+        // An old archiver's kind, listed by the engine's own reader.
+        {"sample.arj", "cd src && arj a -r -y ../sample.arj '*' >/dev/null"},
     };
     for (const auto &[made, command] : kinds) {
         auto archive = MakeArchive(Make(made, command));
