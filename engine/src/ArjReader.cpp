@@ -3,10 +3,10 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "ByteOrder.h"
+#include "CanonicalCode.h"
 #include "DecodedItems.h"
 #include "LibArchive.h"
 #include "ZipDirectory.h"
@@ -22,7 +22,7 @@ enum Method : std::uint8_t { kStored = 0, kMostHuffman = 3, kFastest = 4 };
 // Methods 1 to 3: the code tables and the least match.
 constexpr unsigned kLiteralCodes = 510, kLengthCodes = 19, kPositionCodes = 17;
 constexpr unsigned kLiteralCountBits = 9, kLengthCountBits = 5, kPositionCountBits = 5;
-constexpr unsigned kLeastMatch = 3, kLongestCode = 16;
+constexpr unsigned kLeastMatch = 3, kLongestCode = CanonicalCode::kLongest;
 
 struct ArjEntry {
     ItemInfo info;
@@ -67,52 +67,29 @@ private:
     unsigned have_ = 0;
 };
 
-// A canonical Huffman code of up to 16 bits, shorter codes first and, within
-// a length, symbols in order; or a single symbol that takes no bits.
+// A canonical Huffman code of up to 16 bits, sent first bit highest; or a
+// single symbol that takes no bits.
 class Code {
 public:
     bool Build(const std::uint8_t *lengths, unsigned symbolCount) {
         constant_ = -1;
-        count_.fill(0);
-        for (unsigned s = 0; s < symbolCount; ++s) {
-            if (lengths[s] > kLongestCode) return false;
-            ++count_[lengths[s]];
-        }
-        count_[0] = 0;
-        int left = 1;
-        for (unsigned length = 1; length <= kLongestCode; ++length) {
-            left = left * 2 - count_[length];
-            if (left < 0) return false;
-        }
-        symbols_.clear();
-        for (unsigned length = 1; length <= kLongestCode; ++length)
-            for (unsigned s = 0; s < symbolCount; ++s)
-                if (lengths[s] == length) symbols_.push_back(static_cast<std::uint16_t>(s));
-        return true;
+        return canonical_.Build(lengths, symbolCount);
     }
     void Constant(unsigned symbol) { constant_ = static_cast<int>(symbol); }
     // -1 for a code that was never assigned.
     int Decode(BitReader &bits) const {
         if (constant_ >= 0) return constant_;
         std::uint32_t peek = bits.Peek(kLongestCode);
-        int value = 0, first = 0, index = 0;
-        for (unsigned length = 1; length <= kLongestCode; ++length) {
-            value |= static_cast<int>((peek >> (kLongestCode - length)) & 1);
-            int count = count_[length];
-            if (value - first < count) {
-                bits.Skip(length);
-                return symbols_[static_cast<std::size_t>(index + value - first)];
-            }
-            index += count;
-            first = (first + count) << 1;
-            value <<= 1;
-        }
-        return -1;
+        unsigned length = 0;
+        int symbol = canonical_.Decode(
+            [peek](unsigned i) { return static_cast<int>((peek >> (kLongestCode - 1 - i)) & 1); },
+            length);
+        if (symbol >= 0) bits.Skip(length);
+        return symbol;
     }
 
 private:
-    std::array<std::uint16_t, kLongestCode + 1> count_{};
-    std::vector<std::uint16_t> symbols_;
+    CanonicalCode canonical_;
     int constant_ = -1;
 };
 

@@ -37,34 +37,16 @@ unsigned Reversed(unsigned code, unsigned length) {
 
 }  // namespace
 
-// Incomplete codes are accepted (a block may have one distance code, or
-// none); a code that was never assigned is damage when it is met.
 bool Deflate64Decoder::Code::Build(const std::uint8_t *lengths, unsigned symbolCount) {
+    if (!canonical.Build(lengths, symbolCount)) return false;
     std::fill(std::begin(fast), std::end(fast), std::uint16_t{0});
-    std::fill(std::begin(count), std::end(count), std::uint16_t{0});
-    for (unsigned s = 0; s < symbolCount; ++s) ++count[lengths[s]];
-    count[0] = 0;
-    int left = 1;
-    for (unsigned length = 1; length <= kLongestCode; ++length) {
-        left = left * 2 - count[length];
-        if (left < 0) return false;
-    }
-    std::uint16_t offset[kLongestCode + 2] = {};
-    unsigned next[kLongestCode + 1] = {};
-    for (unsigned length = 1, code = 0; length <= kLongestCode; ++length) {
-        offset[length + 1] = static_cast<std::uint16_t>(offset[length] + count[length]);
-        code = (code + count[length - 1]) << 1;
-        next[length] = code;
-    }
-    for (unsigned s = 0; s < symbolCount; ++s) {
-        unsigned length = lengths[s];
-        if (length == 0) continue;
-        symbols[offset[length]++] = static_cast<std::uint16_t>(s);
-        unsigned code = next[length]++;
-        if (length > kFastBits) continue;
+    // Deflate sends a code's first bit lowest: a short code fills every
+    // entry whose low bits are its bits reversed.
+    canonical.ForEachCode([this](std::uint16_t symbol, unsigned code, unsigned length) {
+        if (length > kFastBits) return;
         for (unsigned i = Reversed(code, length); i < (1u << kFastBits); i += 1u << length)
-            fast[i] = static_cast<std::uint16_t>(s << 4 | length);
-    }
+            fast[i] = static_cast<std::uint16_t>(symbol << 4 | length);
+    });
     return true;
 }
 
@@ -102,21 +84,11 @@ int Deflate64Decoder::Decode(const Code &code) {
         Take(entry & 15u);
         return entry >> 4;
     }
-    // Canonical codes of one length are consecutive numbers, read first bit
-    // first: walk the lengths until the number falls within a length's run.
-    int value = 0, first = 0, index = 0;
-    for (unsigned length = 1; length <= kLongestCode; ++length) {
-        value |= static_cast<int>((bits_ >> (length - 1)) & 1);
-        int count = code.count[length];
-        if (value - first < count) {
-            Take(length);
-            return code.symbols[index + value - first];
-        }
-        index += count;
-        first = (first + count) << 1;
-        value <<= 1;
-    }
-    return -1;
+    unsigned length = 0;
+    int symbol = code.canonical.Decode(
+        [this](unsigned i) { return static_cast<int>((bits_ >> i) & 1); }, length);
+    if (symbol >= 0) Take(length);
+    return symbol;
 }
 
 bool Deflate64Decoder::StartBlock() {

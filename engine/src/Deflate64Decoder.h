@@ -10,6 +10,7 @@
 #include <functional>
 #include <vector>
 
+#include "CanonicalCode.h"
 #include "Result.h"
 
 namespace engine {
@@ -28,13 +29,12 @@ public:
     Result Read(std::uint8_t *out, std::size_t size, std::size_t &got);
 
 private:
-    // A canonical Huffman code: codes up to kFastBits long are found with
-    // one look into `fast`, longer ones by walking the code lengths.
+    // Codes up to kFastBits long are found with one look into `fast`,
+    // longer ones by walking the canonical code.
     struct Code {
         static constexpr unsigned kFastBits = 10;
+        CanonicalCode canonical;
         std::uint16_t fast[1u << kFastBits];  // symbol << 4 | length; 0: not a short code
-        std::uint16_t count[16];              // codes of each length
-        std::uint16_t symbols[320];           // symbols in code order
         bool Build(const std::uint8_t *lengths, unsigned symbolCount);
     };
     enum class Block { None, Stored, Coded };

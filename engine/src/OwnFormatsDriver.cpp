@@ -129,10 +129,10 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
         settings.encryptCatalogue = false;
         settings.filters = false;
     }
-    std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice);
-    if (!vnkx::RunFits(perWorker, MemoryAllowed())) return kEngineExtentTooHigh;
+    const std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice), allowed = MemoryAllowed();
+    if (!vnkx::RunFits(perWorker, allowed)) return kEngineExtentTooHigh;
     if (request.threads)
-        settings.workers = vnkx::WorkersFor(perWorker, OrderedWorkerPool::Cores(), MemoryAllowed());
+        settings.workers = vnkx::WorkersFor(perWorker, OrderedWorkerPool::Cores(), allowed);
     return kEngineOK;
 }
 

@@ -48,9 +48,9 @@ constexpr bool RunFits(std::uint64_t perWorker, std::uint64_t allowed) {
 constexpr unsigned WorkersFor(std::uint64_t perWorker, unsigned cores, std::uint64_t allowed) {
     perWorker = std::max<std::uint64_t>(perWorker, 1);
     std::uint64_t budget = RunFits(perWorker, kLightRunMemory) ? kLightRunMemory : allowed;
-    std::uint64_t fit = budget / perWorker;
+    std::uint64_t fit = budget / perWorker;  // the filling block takes one worker's share
     return static_cast<unsigned>(
-        std::clamp<std::uint64_t>(fit > 1 ? fit - 1 : 1, 1, std::max(cores, 1u)));
+        std::min<std::uint64_t>(fit > 1 ? fit - 1 : 1, std::max(cores, 1u)));
 }
 
 }  // namespace engine::vnkx
