@@ -163,7 +163,8 @@ TEST_F(AppOptionsTest, JobFileRoundTripCarriesTheSnapshotButNotTheHistory) {
     EXPECT_TRUE(read.LocationHistory.empty());
 }
 
-TEST_F(AppOptionsTest, JobFileMissingStringEmptiesTheFieldAndTwoReadsTrue) {
+TEST_F(AppOptionsTest,
+       JobFileMissingStringEmptiesTheFieldTwoReadsTrueAndAnOlderLineOfAnEmptyStringStays) {
     WriteJobFile("[AppOptions]\r\nDeleteSrc=2\r\nCompressOrig=0\r\n");
     CAppOptionsRepository options;
     options.ViewState = 2;
@@ -174,14 +175,13 @@ TEST_F(AppOptionsTest, JobFileMissingStringEmptiesTheFieldAndTwoReadsTrue) {
     EXPECT_TRUE(options.TempFolder.empty());
     EXPECT_TRUE(options.DefaultCompressFolder.empty());
     EXPECT_EQ(options.ExcludeLocations.size(), 3u);  // no section: kept
-}
 
-TEST_F(AppOptionsTest, JobFileKeepsAnOlderLineOfAStringSavedEmpty) {
+    // An empty string is saved as no line, so an older line stays.
     WriteJobFile("[AppOptions]\r\nAVPath=/old/scanner\r\n");
-    CAppOptionsRepository options(nullptr);
-    options.SaveToIni(JobFile().c_str());
-    options.ReadFromIni(JobFile().c_str());
-    EXPECT_EQ(options.AVPath, L"/old/scanner");
+    CAppOptionsRepository empty(nullptr);
+    empty.SaveToIni(JobFile().c_str());
+    empty.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(empty.AVPath, L"/old/scanner");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "CIniFile.h"
@@ -16,8 +15,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-static_assert(!std::is_copy_constructible_v<CIniFile> && !std::is_copy_assignable_v<CIniFile>);
 
 const std::string kMark = "\xFF\xFE";
 
@@ -231,22 +228,17 @@ TEST_F(IniFileTest, LargestStructDoesNotSurviveAFile) {
     EXPECT_NE(back[510], data[510]);
 }
 
-TEST_F(IniFileTest, HexStringToBinReadsOnlyUpperCaseDigits) {
-    BYTE bytes[2] = {};
+TEST_F(IniFileTest, HexStringToBinReadsOnlyUpperCaseDigitsAndOddDigitsWriteOneBytePastSize) {
+    BYTE bytes[3] = {0x11, 0x22, 0x33};
     ASSERT_EQ(CIniFile::HexStringToBin(L"AB0a", bytes, 2), 2u);
     EXPECT_EQ(bytes[0], 0xAB);
-    // "a" counts as 97 - 55 = 42.
-    EXPECT_EQ(bytes[1], 0x2A);
+    EXPECT_EQ(bytes[1], 0x2A);  // "a" counts as 97 - 55 = 42
     EXPECT_EQ(CIniFile::HexStringToBin(L"ABCD", bytes, 1), 0u);
     EXPECT_EQ(CIniFile::HexStringToBin(L"AB", bytes, 2), 0u);
-}
 
-TEST_F(IniFileTest, HexStringToBinWithOddDigitsWritesOneBytePastSize) {
-    BYTE bytes[3] = {0x11, 0x22, 0x33};
+    bytes[1] = 0x22;
     ASSERT_EQ(CIniFile::HexStringToBin(L"ABC", bytes, 1), 1u);
-    EXPECT_EQ(bytes[0], 0xAB);
-    // "C" paired with the terminator: 16 * 12 + (0 - 48).
-    EXPECT_EQ(bytes[1], 0x90);
+    EXPECT_EQ(bytes[1], 0x90);  // "C" paired with the terminator: 16 * 12 + (0 - 48)
     EXPECT_EQ(bytes[2], 0x33);
 }
 

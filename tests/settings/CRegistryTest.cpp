@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "CRegistry.h"
@@ -46,10 +45,6 @@ protected:
 
 }  // namespace
 
-static_assert(!std::is_copy_constructible_v<CRegistry>);
-static_assert(!std::is_copy_assignable_v<CRegistry>);
-static_assert(std::has_virtual_destructor_v<CRegistry>);
-
 TEST_F(CRegistryTest, MajorKeysZeroOneTwoSelectTheHivesAndAnyOtherChangesNothing) {
     CRegistry machine;
     machine.SetMajorKey(1);
@@ -69,24 +64,15 @@ TEST_F(CRegistryTest, MajorKeysZeroOneTwoSelectTheHivesAndAnyOtherChangesNothing
     EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L".vnk"));
 }
 
-TEST_F(CRegistryTest, CreateAppKeyNeverCreatesTheFirstLevel) {
+TEST_F(CRegistryTest, CreateAppKeyWalksTheStoredAppKeyBelowTheArgumentsFirstLevelNeverMakingIt) {
     CRegistry registry;
     registry.CreateAppKey(L"Elsewhere\\Orvane Labs\\Varnick");
     EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Elsewhere"));
     EXPECT_EQ(registry.WriteRegSetting(L"Name", L"x"), 0);
-    // A single level is made directly below the hive.
-    CRegistry single;
+    CRegistry single;  // a single level is made directly below the hive
     single.CreateAppKey(L"Elsewhere");
     EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Elsewhere"));
-}
 
-TEST_F(CRegistryTest, CreateAppKeyWalksTheStoredAppKeyNotItsArgument) {
-    CRegistry registry;
-    registry.SetAppKey(L"Software\\Stored\\Levels");
-    registry.CreateAppKey(L"Software\\Other\\Path");
-    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, L"Software\\Stored\\Levels"));
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Software\\Other"));
-    // The argument's first level is the parent of the walk.
     CRegistry crossed;
     crossed.SetAppKey(L"Ignored\\Deep\\Key");
     crossed.CreateAppKey(L"Software\\Whatever");
@@ -94,45 +80,7 @@ TEST_F(CRegistryTest, CreateAppKeyWalksTheStoredAppKeyNotItsArgument) {
     EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, L"Ignored"));
 }
 
-TEST_F(CRegistryTest, TextIsStoredWithoutTerminatorAndTheEmptyTextAsOneZeroByte) {
-    CRegistry registry;
-    Prepare(registry);
-    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abc"), 1);
-    ASSERT_EQ(registry.WriteRegSetting(L"Empty", L""), 1);
-    DWORD type = 0, size = 0;
-    ASSERT_EQ(registry.GetTypeAndSize(L"Name", &type, &size), 1);
-    EXPECT_EQ(type, REG_SZ);
-    EXPECT_EQ(size, 6u);
-    ASSERT_EQ(registry.GetTypeAndSize(L"Empty", &type, &size), 1);
-    EXPECT_EQ(size, 1u);
-
-    wchar_t cleared[16] = {};
-    ASSERT_EQ(registry.GetRegSetting(L"Name", cleared, 30), 1);
-    EXPECT_STREQ(cleared, L"abc");
-    wchar_t empty[4] = {};
-    ASSERT_EQ(registry.GetRegSetting(L"Empty", empty, 6), 1);
-    EXPECT_STREQ(empty, L"");
-}
-
-TEST_F(CRegistryTest, AValueReadWithABufferTooSmallGivesZero) {
-    CRegistry registry;
-    Prepare(registry);
-    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abcdef"), 1);
-    wchar_t small[2] = {};
-    EXPECT_EQ(registry.GetRegSetting(L"Name", small, 4), 0);
-
-    // Four bytes at most into a number, whatever the type: the default stays.
-    DWORD number = 77;
-    EXPECT_EQ(registry.GetRegSetting(L"Name", &number), 0);
-    EXPECT_EQ(number, 77u);
-
-    unsigned char bytes[4];
-    int size = sizeof bytes;
-    EXPECT_EQ(registry.GetRegSetting(L"Name", bytes, &size), 0);
-    EXPECT_EQ(size, 12);  // out: the size needed
-}
-
-TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSize) {
+TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSizeTextWithoutTerminatorAndEmptyAsOneByte) {
     CRegistry registry;
     Prepare(registry);
     DWORD number = 0x01020304;
@@ -143,6 +91,8 @@ TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSize) {
     ASSERT_EQ(registry.WriteRegSetting(L"List", list.data(), static_cast<int>(list.size())), 1);
     // The size of an expandable text is stored as given, here two characters.
     ASSERT_EQ(registry.WriteRegSetting(L"Path", true, L"%HOME%", 4u), 1);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abc"), 1);
+    ASSERT_EQ(registry.WriteRegSetting(L"Empty", L""), 1);
 
     struct Expected {
         const wchar_t *name;
@@ -151,7 +101,8 @@ TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSize) {
     };
     for (const Expected &value :
          {Expected{L"Number", REG_DWORD, 4}, Expected{L"Blob", REG_BINARY, 4},
-          Expected{L"List", REG_MULTI_SZ, 18}, Expected{L"Path", REG_EXPAND_SZ, 4}}) {
+          Expected{L"List", REG_MULTI_SZ, 18}, Expected{L"Path", REG_EXPAND_SZ, 4},
+          Expected{L"Name", REG_SZ, 6}, Expected{L"Empty", REG_SZ, 1}}) {
         SCOPED_TRACE(platform::ToUtf8(value.name));
         DWORD type = 0, size = 0;
         ASSERT_EQ(registry.GetTypeAndSize(value.name, &type, &size), 1);
@@ -162,23 +113,35 @@ TEST_F(CRegistryTest, EachWriterStoresItsTypeAndSize) {
     wchar_t path[8] = {};
     ASSERT_EQ(registry.GetRegSetting(L"Path", path, 14), 1);
     EXPECT_STREQ(path, L"%H");
+    ASSERT_EQ(registry.GetRegSetting(L"Name", path, 14), 1);
+    EXPECT_STREQ(path, L"abc");
+    ASSERT_EQ(registry.GetRegSetting(L"Empty", path, 14), 1);
+    EXPECT_STREQ(path, L"");
 }
 
-TEST_F(CRegistryTest, AKeyThatDoesNotExistFailsEveryCall) {
+TEST_F(CRegistryTest, ABufferTooSmallOrAKeyThatDoesNotExistGivesZero) {
     CRegistry registry;
-    registry.SetAppKey(L"Software\\Never\\Made");
-    DWORD number = 5;
+    Prepare(registry);
+    ASSERT_EQ(registry.WriteRegSetting(L"Name", L"abcdef"), 1);
+    wchar_t small[2] = {};
+    EXPECT_EQ(registry.GetRegSetting(L"Name", small, 4), 0);
+    // Four bytes at most into a number, whatever the type: the default stays.
+    DWORD number = 77;
+    EXPECT_EQ(registry.GetRegSetting(L"Name", &number), 0);
+    EXPECT_EQ(number, 77u);
+    unsigned char bytes[4];
+    int size = sizeof bytes;
+    EXPECT_EQ(registry.GetRegSetting(L"Name", bytes, &size), 0);
+    EXPECT_EQ(size, 12);  // out: the size needed
+
+    CRegistry missing;
+    missing.SetAppKey(L"Software\\Never\\Made");
     wchar_t text[8] = {};
-    DWORD type = 0, size = 0;
-    EXPECT_EQ(registry.WriteRegSetting(L"Name", L"x"), 0);
-    EXPECT_EQ(registry.WriteRegSetting(L"Number", &number), 0);
-    EXPECT_EQ(registry.GetRegSetting(L"Name", text, 14), 0);
-    EXPECT_EQ(registry.GetRegSetting(L"Number", &number), 0);
-    EXPECT_EQ(number, 5u);
-    EXPECT_EQ(registry.GetTypeAndSize(L"Name", &type, &size), 0);
-    EXPECT_EQ(registry.RemoveName(L"Name"), 0);
-    EXPECT_EQ(registry.RemoveKey(), 0);
-    EXPECT_EQ(registry.FindFirst(text, 8), 0);
+    EXPECT_EQ(missing.WriteRegSetting(L"Name", L"x"), 0);
+    EXPECT_EQ(missing.GetRegSetting(L"Name", text, 14), 0);
+    EXPECT_EQ(missing.RemoveName(L"Name"), 0);
+    EXPECT_EQ(missing.RemoveKey(), 0);
+    EXPECT_EQ(missing.FindFirst(text, 8), 0);
 }
 
 TEST_F(CRegistryTest, RemoveNameAndRemoveKeyDeleteAndTheInstanceKeepsItsPath) {
@@ -198,12 +161,17 @@ TEST_F(CRegistryTest, RemoveNameAndRemoveKeyDeleteAndTheInstanceKeepsItsPath) {
     EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, kProductKey));
 }
 
-TEST_F(CRegistryTest, FindFirstAndFindNextListValueNamesAndStartOverAfterTheEnd) {
+TEST_F(CRegistryTest, FindFirstAndFindNextListValueNamesSkipOnesThatDoNotFitAndStartOver) {
     CRegistry registry;
     Prepare(registry, L"Software\\Orvane Labs\\Varnick\\ExcludeLocations");
     for (const wchar_t *name : {L"/home/a", L"/home/b", L"/mnt/c"}) {
         ASSERT_EQ(registry.WriteRegSetting(name, L""), 1);
     }
+    wchar_t shortName[8];
+    ASSERT_EQ(registry.FindFirst(shortName, 8), 1);
+    EXPECT_EQ(registry.FindNext(shortName, 7), 0);  // "/home/b" does not fit
+    ASSERT_EQ(registry.FindNext(shortName, 7), 1);
+    EXPECT_STREQ(shortName, L"/mnt/c");
     std::vector<std::wstring> names;
     wchar_t name[1024];
     for (int found = registry.FindFirst(name, 1024); found; found = registry.FindNext(name, 1024)) {
@@ -219,19 +187,6 @@ TEST_F(CRegistryTest, FindFirstAndFindNextListValueNamesAndStartOverAfterTheEnd)
     EXPECT_STREQ(name, L"/mnt/c");
     ASSERT_EQ(registry.FindNext(name, 1024), 1);
     EXPECT_STREQ(name, L"/home/b");
-}
-
-TEST_F(CRegistryTest, FindNextMovesOnWhenANameDoesNotFit) {
-    CRegistry registry;
-    Prepare(registry);
-    for (const wchar_t *name : {L"a", L"much longer", L"c", L"d"}) {
-        ASSERT_EQ(registry.WriteRegSetting(name, L""), 1);
-    }
-    wchar_t name[4];
-    ASSERT_EQ(registry.FindFirst(name, 4), 1);
-    EXPECT_EQ(registry.FindNext(name, 4), 0);  // "much longer" does not fit
-    ASSERT_EQ(registry.FindNext(name, 4), 1);
-    EXPECT_STREQ(name, L"c");
 }
 
 TEST_F(CRegistryTest, FindFirstKeyWalksTheTopLevelOfTheHiveNotTheAppKey) {

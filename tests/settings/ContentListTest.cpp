@@ -47,7 +47,7 @@ protected:
     std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
 };
 
-TEST_F(ContentListTest, JobFileRoundTripWithAFilter) {
+TEST_F(ContentListTest, JobFileRoundTripWithAFilterAndPathsThatHaveGoneDropped) {
     CNewArchiveContentList list;
     list.Files = {Existing("a.txt"), Existing("b.txt")};
     list.Folders = {Existing("docs", true)};
@@ -88,17 +88,15 @@ TEST_F(ContentListTest, JobFileRoundTripWithAFilter) {
     // A second read appends to the lists.
     read.ReadFromIni(JobFile().c_str());
     EXPECT_EQ(read.Files.size(), 4u);
-}
 
-TEST_F(ContentListTest, PathsThatHaveGoneAreDroppedAndTheOthersKeepTheirOrder) {
-    const std::wstring first = Existing("1.txt");
-    const std::wstring third = Existing("3.txt");
-    WriteJobFile("[FilesToInclude]\r\n7=" + Narrow(third) + "\r\n0=/gone/2.txt\r\n1=" +
-                 Narrow(first) + "\r\n[FolderFilter]\r\nFolderFilterState=0\r\n");
-    CNewArchiveContentList list;
-    list.ReadFromIni(JobFile().c_str());
-    EXPECT_EQ(list.Files, (Strings{third, first}));
-    EXPECT_EQ(list.Filter, nullptr);
+    // Paths that have gone are dropped, the others keep their order, and a
+    // filter switched off gives no filter object.
+    WriteJobFile("[FilesToInclude]\r\n7=" + Narrow(list.Files[1]) + "\r\n0=/gone/2.txt\r\n1=" +
+                 Narrow(list.Files[0]) + "\r\n[FolderFilter]\r\nFolderFilterState=0\r\n");
+    CNewArchiveContentList dropped;
+    dropped.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(dropped.Files, (Strings{list.Files[1], list.Files[0]}));
+    EXPECT_EQ(dropped.Filter, nullptr);
 }
 
 TEST_F(ContentListTest, MissingFilterKeysTakeTheJobFilesAssumptions) {

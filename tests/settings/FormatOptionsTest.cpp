@@ -162,8 +162,8 @@ TEST_F(FormatOptionsTest, SaveInSimpleModeWritesTheDetailsOnlyWhenAskedForAll) {
     EXPECT_EQ(read.CompressionMemory, 27u);
 }
 
-TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethod) {
-    CFormatOptionsRepository options;
+TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethodAndTheLevelTheMemory) {
+    CFormatOptionsRepository options;  // level 1, memory 22
     options.ZipCompressionLevel = 2;
     options.ZipEncryptionMethod = 4;
     options.VnkxUseSimple = false;
@@ -171,22 +171,16 @@ TEST_F(FormatOptionsTest, JobFileGivesTheClassicMethodTheVnkxMethod) {
     options.SaveToIni(JobFile().c_str());
 
     CFormatOptionsRepository read;
+    read.CompressionMemory = 30;
     read.ReadFromIni(JobFile().c_str());
+    EXPECT_EQ(read.VnkxCompressionLevel, 22u);
+    EXPECT_EQ(read.CompressionMemory, 30u);
     EXPECT_EQ(read.VnkCompressionMethod, 5u);
     EXPECT_EQ(read.VnkxCompressionMethod, 5u);
     EXPECT_EQ(read.ZipCompressionLevel, 2u);
     EXPECT_EQ(read.ZipEncryptionMethod, 4u);
     EXPECT_FALSE(read.VnkxUseSimple);
     EXPECT_FALSE(read.EmbedJPGThumbnails);
-}
-
-TEST_F(FormatOptionsTest, JobFileReadsTheMemoryIntoTheLevel) {
-    CFormatOptionsRepository().SaveToIni(JobFile().c_str());  // level 1, memory 22
-    CFormatOptionsRepository read;
-    read.CompressionMemory = 30;
-    read.ReadFromIni(JobFile().c_str());
-    EXPECT_EQ(read.VnkxCompressionLevel, 22u);
-    EXPECT_EQ(read.CompressionMemory, 30u);
 }
 
 TEST_F(FormatOptionsTest, JobFileLeavesMissingKeysAndReadsAnyNonZeroAsTrue) {
