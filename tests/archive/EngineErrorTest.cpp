@@ -18,52 +18,38 @@ constexpr unsigned kArchiveErrorTitle = 307;
 
 std::wstring Translated(EngineResult code) { return TranslateEngineError(code); }
 
-TEST_F(ArchiveTest, TranslateEngineErrorEngineCodesInStep) {
-    // The ends of each run of ids.
-    EXPECT_EQ(Translated(17502), Text(263));
-    EXPECT_EQ(Translated(17507), Text(268));
-    EXPECT_EQ(Translated(17541), Text(302));
-    EXPECT_EQ(Translated(17544), Text(973));
-    EXPECT_EQ(Translated(17551), Text(980));
-    EXPECT_EQ(Translated(17562), Text(991));
-    EXPECT_EQ(Translated(17563), Text(1078));
-    EXPECT_EQ(Translated(17564), Text(1303));
-    EXPECT_EQ(Translated(17565), Text(1304));
-}
-
-TEST_F(ArchiveTest, TranslateEngineErrorIndexCodesStandCrossed) {
-    EXPECT_EQ(Translated(kEngineIndexReadFailed), Text(972));
-    EXPECT_EQ(Translated(kEngineIndexWriteFailed), Text(971));
-    EXPECT_NE(Text(971), Text(972));
-}
-
-TEST_F(ArchiveTest, TranslateEngineErrorDamagedDataGetsTheRecoveryHintDirectlyBehind) {
+// One row a branch: the ends of each run of ids, the two index codes that
+// stand crossed, the damage codes that get the recovery hint directly behind
+// (and the next call starts afresh), other engine codes through the format,
+// and Windows codes with the system's text.
+TEST_F(ArchiveTest, TranslateEngineErrorTakesTheTextOfEachRangeOfCodes) {
     const std::wstring hint = Text(kRecoveryHint);
+    const std::wstring unknown = Text(kUnknownEngineCodeFormat);
     ASSERT_FALSE(hint.empty());
-    EXPECT_EQ(Translated(17508), Text(269) + hint);
-    EXPECT_EQ(Translated(17537), Text(298) + hint);
-    EXPECT_EQ(Translated(17538), Text(299) + hint);
-    // Other damage codes get no hint, and the next call starts afresh.
-    EXPECT_EQ(Translated(kEngineArchiveDamaged), Text(267));
-    Translated(17508);
-    EXPECT_EQ(Translated(0), Text(261));
-}
-
-TEST_F(ArchiveTest, TranslateEngineErrorOtherEngineCodesPrintThroughTheFormat) {
-    const std::wstring format = Text(kUnknownEngineCodeFormat);
-    ASSERT_NE(format.find(L"%d"), std::wstring::npos);
-    for (EngineResult code : {17000, 17500, 17566, 17997, 18000, INT_MAX}) {
-        EXPECT_EQ(Translated(code), FormatW(format.c_str(), code)) << code;
-        EXPECT_NE(Translated(code).find(std::to_wstring(code)), std::wstring::npos) << code;
-    }
-}
-
-TEST_F(ArchiveTest, TranslateEngineErrorWindowsCodesTakeTheSystemText) {
-    EXPECT_EQ(Translated(5), L"(5) - " + platform::SystemMessageText(5));
-    EXPECT_EQ(Translated(32), L"(32) - " + platform::SystemMessageText(32));
-    EXPECT_EQ(Translated(16999), L"(16999) - " + platform::SystemMessageText(16999));
-    EXPECT_EQ(Translated(-1), L"(-1) - " + platform::SystemMessageText(static_cast<DWORD>(-1)));
-    EXPECT_EQ(Translated(INT_MIN).rfind(L"(-2147483648) - ", 0), 0u);
+    const std::pair<EngineResult, std::wstring> rows[] = {
+        {0, Text(261)},
+        {17502, Text(263)},
+        {17507, Text(268)},
+        {17541, Text(302)},
+        {17544, Text(973)},
+        {17562, Text(991)},
+        {17563, Text(1078)},
+        {17565, Text(1304)},
+        {kEngineIndexReadFailed, Text(972)},
+        {kEngineIndexWriteFailed, Text(971)},
+        {17508, Text(269) + hint},
+        {17538, Text(299) + hint},
+        {kEngineArchiveDamaged, Text(267)},
+        {17500, FormatW(unknown.c_str(), 17500)},
+        {17566, FormatW(unknown.c_str(), 17566)},
+        {INT_MAX, FormatW(unknown.c_str(), INT_MAX)},
+        {5, L"(5) - " + platform::SystemMessageText(5)},
+        {16999, L"(16999) - " + platform::SystemMessageText(16999)},
+        {-1, L"(-1) - " + platform::SystemMessageText(static_cast<DWORD>(-1))},
+    };
+    for (const auto &[code, text] : rows) EXPECT_EQ(Translated(code), text) << code;
+    EXPECT_NE(Text(971), Text(972));
+    EXPECT_NE(Translated(17500).find(L"17500"), std::wstring::npos);
 }
 
 TEST_F(ArchiveTest, EngineErrorDialogShowsTheArchiveAndTheResultTextUnlessSilent) {

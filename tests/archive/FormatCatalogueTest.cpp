@@ -66,30 +66,19 @@ void ExpectTypes(std::initializer_list<Ending> endings) {
         EXPECT_EQ(GetFormatType(ending.name), ending.type) << ending.name;
 }
 
-TEST(FormatCatalogue, PathLookupIgnoresCaseAndTestsCompoundEndingsFirst) {
+TEST(FormatCatalogue, PathLookupIgnoresCaseTestsCompoundEndingsFirstAndGivesTheContainerOfAliases) {
     ExpectTypes({
         {L"a.TAR.GZ", format::targz},
-        {L"a.tar.Z", format::tarz},
         {L"a.vnk.bin", format::vnkbin},
         {L"a.bin", format::bin},
-        {L"a.zip.uu", format::zipuu},
-        {L"a.tlzma", format::tlzma},
         {L"/x/Archive.VNKX", format::vnkx},
-        {L"a.z", format::z},
         {L"a.mim", format::mim},
         {L"a.mime", format::mime},
-    });
-}
-
-TEST(FormatCatalogue, PathLookupGivesThePlainContainerForAliasEndings) {
-    // These differ from the extension column on purpose; the last two are the
-    // first piece of a split RAR or Zip.
-    ExpectTypes({
+        // These differ from the extension column on purpose; the last two
+        // are the first piece of a split RAR or Zip.
         {L"a.tar.bz2", format::tbz2},
         {L"a.uu", format::uue},
         {L"a.cbz", format::zip},
-        {L"a.cbr", format::rar},
-        {L"a.gtar", format::tar},
         {L"a.001", format::rar},
         {L"a.z01", format::zip},
     });
@@ -121,10 +110,7 @@ TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
 }
 
 TEST(FormatCatalogue, IsArchiveIsANameTest) {
-    EXPECT_TRUE(IsArchive(L"a.zip", false));
     EXPECT_TRUE(IsArchive(L"a.TBZ", false));
-    EXPECT_TRUE(IsArchive(L"a.pf", false));
-    EXPECT_TRUE(IsArchive(L"a.tar.bz2", false));
     EXPECT_TRUE(IsArchive(L"report.001", false));
     EXPECT_FALSE(IsArchive(L"a.txt", false));
     EXPECT_FALSE(IsArchive(L"zip", false));
@@ -148,31 +134,22 @@ TEST_F(ArchiveTest, IndexFilesAreKnownByTheirNamesPrefix) {
     EXPECT_FALSE(IsVnkxIndex(nullptr));
 }
 
-TEST_F(ArchiveTest, UniqueArchiveNameNumbersTakenNames) {
+TEST_F(ArchiveTest, UniqueArchiveNameNumbersTakenNamesAndTheDefaultNameRetryLosesTheName) {
     const fs::path folder = home.Scratch("a");
     const std::wstring source = Wide(folder / "report.txt");
-    const std::wstring first = Wide(folder / "report.zip");
-    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), first);
+    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report.zip"));
     testsupport::WriteBytes(folder / "report.zip", "x");
-    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report_1.zip"));
-    testsupport::WriteBytes(folder / "report_1.zip", "x");
+    // A folder of the same name counts as taken too.
+    fs::create_directory(folder / "report_1.zip");
     EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", nullptr),
               Wide(folder / "report_2.zip"));
-    // A folder of the same name counts as taken too.
-    fs::create_directory(folder / "report_2.zip");
-    EXPECT_EQ(MakeUniqueArchiveName(source.c_str(), L".zip", L""), Wide(folder / "report_3.zip"));
-}
 
-TEST_F(ArchiveTest, UniqueArchiveNameDefaultNameRetryLosesTheName) {
     const std::wstring defaultName = Text(kDefaultArchiveName);
     ASSERT_FALSE(defaultName.empty());
-    // Relative names: the test works in its own folder.
-    WorkingFolder cwd(home.Scratch("cwd"));
+    WorkingFolder cwd(home.Scratch("cwd"));  // relative names
     EXPECT_EQ(MakeUniqueArchiveName(L"", L".zip", L""), defaultName + L".zip");
     testsupport::WriteBytes(defaultName + L".zip", "x");
-    EXPECT_EQ(std::wstring(MakeUniqueArchiveName(L"", L".zip", L"")), L"_1.zip");
-    testsupport::WriteBytes("_1.zip", "x");
-    EXPECT_EQ(std::wstring(MakeUniqueArchiveName(nullptr, L".zip", nullptr)), L"_2.zip");
+    EXPECT_EQ(std::wstring(MakeUniqueArchiveName(nullptr, L".zip", nullptr)), L"_1.zip");
 }
 
 TEST_F(ArchiveTest, TimeStampArchiveNamePutsTheLocalTimeBetweenNameAndExtension) {
@@ -195,11 +172,6 @@ TEST_F(ArchiveTest, TimeStampArchiveNamePutsTheLocalTimeBetweenNameAndExtension)
     };
     std::wstring digits = stamp.substr(0, 14);
     EXPECT_TRUE(digits == printed(before) || digits == printed(after)) << digits;
-
-    // Without a folder the name keeps its own.
-    std::wstring here = TimeStampArchiveName(L"/a/b/report.doc", L".7z", L"");
-    EXPECT_TRUE(std::regex_match(platform::ToUtf8(here), std::regex(R"(/a/b/report\d{14}\.7z)")))
-        << here;
 }
 
 }  // namespace
