@@ -30,9 +30,8 @@ protected:
 TEST_F(AppUtilsRegistry, VersionCodeIsMadeOnceAndKeptInTheProductKey) {
     const std::wstring code = CAppUtils::GetOrCreateVersionCode();
     ASSERT_FALSE(code.empty());
-    const int number = std::stoi(code);
-    EXPECT_GE(number, 1);
-    EXPECT_LE(number, 100);
+    EXPECT_GE(std::stoi(code), 1);
+    EXPECT_LE(std::stoi(code), 100);
 
     CRegistry registry;
     registry.SetAppKey(kProductKey);
