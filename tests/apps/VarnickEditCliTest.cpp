@@ -2,9 +2,6 @@
 // items out of it or repair it, end to end on real archives.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -15,11 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Quoted(const fs::path &path) { return "'" + path.string() + "'"; }
-
-bool Mentions(const testsupport::ProgramRun &run, const std::string &text) {
-    return run.output.find(text) != std::string::npos;
-}
+using testsupport::Mentions;
+using testsupport::Quoted;
 
 class VarnickEditCli : public testsupport::HomeTest {
 protected:
@@ -229,11 +223,9 @@ INSTANTIATE_TEST_SUITE_P(Formats, VarnickProtectFormats, ::testing::Values("zip"
 // Runs the program on a terminal of its own (script's pseudo-terminal),
 // with `typed` waiting as input; its exit code.
 int OnATerminal(const std::string &arguments, const std::string &typed) {
-    const std::string program = std::string(VARNICK_BIN_DIR) + "/varnick " + arguments;
-    const std::string command =
-        "printf '" + typed + "' | script -qec \"" + program + "\" /dev/null > /dev/null";
-    const int status = std::system(command.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return testsupport::Shell("printf '" + typed + "' | script -qec \"" +
+                              std::string(VARNICK_BIN_DIR) + "/varnick " + arguments +
+                              "\" /dev/null > /dev/null");
 }
 
 TEST_F(VarnickEditCli, OnATerminalANewPasswordIsTypedTwiceAndTheOldOneOnce) {

@@ -17,7 +17,7 @@ testsupport::ProgramRun Engine(const std::string &arguments) {
     return testsupport::RunProgram("varnick-engine", arguments);
 }
 
-std::string Quoted(const fs::path &path) { return "'" + path.string() + "'"; }
+using testsupport::Quoted;
 
 class VarnickEngineCli : public testsupport::HomeTest {
 protected:

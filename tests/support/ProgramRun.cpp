@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 namespace testsupport {
 
@@ -19,6 +20,17 @@ ProgramRun RunProgram(const std::string &program, const std::string &arguments) 
     int status = pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
+}
+
+bool Mentions(const ProgramRun &run, const std::string &text) {
+    return run.output.find(text) != std::string::npos;
+}
+
+std::string Quoted(const std::filesystem::path &path) { return "'" + path.string() + "'"; }
+
+int Shell(const std::string &command) {
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace testsupport
