@@ -19,7 +19,7 @@ SYSTEMTIME Date(WORD year, WORD month, WORD day) {
 
 }  // namespace
 
-TEST(CJulianDateTest, RefusedDateKeepsTheStoredValue) {
+TEST(CJulianDateTest, RefusedDateKeepsTheStoredValueAndADayPastTheMonthCarriesOn) {
     CJulianDate date(2000, 1, 1);
     LONG stored = date.GetDayNumber();
     date.SetYMD(1899, 12, 31);
@@ -31,15 +31,14 @@ TEST(CJulianDateTest, RefusedDateKeepsTheStoredValue) {
     EXPECT_EQ(date.GetDayNumber(), stored);
     // A new object refused at construction starts from day 0.
     EXPECT_EQ(CJulianDate(1899, 1, 1).GetDayNumber(), 0);
-}
-
-TEST(CJulianDateTest, DayPastTheEndOfTheMonthCarriesOn) {
+    // A day past the end of the month carries on.
     EXPECT_EQ(CJulianDate(2001, 2, 31), CJulianDate(2001, 3, 3));
     EXPECT_EQ(CJulianDate(2000, 2, 31), CJulianDate(2000, 3, 2));
     EXPECT_EQ(CJulianDate(2000, 12, 32), CJulianDate(2001, 1, 1));
 }
 
-TEST(CJulianDateTest, EveryDayFrom1900To2400AgreesWithAnIndependentCalendar) {
+TEST(CJulianDateTest,
+     EveryDayFrom1900To2400AgreesWithAnIndependentCalendarAndToSystimeZeroesTheClock) {
     for (int year = 1900; year < 2400; ++year) {
         for (unsigned month = 1; month <= 12; ++month) {
             for (unsigned day = 1; day <= civil::DaysInMonth(year, month); ++day) {
@@ -48,27 +47,19 @@ TEST(CJulianDateTest, EveryDayFrom1900To2400AgreesWithAnIndependentCalendar) {
                 ASSERT_EQ(date.GetDayNumber(), civil::DaysFromCivil(year, month, day) - kDays1900)
                     << year << "-" << month << "-" << day;
                 SYSTEMTIME back{};
+                back.wDayOfWeek = 6;
+                back.wHour = 5;
+                back.wMilliseconds = 8;
                 date.ToSystime(&back);
                 ASSERT_EQ(back.wYear, year);
                 ASSERT_EQ(back.wMonth, month);
                 ASSERT_EQ(back.wDay, day) << year << "-" << month;
+                // The clock is zeroed and the weekday left as it was.
+                ASSERT_EQ(back.wHour + back.wMilliseconds, 0);
+                ASSERT_EQ(back.wDayOfWeek, 6);
             }
         }
     }
-}
-
-TEST(CJulianDateTest, ToSystimeZeroesTheClockAndLeavesTheWeekday) {
-    SYSTEMTIME date{};
-    date.wDayOfWeek = 6;
-    date.wHour = 5;
-    date.wMinute = 6;
-    date.wSecond = 7;
-    date.wMilliseconds = 8;
-    CJulianDate(2000, 2, 29).ToSystime(&date);
-    EXPECT_EQ(date.wMonth, 2);
-    EXPECT_EQ(date.wDay, 29);
-    EXPECT_EQ(date.wDayOfWeek, 6);
-    EXPECT_EQ(date.wHour + date.wMinute + date.wSecond + date.wMilliseconds, 0);
 }
 
 TEST(CJulianDateTest, DayArithmeticAndSignedComparison) {

@@ -81,7 +81,7 @@ bool SameBytes(const void *a, const void *b, std::size_t size) {
     return std::memcmp(a, b, size) == 0;
 }
 
-TEST_F(SchedulerTaskRepositoryTest, MissingFileGivesOneTimeTriggerAtThePresentMinute) {
+TEST_F(SchedulerTaskRepositoryTest, MissingFileOrABadTriggerGivesOneTimeTriggerAtThePresentMinute) {
     SYSTEMTIME before{}, after{};
     GetLocalTime(&before);
     CSchedulerTaskRepository task(nullptr, TaskFile().c_str());
@@ -96,6 +96,16 @@ TEST_F(SchedulerTaskRepositoryTest, MissingFileGivesOneTimeTriggerAtThePresentMi
                task.m_Trigger.wStartMinute == now.wMinute;
     };
     EXPECT_TRUE(matches(before) || matches(after));
+
+    // So does a stored trigger whose first word is zero or that is too long.
+    const std::wstring zeroSize = L"0000" + std::wstring(92, L'1');
+    const std::wstring tooLong = L"3000" + std::wstring(100, L'1');
+    for (const std::wstring &stored : {zeroSize, tooLong}) {
+        SetKeys(TaskFile(), {{L"Trigger", stored.c_str()}});
+        CSchedulerTaskRepository refused(nullptr, TaskFile().c_str());
+        EXPECT_EQ(refused.m_Trigger.cbTriggerSize, 48);
+        EXPECT_EQ(refused.m_Trigger.wEndYear, 0);
+    }
 }
 
 TEST_F(SchedulerTaskRepositoryTest, SaveAndReadKeepEveryMemberAndTheJobSections) {
@@ -177,20 +187,6 @@ TEST_F(SchedulerTaskRepositoryTest, MissingOrEmptyCommentShowsString649) {
     SetKeys(file, {{L"Comment", L"own"}});
     EXPECT_EQ(CSchedulerTaskRepository(resources, file.c_str()).m_Comment, L"own");
     FreeLibrary(resources);
-}
-
-TEST_F(SchedulerTaskRepositoryTest, TriggerWithZeroFirstWordOrTooLongLeavesTheDefault) {
-    const std::wstring file = TaskFile();
-    const std::wstring zeroSize = L"0000" + std::wstring(92, L'1');
-    SetKeys(file, {{L"Trigger", zeroSize.c_str()}});
-    CSchedulerTaskRepository zero(nullptr, file.c_str());
-    EXPECT_EQ(zero.m_Trigger.cbTriggerSize, 48);
-    EXPECT_EQ(zero.m_Trigger.wEndYear, 0);
-
-    const std::wstring tooLong = L"3000" + std::wstring(100, L'1');
-    SetKeys(file, {{L"Trigger", tooLong.c_str()}});
-    CSchedulerTaskRepository longer(nullptr, file.c_str());
-    EXPECT_EQ(longer.m_Trigger.wEndYear, 0);
 }
 
 TEST(SchedulerTaskRepositoryDeathTest, DefaultConstructorAbortsWithoutADebugger) {
