@@ -54,7 +54,7 @@ protected:
 
 }  // namespace
 
-TEST_F(FileAssociationsTest, ProgIdsAndTaskClassAreWrittenAndNoArchiveExtensionIsTouched) {
+TEST_F(FileAssociationsTest, ProgIdsAndTaskClassAreWrittenTheEditCommandWithNoBlankBeforeThePath) {
     const std::wstring viewer = platform::JoinPath(CAppUtils::GetExePath(), L"Varnick14.exe");
     const std::wstring scheduler = platform::JoinPath(CAppUtils::GetExePath(), L"Scheduler.exe");
     const std::wstring icons = CAppUtils::GetInstResNLPath();
@@ -67,17 +67,14 @@ TEST_F(FileAssociationsTest, ProgIdsAndTaskClassAreWrittenAndNoArchiveExtensionI
     EXPECT_EQ(ClassesText(L".varnicktask"), L"Varnick.Scheduler.Task");
     EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\shell\\Open\\Command"),
               L"\"" + scheduler + L"\" -s \"%1\"");
+    EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\shell\\Edit\\Command"),
+              L"\"" + scheduler + L"\" -se\"%1\"");
+    // No archive extension is touched.
 
     for (format::type type : kFileAssociationTypes) {
         EXPECT_FALSE(ClassesKeyExists(GetFormatExtension(type))) << "kind " << type;
     }
     EXPECT_TRUE(notices.Events().empty());
-}
-
-TEST_F(FileAssociationsTest, TaskEditCommandHasNoBlankBeforeTheQuotedPath) {
-    const std::wstring scheduler = platform::JoinPath(CAppUtils::GetExePath(), L"Scheduler.exe");
-    EXPECT_EQ(ClassesText(L"Varnick.Scheduler.Task\\shell\\Edit\\Command"),
-              L"\"" + scheduler + L"\" -se\"%1\"");
 }
 
 TEST_F(FileAssociationsTest, OnlyTheProductsProgIdPrefixCountsAsAssociated) {
@@ -183,17 +180,14 @@ TEST_F(FileAssociationsTest, ZipWithoutSavedValueGetsTheSystemRegistrationBack) 
     EXPECT_EQ(std::memcmp(data, emptyZip, 22), 0);
 }
 
-TEST_F(FileAssociationsTest, ZipRestorationWritesOpenWithValueNameWithoutItsFirstLetter) {
-    RestoreZipRegistration(0x0A00);
-    EXPECT_EQ(ClassesText(L".zip\\OpenWithProgids", L"ompressedFolder"), L"");
-    EXPECT_FALSE(ClassesText(L".zip\\OpenWithProgids", L"CompressedFolder"));
-}
-
-TEST_F(FileAssociationsTest, ZipRestorationOnOlderSystemsLeavesOutTheLaterValues) {
+TEST_F(
+    FileAssociationsTest,
+    ZipRestorationWritesOpenWithValueNameWithoutItsFirstLetterAndOlderSystemsLeaveOutTheLaterValues) {
     MakeUserChoice();
     RestoreZipRegistration(0x0501);
     EXPECT_EQ(ClassesText(L".zip"), L"CompressedFolder");
     EXPECT_EQ(ClassesText(L".zip\\OpenWithProgids", L"ompressedFolder"), L"");
+    EXPECT_FALSE(ClassesText(L".zip\\OpenWithProgids", L"CompressedFolder"));
     EXPECT_FALSE(ClassesText(L".zip", L"PerceivedType"));
     EXPECT_FALSE(ClassesText(L".zip\\CompressedFolder\\ShellNew", L"ItemName"));
     EXPECT_TRUE(UserChoiceExists());
