@@ -116,6 +116,8 @@ TEST_F(CArchiveInfoTest, EncryptedZipPromptsOnceAndACancelIsNotAskedAgain) {
     EXPECT_TRUE(archive->encrypted);
     EXPECT_EQ(host.Prompts().size(), 1u);
     EXPECT_TRUE(archive->archiveObject->stop);
+    EXPECT_TRUE(archive->archiveObject->passwordPromptCancelled);
+    EXPECT_FALSE(archive->passwordRefused) << "the password pair is the call's alone";
     EXPECT_EQ(archive->fileCount, 2u) << "the walk goes on";
     EXPECT_TRUE(Item(*archive, L"two.txt")->encrypted);
 

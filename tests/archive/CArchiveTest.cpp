@@ -82,30 +82,6 @@ TEST_F(FacadeTest, JobFileSectionRoundTripsAndKeepsWhatIsMissing) {
     EXPECT_EQ(read.formatType, format::vnkx);
 }
 
-TEST_F(FacadeTest, IndexNamesUseThePrefixAndTheIndexFolder) {
-    appOptions->ArchiveIndexFolder = Wide(work / "indexes");
-    auto archive = MakeArchive(work / "photos.vnkx");
-    CNewArchiveContentList list;
-    list.MakeIndex = true;
-    EXPECT_TRUE(archive->CreateFromList(&list));
-    std::filesystem::path index = list.IndexPath;
-    EXPECT_EQ(index.parent_path(), work / "indexes");
-    EXPECT_EQ(index.filename().wstring().rfind(Text(763), 0), 0u) << index;
-    EXPECT_TRUE(platform::EndsWithNoCase(index.filename().wstring(), L"_photos.vidx")) << index;
-    EXPECT_TRUE(PumpUntil([&] { return !archive->Busy(); }));
-    archive->DisposeOfProgress();
-
-    // The run of an index from a vnkx archive keeps show progress off.
-    EXPECT_TRUE(archive->MakeIndexFromVnkx());
-    EXPECT_TRUE(PumpUntil([&] { return !archive->Busy(); }));
-    EXPECT_FALSE(archive->showProgress);
-    std::wstring made = archive->archiveObject->indexPath;
-    EXPECT_NE(made.find(Wide(work / "indexes")), std::wstring::npos);
-    EXPECT_TRUE(platform::EndsWithNoCase(made, Text(763) + L"photos.vidx")) << made;
-    EXPECT_NE(archive->lastResult, 0) << "there is no archive to index";
-    archive->DisposeOfProgress();
-}
-
 // Verify is a whole run: window, worker, notifications, engine, end message.
 TEST_F(FacadeTest, VerifyEndsThroughTheWindowOnTheCallersThread) {
     auto archive = MakeArchive(SampleZip());
@@ -191,20 +167,6 @@ TEST_F(FacadeTest, CancelFromTheOwnerEndsTheRunWithTheCancellingMessageFirst) {
     EXPECT_EQ(archive->lastResult, kEngineCancelled);
     EXPECT_EQ(lineAtEnd, Text(1217)) << "message 11 came before the end";
     archive->DisposeOfProgress();
-}
-
-TEST_F(FacadeTest, BlockingInfoInstallsThePasswordPairForTheCallOnly) {
-    Put("enc/one.txt", std::string(100, '1'));
-    Put("enc/two.txt", std::string(100, '2'));
-    auto archive =
-        MakeArchive(Make("enc.zip", "cd enc && zip -q -P right ../enc.zip one.txt two.txt"));
-    host.QueuePassword(std::nullopt);
-    EXPECT_TRUE(archive->GetArchiveInfo(false));
-    EXPECT_TRUE(archive->encrypted);
-    EXPECT_EQ(host.Prompts().size(), 1u) << "a refused prompt is not shown again";
-    EXPECT_TRUE(archive->archiveObject->passwordPromptCancelled);
-    EXPECT_TRUE(archive->archiveObject->lastPasswordItem.empty());
-    EXPECT_FALSE(archive->passwordRefused);
 }
 
 }  // namespace

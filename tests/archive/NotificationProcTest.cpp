@@ -266,10 +266,6 @@ TEST_F(NotificationProcTest, AddingConflictTranslatesTheActionsDifferently) {
     appOptions->AddMergeContents = false;
 
     CProgressDialog &dialog = WithDialog();
-    host.QueueConflictAction(CExpandConflictAction::KeepBoth);
-    ASSERT_EQ(Create(work / "both.zip", sources), 0);
-    EXPECT_EQ(Listing(work / "both.zip"), "x.txt\nx_1.txt\n");
-
     host.QueueConflictAction(CExpandConflictAction::ReplaceAll);
     ASSERT_EQ(Create(work / "replaced.zip", sources), 0);
     EXPECT_EQ(Contents(work / "replaced.zip", "x.txt"), "second");

@@ -124,6 +124,7 @@ TEST_F(SegmentsIndexTest, PlainArchiveWithIndexAndAnIndexMadeAfterwards) {
     again->formatType = format::vnkx;
     RunToEnd(*again, [&] { return again->MakeIndexFromVnkx(); });
     EXPECT_EQ(again->lastResult, 0);
+    EXPECT_FALSE(again->showProgress) << "an index run keeps the progress hidden";
     std::vector<fs::path> indexes = IndexesOf("plain");
     ASSERT_EQ(indexes.size(), 2u);
 
