@@ -87,6 +87,9 @@ make_seeds() {
       seed 7zz a -t7z "$SEEDS/lzma2.7z" tree
       seed 7zz a -t7z -m0=PPMd "$SEEDS/ppmd.7z" tree
       seed 7zz a -t7z -m0=BZip2 "$SEEDS/bzip2.7z" tree
+      seed 7zz a -t7z -m0=Deflate64 "$SEEDS/deflate64.7z" tree
+      # The four-stream branch filter: 7-Zip's strongest setting on a program.
+      seed sh -c 'cp /bin/true prog && 7zz a -t7z -mx9 "$1/bcj2.7z" prog tree/docs' _ "$SEEDS"
       seed 7zz a -t7z -psecret "$SEEDS/data-enciphered.7z" tree
       seed 7zz a -t7z -psecret -mhe=on "$SEEDS/catalogue-enciphered.7z" tree
       seed 7zz a -tzip -mem=AES256 -psecret "$SEEDS/aes.zip" tree

@@ -157,8 +157,10 @@ private:
         const char *message = archive_error_string(handle_);
         if (Mentions(message, "passphrase")) return kEnginePasswordNeeded;
         if (Mentions(message, "encrypt")) return kEngineEncryptionUnsupported;
+        // A 7z coder it does not know is "Unknown codec", one it knows but not
+        // in that place (a byte swap filter) "Unexpected codec".
         if (Mentions(message, "unsupported") || Mentions(message, "not supported") ||
-            Mentions(message, "unknown codec"))
+            Mentions(message, "unknown codec") || Mentions(message, "unexpected codec"))
             return kEngineMethodUnsupported;
         if (Mentions(message, "truncated") || Mentions(message, "premature"))
             return kEngineArchiveTruncated;

@@ -1,5 +1,6 @@
 #include "SevenZipReader.h"
 
+#include <bzlib.h>
 #include <fcntl.h>
 #include <lzma.h>
 #include <openssl/evp.h>
@@ -7,10 +8,13 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <map>
 #include <optional>
 
+#include "Bcj2Decoder.h"
+#include "Deflate64Decoder.h"
 #include "Handles.h"
 #include "Operation.h"
 #include "platform/WideText.h"
@@ -162,6 +166,8 @@ struct Folder {
     std::optional<std::uint32_t> crc;
     std::uint64_t packOffset = 0;  // in the file
     std::uint64_t packSize = 0;
+    // Where each of packedStreams lies in the file, and how long it is.
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> packs;
     std::uint64_t substreams = 1;
 
     std::size_t MainCoder() const {
@@ -218,29 +224,37 @@ lzma_vli LzmaFilterOf(const Coder &coder) {
 
 bool IsCopy(const Coder &coder) { return coder.id.size() == 1 && coder.id[0] == 0x00; }
 
-// The coders from the packed stream to the folder's output, when they form
-// one chain of single-stream coders this reader takes.
-bool DecodeOrder(const Folder &folder, std::vector<std::size_t> &order) {
-    for (const auto &coder : folder.coders) {
-        if (coder.inStreams != 1 || coder.outStreams != 1) return false;
-        if (!IsAes(coder) && !IsCopy(coder) && LzmaFilterOf(coder) == 0) return false;
-    }
-    if (folder.packedStreams.size() != 1 || folder.coders.empty()) return false;
-    std::size_t current = folder.MainCoder();
-    std::vector<std::size_t> backwards;
-    for (std::size_t guard = 0; guard <= folder.coders.size(); ++guard) {
-        backwards.push_back(current);
-        auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
-                                  [&](const auto &pair) { return pair.first == current; });
-        if (bound == folder.bindPairs.end()) {
-            if (folder.packedStreams[0] != current) return false;
-            order.assign(backwards.rbegin(), backwards.rend());
-            return order.size() == folder.coders.size();
-        }
-        current = static_cast<std::size_t>(bound->second);
-        if (current >= folder.coders.size()) return false;
-    }
-    return false;
+bool IsId(const Coder &coder, std::initializer_list<std::uint8_t> id) {
+    return std::equal(coder.id.begin(), coder.id.end(), id.begin(), id.end());
+}
+bool IsBcj2(const Coder &coder) { return IsId(coder, {0x03, 0x03, 0x01, 0x1B}); }
+bool IsBzip2(const Coder &coder) { return IsId(coder, {0x04, 0x02, 0x02}); }
+bool IsDeflate(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x08}); }
+bool IsDeflate64(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x09}); }
+
+bool EndsLzmaChain(const Coder &coder) {
+    lzma_vli filter = LzmaFilterOf(coder);
+    return filter == LZMA_FILTER_LZMA1 || filter == LZMA_FILTER_LZMA2;
+}
+
+// Every coder of the folder is one this reader takes, with the streams it
+// should have: BCJ2 four in, the others one; each one out.
+bool Decodable(const Folder &folder) {
+    if (folder.packedStreams.empty()) return false;
+    return std::all_of(folder.coders.begin(), folder.coders.end(), [](const Coder &coder) {
+        if (coder.outStreams != 1) return false;
+        if (IsBcj2(coder)) return coder.inStreams == 4;
+        return coder.inStreams == 1 && (IsAes(coder) || IsCopy(coder) || LzmaFilterOf(coder) != 0 ||
+                                        IsBzip2(coder) || IsDeflate(coder) || IsDeflate64(coder));
+    });
+}
+
+// The first in stream of each coder (the numbering runs over the coders).
+std::size_t FirstInStream(const Folder &folder, std::size_t coder) {
+    std::size_t first = 0;
+    for (std::size_t i = 0; i < coder; ++i)
+        first += static_cast<std::size_t>(folder.coders[i].inStreams);
+    return first;
 }
 
 struct Streams {
@@ -390,7 +404,9 @@ bool ReadStreams(Fields &f, Streams &streams, std::uint64_t fileSize) {
         if (pack + folder.packedStreams.size() > streams.packSizes.size()) return f.Fail();
         folder.packOffset = offset;
         folder.packSize = 0;
+        folder.packs.clear();
         for (std::size_t i = 0; i < folder.packedStreams.size(); ++i) {
+            folder.packs.emplace_back(offset, streams.packSizes[pack]);
             folder.packSize += streams.packSizes[pack];
             offset += streams.packSizes[pack++];
         }
@@ -551,6 +567,9 @@ public:
         std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(size, remaining_));
         if (want == 0) return kEngineOK;
         if (Result result = input_->Read(out, want, got)) return result;
+        // A coder whose stream ends before the size the catalogue gives it
+        // decoded damaged data (a cut archive fails earlier, in PackStage).
+        if (got == 0) return kEngineItemDataDamaged;
         remaining_ -= got;
         return kEngineOK;
     }
@@ -560,9 +579,221 @@ private:
     std::uint64_t remaining_;
 };
 
+// LZMA2 with its smallest dictionary, for data framed as stored chunks.
+const Coder kStoredLzma2 = {{0x21}, 1, 1, {0x00}};
+
+// Frames its input as LZMA2 stored chunks (a control byte, 1 for the first
+// chunk, which resets the dictionary, 2 for the others; the size less one,
+// big-endian; the bytes) and the end mark 0, so that liblzma's filters can
+// run on data that no LZMA coder produced.
+class StoredLzma2Stage final : public Stage {
+public:
+    explicit StoredLzma2Stage(std::unique_ptr<Stage> input) : input_(std::move(input)) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        got = 0;
+        while (got < size) {
+            if (at_ == framed_.size()) {
+                if (ended_) break;
+                if (Result result = Frame()) return result;
+            }
+            std::size_t count = std::min(size - got, framed_.size() - at_);
+            std::memcpy(out + got, framed_.data() + at_, count);
+            at_ += count;
+            got += count;
+        }
+        return kEngineOK;
+    }
+
+private:
+    static constexpr std::size_t kMostChunk = 1u << 16;
+
+    Result Frame() {
+        framed_.resize(3 + kMostChunk);
+        std::size_t filled = 0;
+        while (filled < kMostChunk) {
+            std::size_t count = 0;
+            if (Result result =
+                    input_->Read(framed_.data() + 3 + filled, kMostChunk - filled, count))
+                return result;
+            if (count == 0) break;
+            filled += count;
+        }
+        at_ = 0;
+        if (filled == 0) {
+            framed_.assign(1, 0x00);
+            ended_ = true;
+            return kEngineOK;
+        }
+        framed_[0] = first_ ? 0x01 : 0x02;
+        framed_[1] = static_cast<std::uint8_t>((filled - 1) >> 8);
+        framed_[2] = static_cast<std::uint8_t>(filled - 1);
+        framed_.resize(3 + filled);
+        first_ = false;
+        return kEngineOK;
+    }
+
+    std::unique_ptr<Stage> input_;
+    std::vector<std::uint8_t> framed_;
+    std::size_t at_ = 0;
+    bool first_ = true, ended_ = false;
+};
+
+// Reads a stage as a decoder's source; the stage's own failure is kept and
+// given back in place of the decoder's.
+class Feed {
+public:
+    explicit Feed(std::unique_ptr<Stage> input) : input_(std::move(input)) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) {
+        got = 0;
+        if (failed_ == kEngineOK) failed_ = input_->Read(out, size, got);
+        return failed_;
+    }
+    // The input's failure, else `decoder`'s.
+    Result Blame(Result decoder) const { return failed_ != kEngineOK ? failed_ : decoder; }
+
+private:
+    std::unique_ptr<Stage> input_;
+    Result failed_ = kEngineOK;
+};
+
+// A zlib or bzip2 stream: both take input and give output in the same
+// way, through their own stream record.
+template <typename Codec>
+class StreamStage final : public Stage {
+public:
+    explicit StreamStage(std::unique_ptr<Stage> input) : feed_(std::move(input)), buffer_(kChunk) {
+        ready_ = Codec::Start(stream_);
+    }
+    ~StreamStage() override {
+        if (ready_) Codec::End(stream_);
+    }
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        got = 0;
+        if (!ready_) return kEngineOutOfMemory;
+        while (got < size && !ended_) {
+            if (stream_.avail_in == 0 && !inputEnded_) {
+                std::size_t count = 0;
+                if (Result result = feed_.Read(buffer_.data(), buffer_.size(), count))
+                    return result;
+                inputEnded_ = count == 0;
+                stream_.next_in = reinterpret_cast<decltype(stream_.next_in)>(buffer_.data());
+                stream_.avail_in = static_cast<unsigned>(count);
+            }
+            stream_.next_out = reinterpret_cast<decltype(stream_.next_out)>(out + got);
+            stream_.avail_out = static_cast<unsigned>(size - got);
+            const int status = Codec::Step(stream_);
+            const std::size_t made = (size - got) - stream_.avail_out;
+            got += made;
+            if (status == Codec::kEnd) {
+                ended_ = true;
+            } else if (status != Codec::kOk || (made == 0 && inputEnded_)) {
+                return feed_.Blame(kEngineItemDataDamaged);
+            }
+        }
+        return kEngineOK;
+    }
+
+private:
+    Feed feed_;
+    typename Codec::Stream stream_{};
+    std::vector<std::uint8_t> buffer_;
+    bool ready_ = false, inputEnded_ = false, ended_ = false;
+};
+
+// Deflate as 7-Zip stores it: raw, without zlib's header.
+struct Inflate {
+    using Stream = z_stream;
+    static constexpr int kOk = Z_OK, kEnd = Z_STREAM_END;
+    static bool Start(Stream &stream) { return inflateInit2(&stream, -15) == Z_OK; }
+    static int Step(Stream &stream) {
+        const int status = inflate(&stream, Z_NO_FLUSH);
+        return status == Z_BUF_ERROR ? Z_OK : status;
+    }
+    static void End(Stream &stream) { inflateEnd(&stream); }
+};
+using InflateStage = StreamStage<Inflate>;
+
+struct Bunzip {
+    using Stream = bz_stream;
+    static constexpr int kOk = BZ_OK, kEnd = BZ_STREAM_END;
+    static bool Start(Stream &stream) { return BZ2_bzDecompressInit(&stream, 0, 0) == BZ_OK; }
+    static int Step(Stream &stream) { return BZ2_bzDecompress(&stream); }
+    static void End(Stream &stream) { BZ2_bzDecompressEnd(&stream); }
+};
+using BzipStage = StreamStage<Bunzip>;
+
+class Deflate64Stage final : public Stage {
+public:
+    explicit Deflate64Stage(std::unique_ptr<Stage> input)
+        : feed_(std::move(input)), decoder_([this](std::uint8_t *buffer, std::size_t size) {
+              std::size_t got = 0;
+              feed_.Read(buffer, size, got);
+              return got;
+          }) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        return feed_.Blame(decoder_.Read(out, size, got));
+    }
+
+private:
+    Feed feed_;
+    Deflate64Decoder decoder_;
+};
+
+class Bcj2Stage final : public Stage {
+public:
+    Bcj2Stage(std::unique_ptr<Stage> (&inputs)[4], std::uint64_t size)
+        : inputs_{std::move(inputs[0]), std::move(inputs[1]), std::move(inputs[2]),
+                  std::move(inputs[3])},
+          decoder_(Source(0), Source(1), Source(2), Source(3), size) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        return decoder_.Read(out, size, got);
+    }
+
+private:
+    Bcj2Decoder::Source Source(std::size_t index) {
+        return [this, index](std::uint8_t *buffer, std::size_t size, std::size_t &got) {
+            return inputs_[index]->Read(buffer, size, got);
+        };
+    }
+
+    std::unique_ptr<Stage> inputs_[4];
+    Bcj2Decoder decoder_;
+};
+
 // The AES key of a password: SHA-256 over salt, UTF-16LE password and a
 // counter, 2^power times.
-bool DeriveKey(const Coder &aes, const std::wstring &password, std::uint8_t key[32],
+bool StretchKey(unsigned power, const std::vector<std::uint8_t> &salt, const std::wstring &password,
+                std::uint8_t key[32]) {
+    std::vector<BYTE> text = platform::ToUtf16Bytes(password);
+    std::vector<std::uint8_t> round(salt.begin(), salt.end());
+    round.insert(round.end(), text.begin(), text.end());
+    if (power == 0x3F) {
+        std::memset(key, 0, 32);
+        if (!round.empty()) std::memcpy(key, round.data(), std::min<std::size_t>(32, round.size()));
+        return true;
+    }
+    if (power > 30) return false;
+    std::size_t counterAt = round.size();
+    round.resize(round.size() + 8, 0);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> digest(EVP_MD_CTX_new(),
+                                                                   EVP_MD_CTX_free);
+    if (!digest) return false;
+    EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
+    for (std::uint64_t i = 0; i < (std::uint64_t{1} << power); ++i) {
+        for (int b = 0; b < 8; ++b) round[counterAt + b] = static_cast<std::uint8_t>(i >> (8 * b));
+        EVP_DigestUpdate(digest.get(), round.data(), round.size());
+    }
+    unsigned length = 0;
+    EVP_DigestFinal_ex(digest.get(), key, &length);
+    return length == 32;
+}
+
+using KeyCache = std::map<std::vector<std::uint8_t>, std::array<std::uint8_t, 32>>;
+
+// The key and IV of an AES coder. The stretching is slow on purpose, and a
+// folder with four packed streams has four coders with one salt: `keys`
+// keeps what one password made, by strength and salt.
+bool DeriveKey(const Coder &aes, const std::wstring &password, KeyCache &keys, std::uint8_t key[32],
                std::uint8_t iv[16]) {
     const auto &p = aes.properties;
     std::memset(iv, 0, 16);
@@ -578,32 +809,117 @@ bool DeriveKey(const Coder &aes, const std::wstring &password, std::uint8_t key[
     std::vector<std::uint8_t> salt(p.begin() + (saltSize ? 2 : 0),
                                    p.begin() + (saltSize ? 2 + saltSize : 0));
     if (ivSize) std::memcpy(iv, p.data() + 2 + saltSize, ivSize);
-    std::vector<BYTE> text = platform::ToUtf16Bytes(password);
-    if (power == 0x3F) {
-        std::memset(key, 0, 32);
-        std::vector<std::uint8_t> joined(salt.begin(), salt.end());
-        joined.insert(joined.end(), text.begin(), text.end());
-        if (!joined.empty())
-            std::memcpy(key, joined.data(), std::min<std::size_t>(32, joined.size()));
-        return true;
+    std::vector<std::uint8_t> which(salt);
+    which.push_back(static_cast<std::uint8_t>(power));
+    auto known = keys.find(which);
+    if (known == keys.end()) {
+        std::array<std::uint8_t, 32> made;
+        if (!StretchKey(power, salt, password, made.data())) return false;
+        known = keys.emplace(std::move(which), made).first;
     }
-    if (power > 30) return false;
-    std::vector<std::uint8_t> round(salt.begin(), salt.end());
-    round.insert(round.end(), text.begin(), text.end());
-    std::size_t counterAt = round.size();
-    round.resize(round.size() + 8, 0);
-    EVP_MD_CTX *digest = EVP_MD_CTX_new();
-    if (!digest) return false;
-    EVP_DigestInit_ex(digest, EVP_sha256(), nullptr);
-    for (std::uint64_t i = 0; i < (std::uint64_t{1} << power); ++i) {
-        for (int b = 0; b < 8; ++b) round[counterAt + b] = static_cast<std::uint8_t>(i >> (8 * b));
-        EVP_DigestUpdate(digest, round.data(), round.size());
-    }
-    unsigned length = 0;
-    EVP_DigestFinal_ex(digest, key, &length);
-    EVP_MD_CTX_free(digest);
-    return length == 32;
+    std::memcpy(key, known->second.data(), 32);
+    return true;
 }
+
+// Builds the stages behind one coder's output, walking from the folder's
+// output towards its packed streams; AES keys are derived once per salt.
+struct Builder {
+    const Folder &folder;
+    const std::wstring *password;
+    int fd;
+    KeyCache keys = {};
+    std::size_t built = 0;
+
+    Result Output(std::size_t coder, std::unique_ptr<Stage> &stage) {
+        // Each coder is built once: more means the bindings run in a circle.
+        if (coder >= folder.coders.size() || ++built > folder.coders.size())
+            return kEngineCatalogueDamaged;
+        const Coder &c = folder.coders[coder];
+        const std::uint64_t size =
+            coder < folder.unpackSizes.size() ? folder.unpackSizes[coder] : 0;
+        const std::size_t in = FirstInStream(folder, coder);
+        if (IsBcj2(c)) return Bcj2(in, size, stage);
+        if (LzmaFilterOf(c) != 0) return Lzma(coder, size, stage);
+        std::unique_ptr<Stage> input;
+        if (Result result = Input(in, input)) return result;
+        if (IsAes(c)) {
+            if (Result result = Aes(c, std::move(input), stage)) return result;
+        } else if (IsBzip2(c)) {
+            stage = std::make_unique<BzipStage>(std::move(input));
+        } else if (IsDeflate(c)) {
+            stage = std::make_unique<InflateStage>(std::move(input));
+        } else if (IsDeflate64(c)) {
+            stage = std::make_unique<Deflate64Stage>(std::move(input));
+        } else {
+            stage = std::move(input);  // copy
+        }
+        // Ciphered data ends in padding; no coder gives more than its size.
+        stage = std::make_unique<LimitStage>(std::move(stage), size);
+        return kEngineOK;
+    }
+
+    // What feeds in stream `in`: another coder's output or a packed stream.
+    Result Input(std::size_t in, std::unique_ptr<Stage> &stage) {
+        auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
+                                  [&](const auto &pair) { return pair.first == in; });
+        if (bound != folder.bindPairs.end())
+            return Output(static_cast<std::size_t>(bound->second), stage);
+        auto packed = std::find(folder.packedStreams.begin(), folder.packedStreams.end(), in);
+        std::size_t index = static_cast<std::size_t>(packed - folder.packedStreams.begin());
+        if (packed == folder.packedStreams.end() || index >= folder.packs.size())
+            return kEngineCatalogueDamaged;
+        stage =
+            std::make_unique<PackStage>(fd, folder.packs[index].first, folder.packs[index].second);
+        return kEngineOK;
+    }
+
+    // liblzma takes a branch or delta filter only with LZMA behind it: the
+    // coders down to the first LZMA go into one chain, and where none
+    // follows, stored LZMA2 chunks stand in for it.
+    Result Lzma(std::size_t coder, std::uint64_t size, std::unique_ptr<Stage> &stage) {
+        std::vector<const Coder *> chain{&folder.coders[coder]};
+        std::size_t last = coder;
+        while (!EndsLzmaChain(folder.coders[last])) {
+            std::size_t in = FirstInStream(folder, last);
+            auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
+                                      [&](const auto &pair) { return pair.first == in; });
+            if (bound == folder.bindPairs.end() || bound->second >= folder.coders.size() ||
+                LzmaFilterOf(folder.coders[bound->second]) == 0)
+                break;
+            if (++built > folder.coders.size()) return kEngineCatalogueDamaged;
+            last = static_cast<std::size_t>(bound->second);
+            chain.push_back(&folder.coders[last]);
+        }
+        std::unique_ptr<Stage> input;
+        if (Result result = Input(FirstInStream(folder, last), input)) return result;
+        if (!EndsLzmaChain(*chain.back())) {
+            // A filter behind another coder (7-Zip puts BCJ before bzip2 or
+            // deflate): its input goes to liblzma as LZMA2's stored chunks.
+            input = std::make_unique<StoredLzma2Stage>(std::move(input));
+            chain.push_back(&kStoredLzma2);
+        }
+        auto decoder = std::make_unique<LzmaStage>(std::move(input), size);
+        if (Result result = decoder->Start(chain)) return result;
+        stage = std::move(decoder);
+        return kEngineOK;
+    }
+
+    Result Bcj2(std::size_t in, std::uint64_t size, std::unique_ptr<Stage> &stage) {
+        std::unique_ptr<Stage> inputs[4];
+        for (std::size_t i = 0; i < 4; ++i)
+            if (Result result = Input(in + i, inputs[i])) return result;
+        stage = std::make_unique<Bcj2Stage>(inputs, size);
+        return kEngineOK;
+    }
+
+    Result Aes(const Coder &coder, std::unique_ptr<Stage> input, std::unique_ptr<Stage> &stage) {
+        if (!password) return kEnginePasswordNeeded;
+        std::uint8_t key[32], iv[16];
+        if (!DeriveKey(coder, *password, keys, key, iv)) return kEngineEncryptionUnsupported;
+        stage = std::make_unique<AesStage>(std::move(input), key, iv);
+        return kEngineOK;
+    }
+};
 
 struct Item {
     std::wstring name;
@@ -732,8 +1048,7 @@ private:
         if (!f.ok() || property != kEnd) return kEngineCatalogueDamaged;
         for (const auto &folder : streams_.folders) {
             anyEncrypted_ = anyEncrypted_ || Encrypted(folder);
-            std::vector<std::size_t> order;
-            if (!DecodeOrder(folder, order)) unsupported_ = true;
+            if (!Decodable(folder)) unsupported_ = true;
         }
         return PlaceItems();
     }
@@ -824,40 +1139,13 @@ private:
         return kEngineOK;
     }
 
-    // Builds the decoding chain of a folder with a key, or without one.
+    // Builds the decoding stages of a folder, from its packed streams to its
+    // output, with a key or without one.
     Result Chain(const Folder &folder, const std::wstring *password,
                  std::unique_ptr<Stage> &stage) {
-        std::vector<std::size_t> order;
-        if (!DecodeOrder(folder, order)) return kEngineMethodUnsupported;
-        stage = std::make_unique<PackStage>(fd_, folder.packOffset, folder.packSize);
-        std::vector<const Coder *> lzma;
-        auto flush = [&]() -> Result {
-            if (lzma.empty()) return kEngineOK;
-            if (LzmaFilterOf(*lzma.front()) != LZMA_FILTER_LZMA1 &&
-                LzmaFilterOf(*lzma.front()) != LZMA_FILTER_LZMA2)
-                return kEngineMethodUnsupported;
-            std::reverse(lzma.begin(), lzma.end());
-            auto decoder = std::make_unique<LzmaStage>(std::move(stage), folder.UnpackSize());
-            if (Result result = decoder->Start(lzma)) return result;
-            stage = std::move(decoder);
-            lzma.clear();
-            return kEngineOK;
-        };
-        for (std::size_t index : order) {
-            const Coder &coder = folder.coders[index];
-            if (IsAes(coder)) {
-                if (Result result = flush()) return result;
-                if (!password) return kEnginePasswordNeeded;
-                std::uint8_t key[32], iv[16];
-                if (!DeriveKey(coder, *password, key, iv)) return kEngineEncryptionUnsupported;
-                stage = std::make_unique<AesStage>(std::move(stage), key, iv);
-            } else if (!IsCopy(coder)) {
-                lzma.push_back(&coder);
-            }
-        }
-        if (Result result = flush()) return result;
-        stage = std::make_unique<LimitStage>(std::move(stage), folder.UnpackSize());
-        return kEngineOK;
+        if (!Decodable(folder)) return kEngineMethodUnsupported;
+        Builder builder{folder, password, fd_};
+        return builder.Output(folder.MainCoder(), stage);
     }
 
     // Opens a folder's chain, asking for passwords until the start of its
@@ -912,7 +1200,7 @@ private:
     std::uint64_t ProbeSize(const Folder &folder, std::size_t index) const {
         bool decompresses =
             std::any_of(folder.coders.begin(), folder.coders.end(),
-                        [](const Coder &coder) { return LzmaFilterOf(coder) != 0; });
+                        [](const Coder &coder) { return !IsAes(coder) && !IsCopy(coder); });
         std::uint64_t size = kChunk;
         if (!decompresses) {
             for (const auto &item : items_) {

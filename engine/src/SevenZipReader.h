@@ -1,9 +1,9 @@
 // The engine's own 7z reader. libarchive lists enciphered 7z archives but
 // cannot decipher them, and cannot open one whose catalogue is enciphered;
 // this reader parses the catalogue itself, derives the AES-256 key from the
-// password (SHA-256 stretching), deciphers with AES-256-CBC and decodes with
-// liblzma. It takes the chains 7-Zip writes (copy, LZMA, LZMA2, the branch
-// filters, delta, AES); others are left to libarchive.
+// password (SHA-256 stretching), deciphers with AES-256-CBC and decodes the
+// coders 7-Zip writes (copy, LZMA, LZMA2, the branch filters and BCJ2,
+// delta, bzip2, deflate, deflate64, AES); PPMd is left to libarchive.
 #pragma once
 
 #include <memory>
