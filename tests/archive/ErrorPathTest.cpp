@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "CNewArchiveContentList.h"
 #include "archive/FacadeTest.h"
@@ -145,32 +144,6 @@ TEST_F(ErrorPathTest, SharingViolationIsRetriedOnceForZipOnly) {
         EXPECT_EQ(Names(out).size(), 1u) << "no attempt left a file behind";
         fs::remove(out / name);
     }
-}
-
-// The file is let go while the second attempt writes: that attempt makes the
-// archive.
-TEST_F(ErrorPathTest, SharingViolationThatClearsEndsInAnArchive) {
-    // Large enough that the second attempt is still writing when the file is
-    // let go.
-    fs::path source = Put("src/noise.bin", Noise(16u << 20, 5));
-    testsupport::WriteBytes(out / "held.zip", "in use");
-    HeldFile held(out / "held.zip");
-    if (!held.Held()) GTEST_SKIP() << "binding a file needs the right to mount";
-    FolderWatch watch(out);
-    std::atomic<bool> stop{false};
-    std::thread releaser([&] {
-        std::size_t attempts = 0;
-        while (!stop && attempts < 2) {
-            attempts += FolderWatch::Created(watch.Take(20), TemporaryPrefix("held.zip"));
-            if (attempts >= 2) held.Release();
-        }
-    });
-    auto archive = Created(out / "held.zip", format::zip, {source});
-    stop = true;
-    releaser.join();
-    EXPECT_EQ(archive->lastResult, 0);
-    EXPECT_TRUE(RunIn(out, "unzip -tq held.zip"));
-    EXPECT_EQ(Names(out), std::vector<std::string>{"held.zip"});
 }
 
 // The shell is shown a new archive on the desktop by moving it away and back.

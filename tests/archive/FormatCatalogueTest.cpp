@@ -20,22 +20,6 @@ using archivetest::ArchiveTest;
 constexpr unsigned kDefaultArchiveName = 498;
 constexpr unsigned kIndexPrefix = 763;
 
-// Every value of the enumeration that has a row.
-constexpr format::type kAllFormats[] = {
-    format::zip,     format::vnkx,   format::vnk,    format::vnkseg, format::vnksegN,
-    format::sea,     format::tar,    format::tgz,    format::tbz2,   format::tz,
-    format::sevenz,  format::lzma,   format::vnkbin, format::vnkhqx, format::vnkxbin,
-    format::vnkxhqx, format::zipuu,  format::zipuue, format::rar,    format::z,
-    format::tarz,    format::gz,     format::targz,  format::bz2,    format::tarbz2,
-    format::lha,     format::lzh,    format::cab,    format::tlzma,  format::apple,
-    format::arc,     format::arj,    format::b64,    format::hqx,    format::bin,
-    format::btoa,    format::freeze, format::mime,   format::mim,    format::mme,
-    format::other51, format::pf,     format::sco,    format::cpt,    format::compact,
-    format::uue,     format::uu,     format::ync,    format::yenc,   format::ntx,
-    format::cbz,     format::cbr,    format::cbt,    format::gtar,   format::gnutar,
-    format::ustar,   format::exe,    format::vidx,
-};
-
 // Changes the working folder for a scope.
 class WorkingFolder {
 public:
@@ -100,7 +84,9 @@ TEST(FormatCatalogue, EngineIdLookupIsExactAndNotTheInverseOfGetFormatID) {
 }
 
 TEST(FormatCatalogue, EveryEngineIdButCabLeadsBackToAFormatOfTheSameId) {
-    for (format::type type : kAllFormats) {
+    // Values without a row have no id and are passed over.
+    for (int value = format::zip; value <= format::vidx; ++value) {
+        const auto type = static_cast<format::type>(value);
         std::string id = EngineId(type);
         if (id.empty() || id == "cab") continue;
         format::type back = GetFormatType(id.c_str());

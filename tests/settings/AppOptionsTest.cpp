@@ -85,7 +85,8 @@ TEST_F(AppOptionsTest, SaveLosesTheRootValuesWhileTheRootKeyDoesNotExist) {
     EXPECT_EQ(CAppOptionsRepository().RecentListSize, 9u);
 }
 
-TEST_F(AppOptionsTest, RegistryDwordTwoReadsFalseAndLongStringsAreNotRead) {
+TEST_F(AppOptionsTest,
+       RegistryDwordTwoReadsFalseLongStringsAreNotReadAndStoredNumbersAreReadAsTheyStand) {
     OptionKey compression(L"\\CompressionOptions", true);
     compression.Write(L"DeleteSrc", DWORD{2});
     compression.Write(L"CompressOrig", DWORD{2});
@@ -95,6 +96,10 @@ TEST_F(AppOptionsTest, RegistryDwordTwoReadsFalseAndLongStringsAreNotRead) {
     av.Write(L"DropletLocation", std::wstring(512, L'b'));
     OptionKey(L"\\ExcludeLocations", true);  // a key without values
 
+    // Neither store checks a range: the using code copes with what it finds.
+    compression.Write(L"AddConflictMethod", DWORD{4000000000u});
+    OptionKey(L"\\ExpansionOptions", true).Write(L"ExpandConflictMethod", DWORD{99});
+
     CAppOptionsRepository options;
     EXPECT_FALSE(options.DeleteSrc);
     EXPECT_FALSE(options.CompressOrig);
@@ -102,13 +107,6 @@ TEST_F(AppOptionsTest, RegistryDwordTwoReadsFalseAndLongStringsAreNotRead) {
     EXPECT_EQ(options.AVPath.size(), 511u);
     EXPECT_TRUE(options.DropletLocation.empty());
     EXPECT_EQ(options.ExcludeLocations.size(), 3u);
-}
-
-// Neither store checks a range: the using code copes with what it finds.
-TEST_F(AppOptionsTest, StoredNumbersAreReadAsTheyStandOutOfRangeOrNot) {
-    OptionKey(L"\\CompressionOptions", true).Write(L"AddConflictMethod", DWORD{4000000000u});
-    OptionKey(L"\\ExpansionOptions", true).Write(L"ExpandConflictMethod", DWORD{99});
-    CAppOptionsRepository options;
     EXPECT_EQ(options.AddConflictMethod, 4000000000u);
     EXPECT_EQ(options.ExpandConflictMethod, 99u);
 

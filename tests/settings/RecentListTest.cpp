@@ -86,7 +86,7 @@ TEST_F(RecentListTest, LimitCutsSizeItemsAndSaveButNotTheArray) {
               (std::vector<std::wstring>{files[5], files[4], files[3], files[2], files[1]}));
 }
 
-TEST_F(RecentListTest, ReadDeletesGoneFilesAndSaveClosesTheGaps) {
+TEST_F(RecentListTest, ReadDeletesGoneFilesSaveClosesTheGapsButNeverRemovesOnlyClearDoes) {
     const std::wstring first = MakeFile("first"), last = MakeFile("last");
     Store(L"0", first);
     Store(L"2", platform::FromUtf8((home.Scratch() / "deleted").string()));
@@ -98,28 +98,16 @@ TEST_F(RecentListTest, ReadDeletesGoneFilesAndSaveClosesTheGaps) {
 
     list.Save();
     EXPECT_EQ(Stored(L"1"), last);
-    // The old value of the moved entry stays behind under its old index.
+    // The old value of the moved entry stays behind under its old index:
+    // a save never removes a stored value, even of an empty list; only
+    // Clear does.
     EXPECT_EQ(Stored(L"3"), last);
-}
-
-TEST_F(RecentListTest, SaveNeverRemovesStoredValuesOnlyClearDoes) {
-    const std::wstring a = MakeFile("a"), b = MakeFile("b");
-    {
-        CRecentList list;
-        list.Add(a.c_str());
-        list.Add(b.c_str());
-        list.Save();
-        list.Remove(a.c_str());
-        list.Remove(b.c_str());
-        list.Save();  // an empty list writes nothing
-    }
-    EXPECT_EQ(Stored(L"0"), b);
-    {
-        CRecentList list;
-        EXPECT_EQ(list.GetSize(), 2u);
-        list.Clear();
-        EXPECT_EQ(list.GetSize(), 0u);
-    }
+    list.Remove(first.c_str());
+    list.Remove(last.c_str());
+    list.Save();
+    EXPECT_EQ(Stored(L"0"), first);
+    list.Clear();
+    EXPECT_EQ(list.GetSize(), 0u);
     EXPECT_EQ(Stored(L"0"), L"<none>");
 }
 
