@@ -75,7 +75,7 @@ TEST_F(AppUtilsTest, ErrorMsgBoxAndErrorFormatFillTheTextWithTheArguments) {
     EXPECT_STREQ(CAppUtils::ErrorFormat(0xFFFF0, L"x"), L"");
 }
 
-TEST_F(AppUtilsTest, FormatFileSizeGroupsWithTheSeparatorOfWinIni) {
+TEST_F(AppUtilsTest, SizesAndNumbersGroupWithTheSeparatorsOfWinIni) {
     ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"."));
     EXPECT_EQ(SizeText(0), L"0");
     EXPECT_EQ(SizeText(1000005), L"1.000.005");
@@ -84,22 +84,16 @@ TEST_F(AppUtilsTest, FormatFileSizeGroupsWithTheSeparatorOfWinIni) {
     EXPECT_STREQ(CAppUtils::FormatFileSize(1, 0, out), L"4.294.967.296");
     EXPECT_EQ(CAppUtils::FormatFileSize(5, nullptr), nullptr);
 
-    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"\u2009"));
-    EXPECT_EQ(SizeText(12345), L"12\u2009345");
-}
-
-TEST_F(AppUtilsTest, NumberFormatsUseTheSeparators) {
-    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L","));
-    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sDecimal", L"."));
-    EXPECT_STREQ(CAppUtils::GetNumberFormatW(-1234567), L"-1,234,567");
-    EXPECT_STREQ(CAppUtils::GetNumberFormat64(9223372036854775807LL), L"9,223,372,036,854,775,807");
-    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, 2), L"1,234.50");
-    EXPECT_STREQ(CAppUtils::GetDoubleFormat(-0.25, 1), L"-0.2");
-    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, -3), L"1,234");
-
-    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"."));
     ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sDecimal", L","));
     EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234567.125, 3), L"1.234.567,125");
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(1234.5, -3), L"1.234");
+
+    ASSERT_TRUE(WriteProfileStringW(L"Intl", L"sThousand", L"\u2009"));
+    EXPECT_EQ(SizeText(12345), L"12\u2009345");
+    EXPECT_STREQ(CAppUtils::GetNumberFormatW(-1234567), L"-1\u2009234\u2009567");
+    EXPECT_STREQ(CAppUtils::GetNumberFormat64(9223372036854775807LL),
+                 L"9\u2009223\u2009372\u2009036\u2009854\u2009775\u2009807");
+    EXPECT_STREQ(CAppUtils::GetDoubleFormat(-0.25, 1), L"-0,2");
 }
 
 TEST(AppUtilsText, FitPathShortensToTheWidthInCharacters) {

@@ -130,7 +130,8 @@ TEST_F(LoggingTest, OpenLogWritesHeaderAndAppendsOrTruncates) {
     EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()).find("one"), std::string::npos);
 }
 
-TEST_F(LoggingTest, ClearLogEmptiesTheFileAndCloseAndDeleteRemovesIt) {
+TEST_F(LoggingTest,
+       ClearLogEmptiesTheFileAndCloseAndDeleteLogDeletesTheMostRecentlyOpenedLogNotItsOwn) {
     FILE *log = CLogging::OpenLog(L"Full", false);
     CLogging::Msg(log, 0, L"content\n");
     CLogging::CloseLog(log);
@@ -138,14 +139,19 @@ TEST_F(LoggingTest, ClearLogEmptiesTheFileAndCloseAndDeleteRemovesIt) {
     EXPECT_EQ(Utf8OfUtf16File(CLogging::LastLogPath()), "");
     CLogging::ClearLog(nullptr);
 
+    // The most recently opened log is the one deleted, not the one given.
     log = CLogging::OpenLog(L"Temporary", false);
     ASSERT_NE(log, nullptr);
     const std::wstring path = CLogging::LastLogPath();
-    ASSERT_TRUE(fs::exists(fs::path(path)));
+    FILE *second =
+        CLogging::OpenExternalLog((home.Scratch() / "second.log").wstring().c_str(), false);
+    ASSERT_NE(second, nullptr);
     CLogging::SetSessionErrorHandle(log);
     CLogging::CloseAndDeleteLog(log);
-    EXPECT_FALSE(fs::exists(fs::path(path)));
+    EXPECT_TRUE(fs::exists(fs::path(path)));
+    EXPECT_FALSE(fs::exists(home.Scratch() / "second.log"));
     EXPECT_EQ(CLogging::SessionErrorHandle(), nullptr);
+    CLogging::CloseLog(second);
     CLogging::CloseAndDeleteLog(nullptr);
     CLogging::CloseLog(nullptr);
 }
@@ -164,21 +170,6 @@ TEST_F(LoggingTest, OpenLogFailuresAreRecordedEachInItsOwnNameAndGiveNull) {
                    kTime + record + R"(OpenExternalLog \[line 79 : \.\\CLogging\]\r\n){2}$)")))
         << errors;
     EXPECT_EQ(CLogging::LastLogPath(), lastBefore);
-}
-
-TEST_F(LoggingTest, CloseAndDeleteLogDeletesTheMostRecentlyOpenedLogNotItsOwn) {
-    FILE *first = CLogging::OpenLog(L"First", false);
-    std::wstring firstPath = CLogging::LastLogPath();
-    FILE *second =
-        CLogging::OpenExternalLog((home.Scratch() / "second.log").wstring().c_str(), false);
-    std::wstring secondPath = CLogging::LastLogPath();
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-
-    CLogging::CloseAndDeleteLog(first);
-    EXPECT_TRUE(fs::exists(fs::path(firstPath)));
-    EXPECT_FALSE(fs::exists(fs::path(secondPath)));
-    CLogging::CloseLog(second);
 }
 
 TEST_F(LoggingTest, MsgCutsLongLinesAndLevelBoundsAreInclusive) {
