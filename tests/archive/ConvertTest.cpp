@@ -16,36 +16,21 @@ namespace {
 namespace fs = std::filesystem;
 using archivetest::EndLog;
 
-class ConvertTest : public archivetest::FacadeTest {
+class ConvertTest : public archivetest::SampleTreeTest {
 protected:
-    void SetUp() override {
-        FacadeTest::SetUp();
-        Put("src/a.txt", std::string(3000, 'a'));
-        Put("src/docs/b.txt", "bee");
-    }
-
     CArchiveConvert Converter() {
         return CArchiveConvert(parent, engine.GetEngine(), formatOptions.get());
     }
 
-    // The sample as an archive of `formatId` made by the engine.
-    fs::path Sample(const std::string &name, const char *formatId,
-                    const wchar_t *password = nullptr) {
-        const fs::path path = work / name;
-        EXPECT_EQ(Create(path, {work / "src/a.txt", work / "src/docs"}, formatId, password), 0);
-        return path;
-    }
-
-    // Expands `archive` through the library into `out` and checks the sample
-    // came back whole.
+    // Expands `archive` through the library and checks the sample came back
+    // whole.
     void ExpectSample(const fs::path &archive, const std::wstring &password = L"") {
         const fs::path out = work / ("out-" + archive.filename().string());
         auto opened = MakeArchive(archive);
         opened->password = password;
         RunToEnd(*opened, [&] { return opened->ExpandTo(Wide(out).c_str()); });
         EXPECT_EQ(opened->lastResult, 0) << archive;
-        EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a')) << archive;
-        EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee") << archive;
+        ExpectSampleIn(out);
     }
 };
 
@@ -123,12 +108,7 @@ TEST_F(ConvertTest, ASelfExtractingVnkxExpandsItselfIntoTheFolderItIsGiven) {
     wcsncpy_s(destination, MAX_PATH, Wide(work / "self.vnkx").c_str(), _TRUNCATE);
     ASSERT_TRUE(Converter().ConvertArchiveToVnkx(Wide(zip).c_str(), nullptr, destination, true));
 
-    const fs::path program = platform::ToUtf8(destination);
-    ASSERT_TRUE(fs::exists(program));
-    const fs::path out = work / "expanded";
-    ASSERT_TRUE(RunIn(work, "'" + program.string() + "' '" + out.string() + "' </dev/null"));
-    EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a'));
-    EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
+    ExpectExpandsItself(platform::ToUtf8(destination), work / "expanded");
 }
 
 }  // namespace

@@ -175,4 +175,45 @@ protected:
     std::filesystem::path work;
 };
 
+// Facade cases whose work folder holds the sample tree src/a.txt and
+// src/docs/b.txt: conversions and self-extracting programs.
+class SampleTreeTest : public FacadeTest {
+protected:
+    void SetUp() override {
+        FacadeTest::SetUp();
+        Put("src/a.txt", std::string(3000, 'a'));
+        Put("src/docs/b.txt", "bee");
+    }
+
+    // The sample as an archive of `formatId` made by the engine.
+    std::filesystem::path Sample(const std::string &name, const char *formatId,
+                                 const wchar_t *password = nullptr) {
+        const std::filesystem::path path = work / name;
+        EXPECT_EQ(Create(path, {work / "src/a.txt", work / "src/docs"}, formatId, password), 0);
+        return path;
+    }
+
+    static void ExpectSampleIn(const std::filesystem::path &folder) {
+        EXPECT_EQ(testsupport::ReadBytes(folder / "a.txt"), std::string(3000, 'a')) << folder;
+        EXPECT_EQ(testsupport::ReadBytes(folder / "docs/b.txt"), "bee") << folder;
+    }
+
+    static bool IsProgram(const std::filesystem::path &path) {
+        return testsupport::ReadBytes(path).rfind(
+                   "\x7f"
+                   "ELF",
+                   0) == 0;
+    }
+
+    // Runs the program with `arguments` and checks the sample came out in `out`.
+    void ExpectExpandsItself(const std::filesystem::path &program, const std::filesystem::path &out,
+                             const std::string &arguments = "") {
+        ASSERT_TRUE(IsProgram(program)) << program;
+        ASSERT_TRUE(RunIn(
+            work, "'" + program.string() + "' " + arguments + " '" + out.string() + "' </dev/null"))
+            << program;
+        ExpectSampleIn(out);
+    }
+};
+
 }  // namespace archivetest

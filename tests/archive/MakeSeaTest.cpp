@@ -17,39 +17,11 @@ namespace {
 namespace fs = std::filesystem;
 using archivetest::EndLog;
 
-class MakeSeaTest : public archivetest::FacadeTest {
+class MakeSeaTest : public archivetest::SampleTreeTest {
 protected:
     void SetUp() override {
-        FacadeTest::SetUp();
+        SampleTreeTest::SetUp();
         temp = home.Scratch("tmp");
-        Put("src/a.txt", std::string(3000, 'a'));
-        Put("src/docs/b.txt", "bee");
-    }
-
-    fs::path Sample(const std::string &name, const char *formatId,
-                    const wchar_t *password = nullptr) {
-        const fs::path path = work / name;
-        EXPECT_EQ(Create(path, {work / "src/a.txt", work / "src/docs"}, formatId, password), 0);
-        return path;
-    }
-
-    static bool IsProgram(const fs::path &path) {
-        return testsupport::ReadBytes(path).rfind(
-                   "\x7f"
-                   "ELF",
-                   0) == 0;
-    }
-
-    // Runs the program with `arguments` and checks the sample came out in
-    // `out`.
-    void ExpectExpandsItself(const fs::path &program, const fs::path &out,
-                             const std::string &arguments = "") {
-        ASSERT_TRUE(IsProgram(program)) << program;
-        ASSERT_TRUE(RunIn(
-            work, "'" + program.string() + "' " + arguments + " '" + out.string() + "' </dev/null"))
-            << program;
-        EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), std::string(3000, 'a'));
-        EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
     }
 
     void Run(CArchive &archive, const std::function<bool()> &start) { RunToEnd(archive, start); }
