@@ -16,6 +16,7 @@
 #include "Bcj2Decoder.h"
 #include "Deflate64Decoder.h"
 #include "Handles.h"
+#include "LibarchiveCoderDecoder.h"
 #include "Operation.h"
 #include "platform/WideText.h"
 
@@ -231,6 +232,7 @@ bool IsBcj2(const Coder &coder) { return IsId(coder, {0x03, 0x03, 0x01, 0x1B}); 
 bool IsBzip2(const Coder &coder) { return IsId(coder, {0x04, 0x02, 0x02}); }
 bool IsDeflate(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x08}); }
 bool IsDeflate64(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x09}); }
+bool IsPpmd(const Coder &coder) { return IsId(coder, {0x03, 0x04, 0x01}); }
 
 bool EndsLzmaChain(const Coder &coder) {
     lzma_vli filter = LzmaFilterOf(coder);
@@ -244,8 +246,9 @@ bool Decodable(const Folder &folder) {
     return std::all_of(folder.coders.begin(), folder.coders.end(), [](const Coder &coder) {
         if (coder.outStreams != 1) return false;
         if (IsBcj2(coder)) return coder.inStreams == 4;
-        return coder.inStreams == 1 && (IsAes(coder) || IsCopy(coder) || LzmaFilterOf(coder) != 0 ||
-                                        IsBzip2(coder) || IsDeflate(coder) || IsDeflate64(coder));
+        return coder.inStreams == 1 &&
+               (IsAes(coder) || IsCopy(coder) || LzmaFilterOf(coder) != 0 || IsBzip2(coder) ||
+                IsDeflate(coder) || IsDeflate64(coder) || IsPpmd(coder));
     });
 }
 
@@ -739,6 +742,23 @@ private:
     Deflate64Decoder decoder_;
 };
 
+class LibarchiveCoderStage final : public Stage {
+public:
+    LibarchiveCoderStage(std::unique_ptr<Stage> input, std::uint64_t inputSize, const Coder &coder,
+                         std::uint64_t size)
+        : input_(std::move(input)),
+          decoder_([this](std::uint8_t *buffer, std::size_t size,
+                          std::size_t &got) { return input_->Read(buffer, size, got); },
+                   inputSize, coder.id, coder.properties, size) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        return decoder_.Read(out, size, got);
+    }
+
+private:
+    std::unique_ptr<Stage> input_;
+    LibarchiveCoderDecoder decoder_;
+};
+
 class Bcj2Stage final : public Stage {
 public:
     Bcj2Stage(std::unique_ptr<Stage> (&inputs)[4], std::uint64_t size)
@@ -850,6 +870,9 @@ struct Builder {
             stage = std::make_unique<InflateStage>(std::move(input));
         } else if (IsDeflate64(c)) {
             stage = std::make_unique<Deflate64Stage>(std::move(input));
+        } else if (IsPpmd(c)) {
+            stage =
+                std::make_unique<LibarchiveCoderStage>(std::move(input), InputSize(in), c, size);
         } else {
             stage = std::move(input);  // copy
         }
@@ -871,6 +894,18 @@ struct Builder {
         stage =
             std::make_unique<PackStage>(fd, folder.packs[index].first, folder.packs[index].second);
         return kEngineOK;
+    }
+
+    // How many bytes feed in stream `in`.
+    std::uint64_t InputSize(std::size_t in) const {
+        auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
+                                  [&](const auto &pair) { return pair.first == in; });
+        if (bound != folder.bindPairs.end())
+            return bound->second < folder.unpackSizes.size() ? folder.unpackSizes[bound->second]
+                                                             : 0;
+        auto packed = std::find(folder.packedStreams.begin(), folder.packedStreams.end(), in);
+        std::size_t index = static_cast<std::size_t>(packed - folder.packedStreams.begin());
+        return index < folder.packs.size() ? folder.packs[index].second : 0;
     }
 
     // liblzma takes a branch or delta filter only with LZMA behind it: the
@@ -1194,15 +1229,18 @@ private:
     }
 
     // How much of a ciphered folder is decoded before its key is taken as
-    // right. A decompressor fails at once on a wrong key; a stored folder
-    // only shows it in an item's check value, so the probe reaches the end
-    // of its first item (up to a limit).
+    // right. LZMA, bzip2 and deflate fail at once on a wrong key; a stored
+    // folder, and PPMd or a filter, which take any bytes, only show it in an
+    // item's check value, so the probe reaches the end of its first item (up
+    // to a limit).
     std::uint64_t ProbeSize(const Folder &folder, std::size_t index) const {
-        bool decompresses =
-            std::any_of(folder.coders.begin(), folder.coders.end(),
-                        [](const Coder &coder) { return !IsAes(coder) && !IsCopy(coder); });
+        bool failsAtOnce =
+            std::any_of(folder.coders.begin(), folder.coders.end(), [](const Coder &coder) {
+                return EndsLzmaChain(coder) || IsBzip2(coder) || IsDeflate(coder) ||
+                       IsDeflate64(coder);
+            });
         std::uint64_t size = kChunk;
-        if (!decompresses) {
+        if (!failsAtOnce) {
             for (const auto &item : items_) {
                 if (!item.hasStream || item.folderIndex != index || !item.crc) continue;
                 size = std::max<std::uint64_t>(

@@ -3,7 +3,7 @@
 // this reader parses the catalogue itself, derives the AES-256 key from the
 // password (SHA-256 stretching), deciphers with AES-256-CBC and decodes the
 // coders 7-Zip writes (copy, LZMA, LZMA2, the branch filters and BCJ2,
-// delta, bzip2, deflate, deflate64, AES); PPMd is left to libarchive.
+// delta, bzip2, deflate, deflate64, PPMd through libarchive, AES).
 #pragma once
 
 #include <memory>

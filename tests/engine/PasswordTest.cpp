@@ -92,9 +92,9 @@ TEST_F(PasswordTest, Enciphered7zIsDecipheredItemsAndCatalogueAlike) {
     }
 
     // Enciphered chains of other shapes: the four-stream branch filter (BCJ2)
-    // of the strongest setting, and the coders libarchive would take, each
-    // behind the branch filter 7-Zip puts before executables. A damaged byte
-    // in the middle of the packed data shows; PPMd gives a clear code.
+    // of the strongest setting, and the other coders 7-Zip offers, each
+    // behind the branch filter it puts before executables (PPMd through
+    // libarchive). A damaged byte in the middle of the packed data shows.
     fs::copy_file(VARNICK_BIN_DIR "/varnick", folder / "in" / "tool");
     const std::pair<const char *, const char *> chains[] = {
         {"bcj2.7z", "7zz a -bd -psecret -mx9 ../bcj2.7z program tool secret.txt >/dev/null"},
@@ -102,6 +102,7 @@ TEST_F(PasswordTest, Enciphered7zIsDecipheredItemsAndCatalogueAlike) {
         {"deflate.7z", "7zz a -bd -psecret -m0=Deflate ../deflate.7z program tool >/dev/null"},
         {"deflate64.7z",
          "7zz a -bd -psecret -m0=Deflate64 ../deflate64.7z program tool >/dev/null"},
+        {"ppmd.7z", "7zz a -bd -psecret -m0=PPMd:mem=16m ../ppmd.7z program tool >/dev/null"},
     };
     for (const auto &[name, command] : chains) {
         fs::path archive = Made(name, command);
@@ -128,12 +129,13 @@ TEST_F(PasswordTest, Enciphered7zIsDecipheredItemsAndCatalogueAlike) {
             << name;
     }
     {
-        fs::path ppmd =
-            Made("ppmd.7z", "7zz a -bd -psecret -m0=PPMd ../ppmd.7z secret.txt >/dev/null");
+        // A coder no reader here has (a byte swap filter): a clear code.
+        fs::path swapped = Made(
+            "swap.7z", "7zz a -bd -psecret -m0=Swap4 -m1=LZMA2 ../swap.7z secret.txt >/dev/null");
         Recorder recorder(engine);
         std::vector<std::wstring> askedBy;
         Answer(recorder, {L"secret"}, askedBy);
-        EXPECT_EQ(Expand(ppmd, Scratch("out-ppmd")), kEngineMethodUnsupported);
+        EXPECT_EQ(Expand(swapped, Scratch("out-swap")), kEngineMethodUnsupported);
     }
     // Without a password the same four-stream filter is read alike.
     fs::path open = Made("branch-open.7z", "7zz a -bd -mx9 ../branch-open.7z program >/dev/null");
