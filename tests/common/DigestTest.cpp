@@ -83,7 +83,8 @@ TEST_F(DigestTest, KeysDigestTheUtf16TextMd5WholeAndSha1OnlyItsFirstHalf) {
     // A character beyond the 16-bit plane is a surrogate pair of four bytes.
     EXPECT_EQ(CCrypto::MakeMD5HashKey(L"x\U0001F600"), ExpectedMd5(Utf16(L"x\U0001F600")));
     EXPECT_EQ(CCrypto::MakeSHA1HashKey(L"abc"), ExpectedSha1(std::string("a\0b", 3)));
-    EXPECT_EQ(std::wstring(CCrypto::MakeSHA1HashKey(L"az")), CCrypto::MakeSHA1HashKey(L"ab"));
+    const std::wstring az = CCrypto::MakeSHA1HashKey(L"az");
+    EXPECT_EQ(az, CCrypto::MakeSHA1HashKey(L"ab"));
 }
 
 TEST_F(DigestTest, DigestFileHoldsTheDigestAndOneLineEnd) {
