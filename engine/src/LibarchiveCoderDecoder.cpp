@@ -7,27 +7,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "SevenZipFormat.h"
+
 namespace engine {
 namespace {
 
-constexpr std::uint8_t kSignature[6] = {'7', 'z', 0xBC, 0xAF, 0x27, 0x1C};
-constexpr std::size_t kSignatureSize = 32;
-constexpr std::size_t kChunk = 64 * 1024;
+using namespace sevenzip;
 
-// The catalogue's properties, as 7z numbers them.
-enum : std::uint8_t {
-    kEnd = 0x00,
-    kHeader = 0x01,
-    kMainStreamsInfo = 0x04,
-    kFilesInfo = 0x05,
-    kPackInfo = 0x06,
-    kUnPackInfo = 0x07,
-    kSubStreamsInfo = 0x08,
-    kSize = 0x09,
-    kFolder = 0x0B,
-    kCodersUnPackSize = 0x0C,
-    kName = 0x11,
-};
+constexpr std::size_t kChunk = 64 * 1024;
 
 // 7z's numbers: as many leading one bits in the first byte as bytes follow
 // (little-endian), the first byte's other bits above them.
@@ -92,18 +79,18 @@ struct LibarchiveCoderDecoder::Wrapped {
     bool opened = false;
     Result openFailure = kEngineOK;
 
-    std::uint64_t Size() const { return kSignatureSize + packedSize + catalogue.size(); }
+    std::uint64_t Size() const { return kSignatureHeaderSize + packedSize + catalogue.size(); }
 
     // The bytes at `position`: memory for the two ends, the source in order
     // for the middle. libarchive may read past the signature header before
     // it goes to the catalogue and back, so the first piece of the packed
     // bytes is kept to be read again.
     la_ssize_t Next(const void **out) {
-        if (position < kSignatureSize) {
+        if (position < kSignatureHeaderSize) {
             *out = head.data() + position;
-            return static_cast<la_ssize_t>(kSignatureSize - position);
+            return static_cast<la_ssize_t>(kSignatureHeaderSize - position);
         }
-        const std::uint64_t inPacked = position - kSignatureSize;
+        const std::uint64_t inPacked = position - kSignatureHeaderSize;
         if (inPacked < packedSize) {
             if (inPacked < first.size()) {
                 *out = first.data() + inPacked;
@@ -150,8 +137,8 @@ struct LibarchiveCoderDecoder::Wrapped {
     static la_int64_t Skip(archive *, void *self, la_int64_t request) {
         auto *wrapped = static_cast<Wrapped *>(self);
         // Within the packed bytes only by reading them.
-        if (wrapped->position >= kSignatureSize &&
-            wrapped->position < kSignatureSize + wrapped->packedSize)
+        if (wrapped->position >= kSignatureHeaderSize &&
+            wrapped->position < kSignatureHeaderSize + wrapped->packedSize)
             return 0;
         std::uint64_t room = wrapped->Size() - wrapped->position;
         std::uint64_t step = std::min<std::uint64_t>(room, static_cast<std::uint64_t>(request));
@@ -169,8 +156,8 @@ LibarchiveCoderDecoder::LibarchiveCoderDecoder(Source packed, std::uint64_t pack
     w.packed = std::move(packed);
     w.packedSize = packedSize;
     w.catalogue = Catalogue(packedSize, coderId, properties, size);
-    w.head.assign(kSignatureSize, 0);
-    std::memcpy(w.head.data(), kSignature, sizeof kSignature);
+    w.head.assign(kSignatureHeaderSize, 0);
+    std::memcpy(w.head.data(), kSignature.data(), kSignature.size());
     w.head[7] = 4;  // version 0.4
     PutLe(w.head.data() + 12, packedSize, 8);
     PutLe(w.head.data() + 20, w.catalogue.size(), 8);

@@ -4,13 +4,12 @@
 
 #include "FormatProfile.h"
 #include "LibArchive.h"
+#include "SevenZipFormat.h"
 #include "SevenZipReader.h"
 #include "Sniff.h"
 
 namespace engine {
 namespace {
-
-const char kSignature[] = "7z\xBC\xAF\x27\x1C";
 
 // Methods: 0 store, 1 deflate, 2 bzip2, 3 LZMA2 (the default), 4 PPMd,
 // 5 LZMA. The dictionary follows the level.
@@ -36,12 +35,11 @@ public:
     std::vector<std::string> Ids() const override { return {"sevenz"}; }
 
     std::optional<std::string> Sniff(SniffInput &input) const override {
-        std::string_view signature(kSignature, 6);
         const auto &head = input.Head();
-        if (sniff::AtText(head, 0, signature)) return "sevenz";
+        if (sniff::AtText(head, 0, sevenzip::kSignature)) return "sevenz";
         if (sniff::Executable(head)) {
             const auto &stub = input.Head(1024 * 1024);
-            std::size_t found = sniff::Find(stub, signature, 1);
+            std::size_t found = sniff::Find(stub, sevenzip::kSignature, 1);
             // The signature header is followed by its version (0, 2..4).
             if (found != std::string_view::npos && found + 7 < stub.size() && stub[found + 6] == 0)
                 return "sevenz";

@@ -18,6 +18,7 @@
 #include "Handles.h"
 #include "LibarchiveCoderDecoder.h"
 #include "Operation.h"
+#include "SevenZipFormat.h"
 #include "platform/WideText.h"
 
 namespace engine {
@@ -28,32 +29,7 @@ namespace {
 constexpr std::uint64_t kMaxCatalogue = 256ULL << 20;
 constexpr std::uint64_t kMaxCount = 1ULL << 24;
 constexpr std::size_t kChunk = 64 * 1024;
-constexpr int kSignatureHeaderSize = 32;
-
-enum Property : std::uint8_t {
-    kEnd = 0x00,
-    kHeader = 0x01,
-    kArchiveProperties = 0x02,
-    kAdditionalStreamsInfo = 0x03,
-    kMainStreamsInfo = 0x04,
-    kFilesInfo = 0x05,
-    kPackInfo = 0x06,
-    kUnPackInfo = 0x07,
-    kSubStreamsInfo = 0x08,
-    kSize = 0x09,
-    kCRC = 0x0A,
-    kFolder = 0x0B,
-    kCodersUnPackSize = 0x0C,
-    kNumUnPackStream = 0x0D,
-    kEmptyStream = 0x0E,
-    kEmptyFile = 0x0F,
-    kAnti = 0x10,
-    kName = 0x11,
-    kMTime = 0x14,
-    kWinAttributes = 0x15,
-    kEncodedHeader = 0x17,
-    kDummy = 0x19,
-};
+using namespace sevenzip;
 
 // Reads the catalogue's fields; any read past the end marks it damaged and
 // yields zeros from then on.
@@ -984,7 +960,8 @@ public:
         std::uint8_t start[kSignatureHeaderSize];
         if (pread(fd_, start, sizeof start, 0) != static_cast<ssize_t>(sizeof start))
             return kEngineCatalogueDamaged;
-        if (std::memcmp(start, "7z\xBC\xAF\x27\x1C", 6) != 0) return kEngineWrongFormat;
+        if (std::memcmp(start, kSignature.data(), kSignature.size()) != 0)
+            return kEngineWrongFormat;
         Fields header(start + 12, 20);
         std::uint64_t offset = header.U64(), size = header.U64();
         std::uint32_t crc = header.U32();
