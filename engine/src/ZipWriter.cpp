@@ -2,9 +2,6 @@
 
 #include <fcntl.h>
 #include <libdeflate.h>
-#include <openssl/core_names.h>
-#include <openssl/evp.h>
-#include <openssl/rand.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -20,7 +17,9 @@
 #include "LibArchive.h"
 #include "Operation.h"
 #include "OrderedWorkerPool.h"
+#include "ZipAesCipher.h"
 #include "ZipDirectory.h"
+#include "ZipTraditionalCipher.h"
 
 namespace engine {
 namespace {
@@ -80,122 +79,6 @@ void DosTime(const std::optional<EngineDateTime> &modified, std::uint16_t &date,
     time = static_cast<std::uint16_t>((local.tm_hour << 11) | (local.tm_min << 5) |
                                       (local.tm_sec / 2));
 }
-
-// ---------------------------------------------------------------------------
-// Encryption.
-
-// WinZip AES (AE-2): PBKDF2-HMAC-SHA1 keys, AES in counter mode with a
-// little-endian counter from 1, an HMAC-SHA1 of the enciphered data.
-class AesEncryptor {
-public:
-    ~AesEncryptor() {
-        if (cipher_) EVP_CIPHER_CTX_free(cipher_);
-        if (mac_) EVP_MAC_CTX_free(mac_);
-        if (macKind_) EVP_MAC_free(macKind_);
-    }
-    // The salt and password verifier that precede the data.
-    bool Start(const std::string &password, bool aes256, Bytes &header) {
-        std::size_t keyLength = aes256 ? 32 : 16, saltLength = aes256 ? 16 : 8;
-        Bytes salt(saltLength);
-        if (RAND_bytes(salt.data(), static_cast<int>(salt.size())) != 1) return false;
-        Bytes material(2 * keyLength + 2);
-        if (PKCS5_PBKDF2_HMAC_SHA1(password.data(), static_cast<int>(password.size()), salt.data(),
-                                   static_cast<int>(salt.size()), 1000,
-                                   static_cast<int>(material.size()), material.data()) != 1)
-            return false;
-        cipher_ = EVP_CIPHER_CTX_new();
-        if (!cipher_ || EVP_EncryptInit_ex(cipher_, aes256 ? EVP_aes_256_ecb() : EVP_aes_128_ecb(),
-                                           nullptr, material.data(), nullptr) != 1)
-            return false;
-        EVP_CIPHER_CTX_set_padding(cipher_, 0);
-        macKind_ = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-        mac_ = macKind_ ? EVP_MAC_CTX_new(macKind_) : nullptr;
-        char digest[] = "SHA1";
-        OSSL_PARAM parameters[] = {
-            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-            OSSL_PARAM_construct_end()};
-        if (!mac_ || EVP_MAC_init(mac_, material.data() + keyLength, keyLength, parameters) != 1)
-            return false;
-        header = salt;
-        header.push_back(material[2 * keyLength]);
-        header.push_back(material[2 * keyLength + 1]);
-        return true;
-    }
-    bool Update(std::uint8_t *data, std::size_t size) {
-        std::size_t at = 0;
-        while (at < size) {
-            if (used_ == 16) {
-                if (!NextBlock()) return false;
-            }
-            std::size_t run = std::min<std::size_t>(16 - used_, size - at);
-            for (std::size_t i = 0; i < run; ++i) data[at + i] ^= stream_[used_ + i];
-            used_ += run;
-            at += run;
-        }
-        return EVP_MAC_update(mac_, data, size) == 1;
-    }
-    // The first ten bytes of the HMAC, which follow the data.
-    bool Finish(Bytes &code) {
-        std::uint8_t full[EVP_MAX_MD_SIZE];
-        std::size_t length = 0;
-        if (EVP_MAC_final(mac_, full, &length, sizeof full) != 1 || length < 10) return false;
-        code.assign(full, full + 10);
-        return true;
-    }
-
-private:
-    bool NextBlock() {
-        ++counter_;
-        std::uint8_t block[16] = {};
-        for (int i = 0; i < 8; ++i) block[i] = static_cast<std::uint8_t>(counter_ >> (8 * i));
-        int produced = 0;
-        if (EVP_EncryptUpdate(cipher_, stream_, &produced, block, 16) != 1 || produced != 16)
-            return false;
-        used_ = 0;
-        return true;
-    }
-
-    EVP_CIPHER_CTX *cipher_ = nullptr;
-    EVP_MAC *macKind_ = nullptr;
-    EVP_MAC_CTX *mac_ = nullptr;
-    std::uint64_t counter_ = 0;
-    std::uint8_t stream_[16] = {};
-    std::size_t used_ = 16;
-};
-
-// The traditional PKWARE cipher of the zip format: three keys
-// stirred by every plaintext byte.
-class TraditionalEncryptor {
-public:
-    // The twelve-byte header; its last byte is the check byte.
-    bool Start(const std::string &password, std::uint8_t check, Bytes &header) {
-        for (char c : password) Stir(static_cast<std::uint8_t>(c));
-        header.resize(12);
-        if (RAND_bytes(header.data(), 11) != 1) return false;
-        header[11] = check;
-        Update(header.data(), header.size());
-        return true;
-    }
-    void Update(std::uint8_t *data, std::size_t size) {
-        for (std::size_t i = 0; i < size; ++i) {
-            std::uint32_t temp = (keys_[2] | 2) & 0xFFFF;
-            std::uint8_t plain = data[i];
-            data[i] = static_cast<std::uint8_t>(plain ^ ((temp * (temp ^ 1)) >> 8));
-            Stir(plain);
-        }
-    }
-
-private:
-    static std::uint32_t Crc(std::uint32_t crc, std::uint8_t byte) {
-        return (crc >> 8) ^ static_cast<std::uint32_t>(get_crc_table()[(crc ^ byte) & 0xFF]);
-    }
-    void Stir(std::uint8_t byte) {
-        keys_[0] = Crc(keys_[0], byte);
-        keys_[1] = (keys_[1] + (keys_[0] & 0xFF)) * 134775813u + 1;
-        keys_[2] = Crc(keys_[2], static_cast<std::uint8_t>(keys_[1] >> 24));
-    }
-    std::uint32_t keys_[3] = {0x12345678u, 0x23456789u, 0x34567890u};
-};
 
 // ---------------------------------------------------------------------------
 
@@ -440,15 +323,16 @@ private:
         if (settings_.cipher == ZipWriteSettings::Cipher::None || job.info.folder) return kEngineOK;
         Bytes header, trailer;
         if (settings_.cipher == ZipWriteSettings::Cipher::Traditional) {
-            TraditionalEncryptor cipher;
-            if (!cipher.Start(request_.password, static_cast<std::uint8_t>(job.crc >> 24), header))
+            ZipTraditionalCipher cipher;
+            if (!cipher.StartEncrypting(request_.password, static_cast<std::uint8_t>(job.crc >> 24),
+                                        header))
                 return kEngineEncryptFailed;
-            cipher.Update(job.data.data(), job.data.size());
+            cipher.Encrypt(job.data.data(), job.data.size());
         } else {
-            AesEncryptor cipher;
+            ZipAesCipher cipher;
             bool aes256 = settings_.cipher == ZipWriteSettings::Cipher::Aes256;
-            if (!cipher.Start(request_.password, aes256, header) ||
-                !cipher.Update(job.data.data(), job.data.size()) || !cipher.Finish(trailer))
+            if (!cipher.StartEncrypting(request_.password, aes256 ? 3 : 1, header) ||
+                !cipher.Encrypt(job.data.data(), job.data.size()) || !cipher.Code(trailer))
                 return kEngineEncryptFailed;
             job.aesExtra = AesExtra(aes256, job.method);
         }
@@ -587,14 +471,16 @@ private:
         Bytes header = LocalHeader(entry, true);
         if (Result result = Write(header.data(), header.size())) return result;
 
-        AesEncryptor aesCipher;
-        TraditionalEncryptor pkCipher;
+        ZipAesCipher aesCipher;
+        ZipTraditionalCipher pkCipher;
         Bytes prefix;
-        if (aes && !aesCipher.Start(request_.password,
-                                    settings_.cipher == ZipWriteSettings::Cipher::Aes256, prefix))
+        if (aes && !aesCipher.StartEncrypting(
+                       request_.password,
+                       settings_.cipher == ZipWriteSettings::Cipher::Aes256 ? 3 : 1, prefix))
             return kEngineEncryptFailed;
         if (traditional &&
-            !pkCipher.Start(request_.password, static_cast<std::uint8_t>(entry.time >> 8), prefix))
+            !pkCipher.StartEncrypting(request_.password, static_cast<std::uint8_t>(entry.time >> 8),
+                                      prefix))
             return kEngineEncryptFailed;
         if (Result result = Write(prefix.data(), prefix.size())) return result;
         std::uint64_t compressed = prefix.size();
@@ -615,8 +501,8 @@ private:
         std::uint32_t crc = 0;
         std::uint64_t size = 0;
         auto emit = [&](std::uint8_t *bytes, std::size_t count) -> Result {
-            if (aes && !aesCipher.Update(bytes, count)) return kEngineEncryptFailed;
-            if (traditional) pkCipher.Update(bytes, count);
+            if (aes && !aesCipher.Encrypt(bytes, count)) return kEngineEncryptFailed;
+            if (traditional) pkCipher.Encrypt(bytes, count);
             compressed += count;
             return Write(bytes, count);
         };
@@ -646,7 +532,7 @@ private:
         }
         if (aes) {
             Bytes code;
-            if (!aesCipher.Finish(code)) return kEngineEncryptFailed;
+            if (!aesCipher.Code(code)) return kEngineEncryptFailed;
             if (Result result = Write(code.data(), code.size())) return result;
             compressed += code.size();
         }
