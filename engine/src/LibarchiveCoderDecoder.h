@@ -1,8 +1,9 @@
-// Decodes one 7z coder that only libarchive has (PPMd) from its plain packed
-// stream. libarchive offers its coders only inside archives, so the stream
-// is handed to it wrapped as a 7z archive of one item: a signature header,
-// the packed bytes as they come, and a catalogue of one folder with that
-// coder alone. The engine's 7z reader uses it for what it has deciphered.
+// Decodes one coder's stream with a decoder that only libarchive has (7z's
+// PPMd, zip's PPMd, bzip2, LZMA, xz and zstd behind a cipher libarchive
+// cannot undo). libarchive offers its decoders only inside archives, so the
+// stream is handed to it in an envelope: an archive of one item whose
+// bytes before and after the stream the caller makes, read by the format
+// reader the caller names. The stream itself is read once, in order.
 #pragma once
 
 #include <cstddef>
@@ -13,16 +14,22 @@
 
 #include "Result.h"
 
+struct archive;
+
 namespace engine {
 
 class LibarchiveCoderDecoder {
 public:
-    // Puts up to `size` packed bytes into `buffer`; `got` 0 at the end.
+    // Puts up to `size` bytes of the stream into `buffer`; `got` 0 at its end.
     using Source = std::function<Result(std::uint8_t *buffer, std::size_t size, std::size_t &got)>;
 
-    LibarchiveCoderDecoder(Source packed, std::uint64_t packedSize,
-                           const std::vector<std::uint8_t> &coderId,
-                           const std::vector<std::uint8_t> &properties, std::uint64_t size);
+    struct Envelope {
+        std::vector<std::uint8_t> before, after;
+        int (*enable)(archive *) = nullptr;  // the format reader
+        const char *options = nullptr;       // for archive_read_set_options
+    };
+
+    LibarchiveCoderDecoder(Source stream, std::uint64_t streamSize, Envelope envelope);
     ~LibarchiveCoderDecoder();
     LibarchiveCoderDecoder(const LibarchiveCoderDecoder &) = delete;
     LibarchiveCoderDecoder &operator=(const LibarchiveCoderDecoder &) = delete;
@@ -32,10 +39,10 @@ public:
     Result Read(std::uint8_t *out, std::size_t size, std::size_t &got);
 
 private:
-    // Opens the wrapped archive at the first read, when the source is ready.
+    // Opens the envelope at the first read, when the source is ready.
     Result Open();
 
-    struct Wrapped;  // the archive libarchive reads, and its handle
+    struct Wrapped;  // the envelope as libarchive reads it, and its handle
     std::unique_ptr<Wrapped> wrapped_;
 };
 

@@ -1,5 +1,6 @@
 #include "SevenZipReader.h"
 
+#include <archive.h>
 #include <bzlib.h>
 #include <fcntl.h>
 #include <lzma.h>
@@ -14,6 +15,7 @@
 #include <optional>
 
 #include "Bcj2Decoder.h"
+#include "ByteOrder.h"
 #include "Deflate64Decoder.h"
 #include "Handles.h"
 #include "LibarchiveCoderDecoder.h"
@@ -718,6 +720,71 @@ private:
     Deflate64Decoder decoder_;
 };
 
+// 7z's numbers: as many leading one bits in the first byte as bytes follow
+// (little-endian), the first byte's other bits above them.
+void PutNumber(std::vector<std::uint8_t> &out, std::uint64_t value) {
+    int extra = 0;
+    while (extra < 8 && value >= (std::uint64_t{1} << (7 * (extra + 1)))) ++extra;
+    const std::uint8_t mask = static_cast<std::uint8_t>(0xFF00u >> extra);
+    const std::uint64_t high = extra < 8 ? value >> (8 * extra) : 0;
+    out.push_back(static_cast<std::uint8_t>(mask | high));
+    for (int i = 0; i < extra; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+std::vector<std::uint8_t> OneItemCatalogue(std::uint64_t packedSize,
+                                           const std::vector<std::uint8_t> &id,
+                                           const std::vector<std::uint8_t> &properties,
+                                           std::uint64_t size) {
+    std::vector<std::uint8_t> c = {kHeader, kMainStreamsInfo, kPackInfo};
+    PutNumber(c, 0);  // the packed bytes follow the signature header
+    PutNumber(c, 1);
+    c.push_back(kSize);
+    PutNumber(c, packedSize);
+    c.push_back(kEnd);
+    c.insert(c.end(), {kUnPackInfo, kFolder});
+    PutNumber(c, 1);
+    c.push_back(0);   // the folder is here, not elsewhere
+    PutNumber(c, 1);  // one coder, one stream in and out
+    c.push_back(static_cast<std::uint8_t>(id.size() | (properties.empty() ? 0 : 0x20)));
+    c.insert(c.end(), id.begin(), id.end());
+    if (!properties.empty()) {
+        PutNumber(c, properties.size());
+        c.insert(c.end(), properties.begin(), properties.end());
+    }
+    c.push_back(kCodersUnPackSize);
+    PutNumber(c, size);
+    // One stream in the folder (libarchive wants the substreams said).
+    c.insert(c.end(), {kEnd, kSubStreamsInfo, kEnd, kEnd});
+    c.push_back(kFilesInfo);
+    PutNumber(c, 1);
+    c.push_back(kName);
+    PutNumber(c, 1 + 4);
+    c.insert(c.end(), {0, 'x', 0, 0, 0});  // not elsewhere; "x" in UTF-16LE
+    c.insert(c.end(), {kEnd, kEnd});
+    return c;
+}
+
+// A 7z archive of one item around a coder's packed stream, for libarchive:
+// the signature header before it, a catalogue of one folder with that coder
+// alone after it.
+LibarchiveCoderDecoder::Envelope OneItemArchive(std::uint64_t packedSize, const Coder &coder,
+                                                std::uint64_t size) {
+    LibarchiveCoderDecoder::Envelope envelope;
+    envelope.after = OneItemCatalogue(packedSize, coder.id, coder.properties, size);
+    auto &head = envelope.before;
+    head.assign(kSignature.begin(), kSignature.end());
+    head.insert(head.end(), {0, 4});  // version 0.4
+    Put32(head, 0);                   // its own CRC, below
+    Put64(head, packedSize);          // the catalogue follows the stream
+    Put64(head, envelope.after.size());
+    Put32(head, static_cast<std::uint32_t>(
+                    crc32(0, envelope.after.data(), static_cast<uInt>(envelope.after.size()))));
+    const std::uint32_t own = static_cast<std::uint32_t>(crc32(0, head.data() + 12, 20));
+    for (int i = 0; i < 4; ++i) head[8 + i] = static_cast<std::uint8_t>(own >> (8 * i));
+    envelope.enable = archive_read_support_format_7zip;
+    return envelope;
+}
+
 class LibarchiveCoderStage final : public Stage {
 public:
     LibarchiveCoderStage(std::unique_ptr<Stage> input, std::uint64_t inputSize, const Coder &coder,
@@ -725,7 +792,7 @@ public:
         : input_(std::move(input)),
           decoder_([this](std::uint8_t *buffer, std::size_t size,
                           std::size_t &got) { return input_->Read(buffer, size, got); },
-                   inputSize, coder.id, coder.properties, size) {}
+                   inputSize, OneItemArchive(inputSize, coder, size)) {}
     Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
         return decoder_.Read(out, size, got);
     }

@@ -173,6 +173,7 @@ Result ReadZipDirectory(const std::string &path, ZipDirectory &directory) {
         item->versionNeeded = Le16(h + 6);
         item->flags = Le16(h + 8);
         item->method = Le16(h + 10);
+        item->dosTime = Le16(h + 12);
         item->crc = Le32(h + 16);
         item->compressedSize = Le32(h + 20);
         item->size = Le32(h + 24);

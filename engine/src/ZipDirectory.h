@@ -21,6 +21,7 @@ struct ZipStoredItem final : StoredData {
     std::uint32_t crc = 0;
     std::uint16_t method = 0;
     std::uint16_t flags = 0;
+    std::uint16_t dosTime = 0;  // its high byte checks a password when the sizes follow the data
     std::uint16_t versionNeeded = 20;
     std::uint16_t madeBy = 0;
     std::uint32_t externalAttributes = 0;

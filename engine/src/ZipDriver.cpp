@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <map>
 
-#include "Deflate64Decoder.h"
 #include "FileSystem.h"
 #include "FormatProfile.h"
 #include "LibArchive.h"
 #include "Sniff.h"
 #include "ZipDirectory.h"
+#include "ZipItemDecoder.h"
 #include "ZipWriter.h"
 
 namespace engine {
@@ -66,15 +66,18 @@ bool EndRecordFits(SniffInput &input) {
 
 void EnableZip(archive *handle) { archive_read_support_format_zip(handle); }
 
-constexpr std::uint16_t kMethodDeflate64 = 9;
-
 // libarchive's items, each joined with its central directory record by
-// name, in order. Deflate64 data, which libarchive cannot decode, the
-// engine decodes from the archive itself.
+// name, in order. The data libarchive cannot give (Deflate64, enciphered
+// methods other than store and deflate) the engine decodes from the
+// archive itself.
 class ZipCursor final : public ReadCursor {
 public:
-    ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory, std::string path)
-        : inner_(std::move(inner)), comment_(directory.comment), path_(std::move(path)) {
+    ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory, std::string path,
+              PasswordSource *passwords)
+        : inner_(std::move(inner)),
+          comment_(directory.comment),
+          path_(std::move(path)),
+          passwords_(passwords) {
         for (auto &entry : directory.entries)
             byName_[CleanItemPath(entry.name)].push_back(std::move(entry));
         for (auto &[name, entries] : byName_) std::reverse(entries.begin(), entries.end());
@@ -82,6 +85,7 @@ public:
     Result Next(ItemInfo &info) override {
         Result result = inner_->Next(info);
         if (result != kEngineOK) return result;
+        index_ = index_ == kNoIndex ? 0 : index_ + 1;
         auto found = byName_.find(info.path);
         if (found != byName_.end() && !found->second.empty()) {
             ZipDirectoryEntry entry = std::move(found->second.back());
@@ -95,15 +99,14 @@ public:
         }
         crc_ = 0;
         length_ = 0;
-        deflate64_.reset();
+        decoder_.reset();
         return kEngineOK;
     }
     // libarchive checks the CRC of what it inflates, not of stored data, so
     // every item's data is held against its central record here.
     Result Read(void *buffer, std::size_t size, std::size_t &got) override {
-        Result result = DecodedHere()
-                            ? ReadDeflate64(static_cast<std::uint8_t *>(buffer), size, got)
-                            : inner_->Read(buffer, size, got);
+        Result result = DecodedHere() ? ReadHere(static_cast<std::uint8_t *>(buffer), size, got)
+                                      : inner_->Read(buffer, size, got);
         if (result != kEngineOK || !Checkable()) return result;
         if (got > 0) {
             crc_ = static_cast<std::uint32_t>(
@@ -129,39 +132,24 @@ private:
     // AES items (AE-2) keep no CRC; their authentication code is checked
     // by libarchive instead.
     bool Checkable() const { return checked_ && checked_->aesExtra.empty(); }
-    // Enciphered Deflate64 stays libarchive's to refuse.
-    bool DecodedHere() const {
-        return checked_ && checked_->method == kMethodDeflate64 && !(checked_->flags & 1);
-    }
+    bool DecodedHere() const { return checked_ && ZipItemDecoder::Needed(*checked_); }
 
-    Result ReadDeflate64(std::uint8_t *out, std::size_t size, std::size_t &got) {
+    Result ReadHere(std::uint8_t *out, std::size_t size, std::size_t &got) {
         got = 0;
-        if (!deflate64_) {
+        if (!decoder_) {
             if (!archive_.valid()) archive_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
             if (!archive_.valid()) return LastErrno();
-            if (Result result = ZipDataStart(archive_.get(), checked_->localOffset, dataAt_))
-                return result;
-            dataLeft_ = checked_->compressedSize;
-            deflate64_ =
-                std::make_unique<Deflate64Decoder>([this](std::uint8_t *buffer, std::size_t want) {
-                    return ReadStored(buffer, want);
-                });
+            decoder_ =
+                std::make_unique<ZipItemDecoder>(archive_.get(), *checked_, passwords_, index_);
         }
-        return deflate64_->Read(out, size, got);
-    }
-    std::size_t ReadStored(std::uint8_t *buffer, std::size_t want) {
-        want = static_cast<std::size_t>(std::min<std::uint64_t>(want, dataLeft_));
-        ssize_t read = want ? pread(archive_.get(), buffer, want, static_cast<off_t>(dataAt_)) : 0;
-        if (read <= 0) return 0;
-        dataAt_ += static_cast<std::uint64_t>(read);
-        dataLeft_ -= static_cast<std::uint64_t>(read);
-        return static_cast<std::size_t>(read);
+        return decoder_->Read(out, size, got);
     }
 
     std::string path_;
+    PasswordSource *passwords_;
+    std::size_t index_ = kNoIndex;
     UniqueFd archive_;
-    std::unique_ptr<Deflate64Decoder> deflate64_;
-    std::uint64_t dataAt_ = 0, dataLeft_ = 0;
+    std::unique_ptr<ZipItemDecoder> decoder_;
 };
 
 class Zip final : public Driver {
@@ -187,7 +175,8 @@ public:
         // only it tells; libarchive's reading stands.
         ZipDirectory directory;
         if (ReadZipDirectory(request.path, directory) != kEngineOK) directory = ZipDirectory();
-        cursor = std::make_unique<ZipCursor>(std::move(inner), std::move(directory), request.path);
+        cursor = std::make_unique<ZipCursor>(std::move(inner), std::move(directory), request.path,
+                                             request.passwords);
         return kEngineOK;
     }
 

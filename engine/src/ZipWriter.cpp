@@ -12,6 +12,7 @@
 #include <deque>
 #include <memory>
 
+#include "ByteOrder.h"
 #include "FileSystem.h"
 #include "Handles.h"
 #include "LibArchive.h"
@@ -43,18 +44,6 @@ constexpr std::size_t kStreamChunk = 1 << 20;
 constexpr std::uint64_t kBatchBytes = 4ULL << 20;
 constexpr std::size_t kBatchItems = 64;
 
-void Put16(Bytes &out, std::uint32_t value) {
-    out.push_back(static_cast<std::uint8_t>(value));
-    out.push_back(static_cast<std::uint8_t>(value >> 8));
-}
-void Put32(Bytes &out, std::uint32_t value) {
-    Put16(out, value & 0xFFFF);
-    Put16(out, value >> 16);
-}
-void Put64(Bytes &out, std::uint64_t value) {
-    Put32(out, static_cast<std::uint32_t>(value));
-    Put32(out, static_cast<std::uint32_t>(value >> 32));
-}
 void PutBytes(Bytes &out, const Bytes &bytes) { out.insert(out.end(), bytes.begin(), bytes.end()); }
 std::uint32_t Clip32(std::uint64_t value) {
     return value >= kMarker32 ? kMarker32 : static_cast<std::uint32_t>(value);

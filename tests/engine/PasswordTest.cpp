@@ -52,6 +52,16 @@ TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
         {"bsdtar-traditional.zip",
          "bsdtar --format zip --options zip:encryption=zipcrypt --passphrase secret -cf "
          "../bsdtar-traditional.zip ."},
+        // Methods libarchive does not decipher: the engine does.
+        {"aes-bzip2.zip",
+         "7zz a -bd -tzip -psecret -mem=AES256 -mm=BZip2 ../aes-bzip2.zip . >/dev/null"},
+        {"aes192-lzma.zip",
+         "7zz a -bd -tzip -psecret -mem=AES192 -mm=LZMA ../aes192-lzma.zip . >/dev/null"},
+        {"traditional-ppmd.zip",
+         "7zz a -bd -tzip -psecret -mem=ZipCrypto -mm=PPMd ../traditional-ppmd.zip . >/dev/null"},
+        {"traditional-deflate64.zip",
+         "7zz a -bd -tzip -psecret -mem=ZipCrypto -mm=Deflate64 "
+         "../traditional-deflate64.zip . >/dev/null"},
     };
     for (const auto &[name, command] : kinds) {
         fs::path archive = Made(name, command);
@@ -68,6 +78,31 @@ TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
         EXPECT_EQ(askedBy[0], askedBy[1]);
         EXPECT_EQ(askedBy[1], askedBy[2]);
         EXPECT_EQ(askedBy.size(), 3u) << name;
+    }
+}
+
+// The items the engine deciphers itself hold their damage against the
+// authentication code (AES) or the CRC (traditional).
+TEST_F(PasswordTest, DamageInZipItemsTheEngineDeciphersIsFound) {
+    ASSERT_EQ(RunShell("head -c 300000 /dev/urandom > noise.bin", folder / "in").status, 0);
+    const std::pair<const char *, const char *> kinds[] = {
+        {"aes-bzip2.zip",
+         "7zz a -bd -tzip -psecret -mem=AES256 -mm=BZip2 ../aes-bzip2.zip "
+         "noise.bin >/dev/null"},
+        {"traditional-lzma.zip",
+         "7zz a -bd -tzip -psecret -mem=ZipCrypto -mm=LZMA "
+         "../traditional-lzma.zip noise.bin >/dev/null"},
+    };
+    for (const auto &[name, command] : kinds) {
+        std::string bytes = ReadFile(Made(name, command));
+        bytes[bytes.size() / 2] ^= 0x01;
+        fs::path damaged = Scratch("damaged") / name;
+        WriteFile(damaged, bytes);
+        Recorder recorder(engine);
+        std::vector<std::wstring> askedBy;
+        Answer(recorder, {L"secret"}, askedBy);
+        EXPECT_EQ(Expand(damaged, Scratch(std::string("out-") + name)), kEngineItemDataDamaged)
+            << name;
     }
 }
 

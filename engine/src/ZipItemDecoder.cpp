@@ -1,0 +1,183 @@
+#include "ZipItemDecoder.h"
+
+#include <archive.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "ByteOrder.h"
+
+namespace engine {
+namespace {
+
+constexpr std::uint16_t kMethodStore = 0, kMethodDeflate = 8, kMethodDeflate64 = 9, kMethodAes = 99;
+constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008;
+// The method's own option bits (deflate's level, LZMA's end marker).
+constexpr std::uint16_t kFlagMethodOptions = 0x0006;
+constexpr std::uint32_t kLocalSignature = 0x04034b50;
+
+bool IsAes(const ZipStoredItem &item) {
+    return item.method == kMethodAes && item.aesExtra.size() >= 11;
+}
+
+// The method the data was compressed with; an AES item names it in its extra field.
+std::uint16_t RealMethod(const ZipStoredItem &item) {
+    return IsAes(item) ? Le16(item.aesExtra.data() + 9) : item.method;
+}
+
+// An unenciphered zip of one item, named "x", around a compressed stream,
+// for libarchive's reader of zips as streams (it needs no directory).
+LibarchiveCoderDecoder::Envelope OneItemZip(const ZipStoredItem &item, std::uint16_t method,
+                                            std::uint64_t compressed) {
+    const bool large = compressed >= 0xFFFFFFFFu || item.size >= 0xFFFFFFFFu;
+    LibarchiveCoderDecoder::Envelope envelope;
+    auto &local = envelope.before;
+    Put32(local, kLocalSignature);
+    Put16(local, large ? 45 : 63);
+    Put16(local, item.flags & kFlagMethodOptions);
+    Put16(local, method);
+    Put16(local, 0);             // time
+    Put16(local, (1 << 5) | 1);  // 1980-01-01
+    Put32(local, IsAes(item) ? 0 : item.crc);
+    Put32(local, large ? 0xFFFFFFFFu : static_cast<std::uint32_t>(compressed));
+    Put32(local, large ? 0xFFFFFFFFu : static_cast<std::uint32_t>(item.size));
+    Put16(local, 1);               // the name's length
+    Put16(local, large ? 20 : 0);  // the extra field's
+    local.push_back('x');
+    if (large) {
+        Put16(local, 0x0001);
+        Put16(local, 16);
+        Put64(local, item.size);
+        Put64(local, compressed);
+    }
+    envelope.enable = archive_read_support_format_zip_streamable;
+    // An AES item keeps no CRC; the others' is checked by the engine's cursor.
+    envelope.options = "zip:ignorecrc32";
+    return envelope;
+}
+
+}  // namespace
+
+bool ZipItemDecoder::Needed(const ZipStoredItem &item) {
+    const std::uint16_t method = RealMethod(item);
+    if (!(item.flags & kFlagEncrypted)) return method == kMethodDeflate64;
+    // libarchive deciphers AES items of any method but does not hold them
+    // against their authentication code: damage in a stored one went by.
+    if (IsAes(item)) return true;
+    return method != kMethodStore && method != kMethodDeflate;
+}
+
+ZipItemDecoder::ZipItemDecoder(int fd, const ZipStoredItem &item, PasswordSource *passwords,
+                               std::size_t index)
+    : fd_(fd), item_(item), passwords_(passwords), index_(index), method_(RealMethod(item)) {}
+
+Result ZipItemDecoder::ReadRaw(std::uint8_t *out, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        ssize_t count = pread(fd_, out + done, size - done, static_cast<off_t>(at_ + done));
+        if (count < 0) return LastErrno();
+        if (count == 0) return kEngineArchiveTruncated;
+        done += static_cast<std::size_t>(count);
+    }
+    at_ += size;
+    return kEngineOK;
+}
+
+Result ZipItemDecoder::StartAes() {
+    const int strength = item_.aesExtra[8];
+    const std::size_t saltSize = ZipAesCipher::SaltSize(strength);
+    if (saltSize == 0) return kEngineEncryptionUnsupported;
+    const std::uint64_t overhead = saltSize + 2 + ZipAesCipher::kCodeSize;
+    if (item_.compressedSize < overhead) return kEngineItemDataDamaged;
+    std::vector<std::uint8_t> salt(saltSize);
+    std::uint8_t verifier[2];
+    if (Result result = ReadRaw(salt.data(), salt.size())) return result;
+    if (Result result = ReadRaw(verifier, 2)) return result;
+    payloadLeft_ = item_.compressedSize - overhead;
+    if (!passwords_) return kEnginePasswordNeeded;
+    for (;;) {
+        std::string password;
+        if (Result result = passwords_->Next(index_, password)) return result;
+        aes_ = std::make_unique<ZipAesCipher>();
+        if (aes_->StartDecrypting(password, strength, salt, verifier)) break;
+    }
+    passwords_->Accepted();
+    return kEngineOK;
+}
+
+Result ZipItemDecoder::StartTraditional() {
+    std::uint8_t header[ZipTraditionalCipher::kHeaderSize];
+    if (item_.compressedSize < sizeof header) return kEngineItemDataDamaged;
+    if (Result result = ReadRaw(header, sizeof header)) return result;
+    payloadLeft_ = item_.compressedSize - sizeof header;
+    const std::uint8_t check = static_cast<std::uint8_t>(
+        item_.flags & kFlagDescriptor ? item_.dosTime >> 8 : item_.crc >> 24);
+    if (!passwords_) return kEnginePasswordNeeded;
+    for (;;) {
+        std::string password;
+        if (Result result = passwords_->Next(index_, password)) return result;
+        traditional_ = std::make_unique<ZipTraditionalCipher>();
+        if (traditional_->StartDecrypting(password, check, header)) break;
+    }
+    passwords_->Accepted();
+    return kEngineOK;
+}
+
+Result ZipItemDecoder::Start() {
+    started_ = true;
+    if (Result result = ZipDataStart(fd_, item_.localOffset, at_)) return result;
+    payloadLeft_ = item_.compressedSize;
+    if (item_.flags & kFlagEncrypted) {
+        if (Result result = IsAes(item_) ? StartAes() : StartTraditional()) return result;
+    }
+    auto source = [this](std::uint8_t *buffer, std::size_t size, std::size_t &got) {
+        return Payload(buffer, size, got);
+    };
+    if (method_ == kMethodDeflate64) {
+        deflate64_ =
+            std::make_unique<Deflate64Decoder>([this](std::uint8_t *buffer, std::size_t size) {
+                std::size_t got = 0;
+                startFailure_ = Payload(buffer, size, got);
+                return got;
+            });
+    } else {
+        other_ = std::make_unique<LibarchiveCoderDecoder>(source, payloadLeft_,
+                                                          OneItemZip(item_, method_, payloadLeft_));
+    }
+    return kEngineOK;
+}
+
+Result ZipItemDecoder::Payload(std::uint8_t *out, std::size_t size, std::size_t &got) {
+    got = 0;
+    const std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(size, payloadLeft_));
+    if (want == 0) return kEngineOK;
+    if (Result result = ReadRaw(out, want)) return result;
+    payloadLeft_ -= want;
+    got = want;
+    if (traditional_) traditional_->Decrypt(out, want);
+    if (aes_) {
+        if (!aes_->Decrypt(out, want)) return kEngineItemDataDamaged;
+        if (payloadLeft_ == 0) {
+            std::uint8_t stored[ZipAesCipher::kCodeSize];
+            std::vector<std::uint8_t> made;
+            if (Result result = ReadRaw(stored, sizeof stored)) return result;
+            if (!aes_->Code(made) || !std::equal(made.begin(), made.end(), stored))
+                return kEngineItemDataDamaged;
+        }
+    }
+    return kEngineOK;
+}
+
+Result ZipItemDecoder::Read(std::uint8_t *out, std::size_t size, std::size_t &got) {
+    got = 0;
+    if (!started_) startFailure_ = Start();
+    if (startFailure_ != kEngineOK) return startFailure_;
+    if (deflate64_) {
+        Result result = deflate64_->Read(out, size, got);
+        return startFailure_ != kEngineOK ? startFailure_ : result;
+    }
+    return other_->Read(out, size, got);
+}
+
+}  // namespace engine
