@@ -219,10 +219,12 @@ EngineResult VerifyArchivePassword(OpaqueEngineObject *engine, EngineArchive arc
             password = password_;
             return kEngineOK;
         }
+        void Accepted() override { accepted_ = true; }
+        bool accepted() const { return accepted_; }
 
     private:
         std::string password_;
-        bool given_ = false;
+        bool given_ = false, accepted_ = false;
     } only(Utf8(text));
     std::vector<bool> wanted(bound->catalogue.Stored().size(), false);
     wanted[probe->storedIndex] = true;
@@ -240,6 +242,9 @@ EngineResult VerifyArchivePassword(OpaqueEngineObject *engine, EngineArchive arc
         bound->password = text;
         return kEngineOK;
     }
+    // Data that fails after the item's own check took the password is
+    // damaged; before that, failing data is what a wrong key makes.
+    if (result == kEngineItemDataDamaged && only.accepted()) return result;
     if (result == kEnginePasswordOnPlainArchive || result == kEnginePasswordNeeded ||
         result == kEngineItemDataDamaged)
         return kEnginePasswordOnPlainArchive;

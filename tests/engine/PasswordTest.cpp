@@ -82,7 +82,8 @@ TEST_F(PasswordTest, AWrongPasswordIsAskedForAgainForTheSameItemUntilRight) {
 }
 
 // The items the engine deciphers itself hold their damage against the
-// authentication code (AES) or the CRC (traditional).
+// authentication code (AES) or the CRC (traditional), also when only the
+// password is being checked.
 TEST_F(PasswordTest, DamageInZipItemsTheEngineDeciphersIsFound) {
     ASSERT_EQ(RunShell("head -c 300000 /dev/urandom > noise.bin", folder / "in").status, 0);
     const std::pair<const char *, const char *> kinds[] = {
@@ -103,6 +104,14 @@ TEST_F(PasswordTest, DamageInZipItemsTheEngineDeciphersIsFound) {
         Answer(recorder, {L"secret"}, askedBy);
         EXPECT_EQ(Expand(damaged, Scratch(std::string("out-") + name)), kEngineItemDataDamaged)
             << name;
+        // The right password on damaged data is damage, not a wrong password.
+        OwnedFS file = Path(damaged);
+        EngineArchive bound = nullptr;
+        ASSERT_EQ(AcquireArchive(engine, file.get(), &bound), kEngineOK);
+        OwnedString right = Text(L"secret");
+        EXPECT_EQ(VerifyArchivePassword(engine, bound, right.get()), kEngineItemDataDamaged)
+            << name;
+        ReleaseArchive(bound);
     }
 }
 
