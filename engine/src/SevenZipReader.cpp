@@ -835,7 +835,9 @@ bool StretchKey(unsigned power, const std::vector<std::uint8_t> &salt, const std
         if (!round.empty()) std::memcpy(key, round.data(), std::min<std::size_t>(32, round.size()));
         return true;
     }
-    if (power > 30) return false;
+    // 7-Zip writes 19 and reads up to 24; more would let an archive keep
+    // the reader busy for hours.
+    if (power > 24) return false;
     std::size_t counterAt = round.size();
     round.resize(round.size() + 8, 0);
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> digest(EVP_MD_CTX_new(),
