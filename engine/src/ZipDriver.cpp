@@ -67,9 +67,9 @@ bool EndRecordFits(SniffInput &input) {
 void EnableZip(archive *handle) { archive_read_support_format_zip(handle); }
 
 // libarchive's items, each joined with its central directory record by
-// name, in order. The data libarchive cannot give (Deflate64, enciphered
-// methods other than store and deflate) the engine decodes from the
-// archive itself.
+// name, in order. The data libarchive cannot give, or not safely
+// (Deflate64, enciphered methods other than store and deflate, AES items),
+// the engine decodes from the archive itself (ZipItemDecoder).
 class ZipCursor final : public ReadCursor {
 public:
     ZipCursor(std::unique_ptr<ReadCursor> inner, ZipDirectory directory, std::string path,
@@ -83,6 +83,7 @@ public:
         for (auto &[name, entries] : byName_) std::reverse(entries.begin(), entries.end());
     }
     Result Next(ItemInfo &info) override {
+        decoder_.reset();  // it refers to the item it decodes
         Result result = inner_->Next(info);
         if (result != kEngineOK) return result;
         index_ = index_ == kNoIndex ? 0 : index_ + 1;
@@ -99,7 +100,6 @@ public:
         }
         crc_ = 0;
         length_ = 0;
-        decoder_.reset();
         return kEngineOK;
     }
     // libarchive checks the CRC of what it inflates, not of stored data, so
@@ -129,8 +129,8 @@ private:
     std::uint32_t crc_ = 0;
     std::uint64_t length_ = 0;
 
-    // AES items (AE-2) keep no CRC; their authentication code is checked
-    // by libarchive instead.
+    // AES items (AE-2) keep no CRC; ZipItemDecoder checks their
+    // authentication code instead.
     bool Checkable() const { return checked_ && checked_->aesExtra.empty(); }
     bool DecodedHere() const { return checked_ && ZipItemDecoder::Needed(*checked_); }
 
