@@ -926,31 +926,35 @@ struct Builder {
         return kEngineOK;
     }
 
-    // What feeds in stream `in`: another coder's output or a packed stream.
-    Result Input(std::size_t in, std::unique_ptr<Stage> &stage) {
+    // The coder whose output feeds in stream `in`, if one does.
+    std::optional<std::size_t> Feeder(std::size_t in) const {
         auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
                                   [&](const auto &pair) { return pair.first == in; });
-        if (bound != folder.bindPairs.end())
-            return Output(static_cast<std::size_t>(bound->second), stage);
+        if (bound == folder.bindPairs.end()) return std::nullopt;
+        return static_cast<std::size_t>(bound->second);
+    }
+    // The packed stream that feeds in stream `in`, if one does.
+    const std::pair<std::uint64_t, std::uint64_t> *Packed(std::size_t in) const {
         auto packed = std::find(folder.packedStreams.begin(), folder.packedStreams.end(), in);
         std::size_t index = static_cast<std::size_t>(packed - folder.packedStreams.begin());
-        if (packed == folder.packedStreams.end() || index >= folder.packs.size())
-            return kEngineCatalogueDamaged;
-        stage =
-            std::make_unique<PackStage>(fd, folder.packs[index].first, folder.packs[index].second);
+        return index < folder.packs.size() ? &folder.packs[index] : nullptr;
+    }
+
+    // What feeds in stream `in`: another coder's output or a packed stream.
+    Result Input(std::size_t in, std::unique_ptr<Stage> &stage) {
+        if (std::optional<std::size_t> feeder = Feeder(in)) return Output(*feeder, stage);
+        const auto *packed = Packed(in);
+        if (!packed) return kEngineCatalogueDamaged;
+        stage = std::make_unique<PackStage>(fd, packed->first, packed->second);
         return kEngineOK;
     }
 
     // How many bytes feed in stream `in`.
     std::uint64_t InputSize(std::size_t in) const {
-        auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
-                                  [&](const auto &pair) { return pair.first == in; });
-        if (bound != folder.bindPairs.end())
-            return bound->second < folder.unpackSizes.size() ? folder.unpackSizes[bound->second]
-                                                             : 0;
-        auto packed = std::find(folder.packedStreams.begin(), folder.packedStreams.end(), in);
-        std::size_t index = static_cast<std::size_t>(packed - folder.packedStreams.begin());
-        return index < folder.packs.size() ? folder.packs[index].second : 0;
+        if (std::optional<std::size_t> feeder = Feeder(in))
+            return *feeder < folder.unpackSizes.size() ? folder.unpackSizes[*feeder] : 0;
+        const auto *packed = Packed(in);
+        return packed ? packed->second : 0;
     }
 
     // liblzma takes a branch or delta filter only with LZMA behind it: the
@@ -960,14 +964,12 @@ struct Builder {
         std::vector<const Coder *> chain{&folder.coders[coder]};
         std::size_t last = coder;
         while (!EndsLzmaChain(folder.coders[last])) {
-            std::size_t in = FirstInStream(folder, last);
-            auto bound = std::find_if(folder.bindPairs.begin(), folder.bindPairs.end(),
-                                      [&](const auto &pair) { return pair.first == in; });
-            if (bound == folder.bindPairs.end() || bound->second >= folder.coders.size() ||
-                LzmaFilterOf(folder.coders[bound->second]) == 0)
+            std::optional<std::size_t> feeder = Feeder(FirstInStream(folder, last));
+            if (!feeder || *feeder >= folder.coders.size() ||
+                LzmaFilterOf(folder.coders[*feeder]) == 0)
                 break;
             if (++built > folder.coders.size()) return kEngineCatalogueDamaged;
-            last = static_cast<std::size_t>(bound->second);
+            last = *feeder;
             chain.push_back(&folder.coders[last]);
         }
         std::unique_ptr<Stage> input;
