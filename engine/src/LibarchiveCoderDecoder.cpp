@@ -11,6 +11,10 @@ namespace {
 
 constexpr std::size_t kChunk = 64 * 1024;
 
+struct FreeReader {
+    void operator()(archive *handle) const { archive_read_free(handle); }
+};
+
 }  // namespace
 
 struct LibarchiveCoderDecoder::Wrapped {
@@ -22,7 +26,7 @@ struct LibarchiveCoderDecoder::Wrapped {
     std::uint64_t position = 0;       // in the wrapped archive
     std::uint64_t streamRead = 0;
     Result streamFailure = kEngineOK;
-    archive *handle = nullptr;
+    std::unique_ptr<archive, FreeReader> handle;
     bool opened = false;
     Result openFailure = kEngineOK;
 
@@ -84,7 +88,7 @@ struct LibarchiveCoderDecoder::Wrapped {
     }
     static la_int64_t Skip(archive *, void *self, la_int64_t request) {
         auto *wrapped = static_cast<Wrapped *>(self);
-        // Within the stream only by reading them.
+        // Within the stream only by reading it.
         if (wrapped->position >= wrapped->Before() &&
             wrapped->position < wrapped->Before() + wrapped->streamSize)
             return 0;
@@ -103,24 +107,23 @@ LibarchiveCoderDecoder::LibarchiveCoderDecoder(Source stream, std::uint64_t stre
     wrapped_->envelope = std::move(envelope);
 }
 
-LibarchiveCoderDecoder::~LibarchiveCoderDecoder() {
-    if (wrapped_->handle) archive_read_free(wrapped_->handle);
-}
+LibarchiveCoderDecoder::~LibarchiveCoderDecoder() = default;
 
 Result LibarchiveCoderDecoder::Open() {
     Wrapped &w = *wrapped_;
     w.opened = true;
-    w.handle = archive_read_new();
-    if (!w.handle) return w.openFailure = kEngineOutOfMemory;
-    w.envelope.enable(w.handle);
-    if (w.envelope.options) archive_read_set_options(w.handle, w.envelope.options);
-    archive_read_set_read_callback(w.handle, Wrapped::Read);
-    archive_read_set_seek_callback(w.handle, Wrapped::Seek);
-    archive_read_set_skip_callback(w.handle, Wrapped::Skip);
-    archive_read_set_callback_data(w.handle, &w);
+    w.handle.reset(archive_read_new());
+    archive *handle = w.handle.get();
+    if (!handle) return w.openFailure = kEngineOutOfMemory;
+    w.envelope.enable(handle);
+    if (w.envelope.options) archive_read_set_options(handle, w.envelope.options);
+    archive_read_set_read_callback(handle, Wrapped::Read);
+    archive_read_set_seek_callback(handle, Wrapped::Seek);
+    archive_read_set_skip_callback(handle, Wrapped::Skip);
+    archive_read_set_callback_data(handle, &w);
     archive_entry *entry = nullptr;
-    if (archive_read_open1(w.handle) != ARCHIVE_OK ||
-        archive_read_next_header(w.handle, &entry) != ARCHIVE_OK)
+    if (archive_read_open1(handle) != ARCHIVE_OK ||
+        archive_read_next_header(handle, &entry) != ARCHIVE_OK)
         w.openFailure = w.streamFailure != kEngineOK ? w.streamFailure : kEngineItemDataDamaged;
     return w.openFailure;
 }
@@ -129,7 +132,7 @@ Result LibarchiveCoderDecoder::Read(std::uint8_t *out, std::size_t size, std::si
     got = 0;
     if (!wrapped_->opened) Open();
     if (wrapped_->openFailure != kEngineOK) return wrapped_->openFailure;
-    la_ssize_t count = archive_read_data(wrapped_->handle, out, size);
+    la_ssize_t count = archive_read_data(wrapped_->handle.get(), out, size);
     if (count < 0)
         return wrapped_->streamFailure != kEngineOK ? wrapped_->streamFailure
                                                     : kEngineItemDataDamaged;

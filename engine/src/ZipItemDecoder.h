@@ -28,7 +28,8 @@ public:
     // Whether `item` is one that libarchive leaves to the engine.
     static bool Needed(const ZipStoredItem &item);
 
-    // `index` is the item's stored index, for the password questions.
+    // `index` is the item's stored index, for the password questions;
+    // `item` must outlive the decoder.
     ZipItemDecoder(int fd, const ZipStoredItem &item, PasswordSource *passwords, std::size_t index);
 
     // Decodes up to `size` bytes; `got` 0 at the end. kEnginePasswordNeeded
