@@ -38,6 +38,21 @@ protected:
                 return GivePassword(context, passwords[n++]);
             });
     }
+    // A copy of `archive` with the byte in its middle changed.
+    fs::path DamagedCopy(const fs::path &archive) {
+        std::string bytes = ReadFile(archive);
+        bytes[bytes.size() / 2] ^= 0x40;
+        fs::path damaged = Scratch("damaged") / archive.filename();
+        WriteFile(damaged, bytes);
+        return damaged;
+    }
+    // Expands `archive`, answering the password questions with `secret`.
+    EngineResult ExpandWithSecret(const fs::path &archive, const fs::path &out) {
+        Recorder recorder(engine);
+        std::vector<std::wstring> askedBy;
+        Answer(recorder, {L"secret"}, askedBy);
+        return Expand(archive, out);
+    }
     fs::path folder;
 };
 
@@ -95,14 +110,9 @@ TEST_F(PasswordTest, DamageInZipItemsTheEngineDeciphersIsFound) {
          "../traditional-lzma.zip noise.bin >/dev/null"},
     };
     for (const auto &[name, command] : kinds) {
-        std::string bytes = ReadFile(Made(name, command));
-        bytes[bytes.size() / 2] ^= 0x01;
-        fs::path damaged = Scratch("damaged") / name;
-        WriteFile(damaged, bytes);
-        Recorder recorder(engine);
-        std::vector<std::wstring> askedBy;
-        Answer(recorder, {L"secret"}, askedBy);
-        EXPECT_EQ(Expand(damaged, Scratch(std::string("out-") + name)), kEngineItemDataDamaged)
+        fs::path damaged = DamagedCopy(Made(name, command));
+        EXPECT_EQ(ExpandWithSecret(damaged, Scratch(std::string("out-") + name)),
+                  kEngineItemDataDamaged)
             << name;
         // The right password on damaged data is damage, not a wrong password.
         OwnedFS file = Path(damaged);
@@ -161,25 +171,16 @@ TEST_F(PasswordTest, Enciphered7zIsDecipheredItemsAndCatalogueAlike) {
         EXPECT_EQ(ReadFile(out / "tool"), ReadFile(folder / "in" / "tool")) << name;
         EXPECT_EQ(ReadFile(out / "program"), ReadFile("/bin/true")) << name;
 
-        std::string bytes = ReadFile(archive);
-        bytes[bytes.size() / 2] ^= 0x40;
-        fs::path damaged = Scratch("damaged") / name;
-        WriteFile(damaged, bytes);
-        Recorder recorder(engine);
-        std::vector<std::wstring> askedBy;
-        Answer(recorder, {L"secret"}, askedBy);
-        EXPECT_EQ(Expand(damaged, Scratch(std::string("out-damaged-") + name)),
-                  kEngineItemDataDamaged)
+        EXPECT_EQ(
+            ExpandWithSecret(DamagedCopy(archive), Scratch(std::string("out-damaged-") + name)),
+            kEngineItemDataDamaged)
             << name;
     }
     {
         // A coder no reader here has (a byte swap filter): a clear code.
         fs::path swapped = Made(
             "swap.7z", "7zz a -bd -psecret -m0=Swap4 -m1=LZMA2 ../swap.7z secret.txt >/dev/null");
-        Recorder recorder(engine);
-        std::vector<std::wstring> askedBy;
-        Answer(recorder, {L"secret"}, askedBy);
-        EXPECT_EQ(Expand(swapped, Scratch("out-swap")), kEngineMethodUnsupported);
+        EXPECT_EQ(ExpandWithSecret(swapped, Scratch("out-swap")), kEngineMethodUnsupported);
     }
     // Without a password the same four-stream filter is read alike.
     fs::path open = Made("branch-open.7z", "7zz a -bd -mx9 ../branch-open.7z program >/dev/null");
