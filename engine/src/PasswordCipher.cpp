@@ -20,11 +20,14 @@ constexpr std::uint32_t kArgonLanes = 1;
 constexpr std::uint32_t kPbkdf2Iterations = 600'000;
 
 // What a stored parameter block may ask for; beyond it the archive is taken
-// as damaged rather than followed.
+// as damaged rather than followed. The work of one try is held to sixteen
+// times the defaults' (a couple of seconds), so that a made-up archive
+// cannot keep the reader busy for minutes a password.
 constexpr std::uint32_t kMostArgonTimeCost = 64;
 constexpr std::uint32_t kMostArgonMemoryKiB = 256 * 1024;
+constexpr std::uint64_t kMostArgonWork = 16ULL * kArgonTimeCost * kArgonMemoryKiB;
 constexpr std::uint32_t kMostArgonLanes = 16;
-constexpr std::uint32_t kMostPbkdf2Iterations = 20'000'000;
+constexpr std::uint32_t kMostPbkdf2Iterations = 16 * kPbkdf2Iterations;
 
 void PutLe32(std::uint8_t *out, std::uint32_t value) {
     for (int i = 0; i < 4; ++i) out[i] = static_cast<std::uint8_t>(value >> (8 * i));
@@ -41,7 +44,8 @@ bool ParametersAcceptable(const KeyParameters &p) {
         case KeyDerivationKind::Argon2id:
             return p.timeCost >= 1 && p.timeCost <= kMostArgonTimeCost && p.parallelism >= 1 &&
                    p.parallelism <= kMostArgonLanes && p.memoryKiB >= 8 * p.parallelism &&
-                   p.memoryKiB <= kMostArgonMemoryKiB;
+                   p.memoryKiB <= kMostArgonMemoryKiB &&
+                   std::uint64_t{p.timeCost} * p.memoryKiB <= kMostArgonWork;
         case KeyDerivationKind::Pbkdf2Sha256:
             return p.timeCost >= 1 && p.timeCost <= kMostPbkdf2Iterations;
     }

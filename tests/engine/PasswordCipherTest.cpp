@@ -150,6 +150,7 @@ TEST(PasswordCipherTest, StoredParametersRoundTripAndHostileCostsAreRefused) {
     EXPECT_TRUE(refused(0, 9));      // unknown kind
     EXPECT_TRUE(refused(11, 0x40));  // memory of gigabytes
     EXPECT_TRUE(refused(7, 0x01));   // a time cost of millions of passes
+    EXPECT_TRUE(refused(4, 40));     // 40 passes over the default's 64 MiB: too much work
     EXPECT_TRUE(refused(12, 0));     // no lanes
     EXPECT_FALSE(KeyParameters::Parse(std::span(bytes).first(31), parsed));
 }
