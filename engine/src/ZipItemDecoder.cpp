@@ -2,6 +2,7 @@
 
 #include <archive.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -60,12 +61,11 @@ LibarchiveCoderDecoder::Envelope OneItemZip(const ZipStoredItem &item, std::uint
 }  // namespace
 
 bool ZipItemDecoder::Needed(const ZipStoredItem &item) {
-    const std::uint16_t method = RealMethod(item);
-    if (!(item.flags & kFlagEncrypted)) return method == kMethodDeflate64;
-    // libarchive deciphers AES items of any method but does not hold them
-    // against their authentication code: damage in a stored one went by.
-    if (IsAes(item)) return true;
-    return method != kMethodStore && method != kMethodDeflate;
+    // libarchive deciphers stored and deflated items only, AES ones without
+    // checking their authentication code (damage in a stored one went by),
+    // and takes a wrong password that passes the traditional check byte.
+    if (item.flags & kFlagEncrypted) return true;
+    return RealMethod(item) == kMethodDeflate64;
 }
 
 ZipItemDecoder::ZipItemDecoder(int fd, const ZipStoredItem &item, PasswordSource *passwords,
@@ -106,11 +106,14 @@ Result ZipItemDecoder::StartAes() {
     return kEngineOK;
 }
 
+// The check byte passes one wrong password in 256, so a password that
+// passes it decodes the start of the item (the whole of a small one, held
+// against its CRC) before it is taken; what was decoded is given out first.
 Result ZipItemDecoder::StartTraditional() {
     std::uint8_t header[ZipTraditionalCipher::kHeaderSize];
     if (item_.compressedSize < sizeof header) return kEngineItemDataDamaged;
     if (Result result = ReadRaw(header, sizeof header)) return result;
-    payloadLeft_ = item_.compressedSize - sizeof header;
+    const std::uint64_t payloadAt = at_;
     const std::uint8_t check = static_cast<std::uint8_t>(
         item_.flags & kFlagDescriptor ? item_.dosTime >> 8 : item_.crc >> 24);
     if (!passwords_) return kEnginePasswordNeeded;
@@ -118,34 +121,65 @@ Result ZipItemDecoder::StartTraditional() {
         std::string password;
         if (Result result = passwords_->Next(index_, password)) return result;
         traditional_ = std::make_unique<ZipTraditionalCipher>();
-        if (traditional_->StartDecrypting(password, check, header)) break;
+        if (!traditional_->StartDecrypting(password, check, header)) continue;
+        at_ = payloadAt;
+        payloadLeft_ = item_.compressedSize - sizeof header;
+        MakeDecoder();
+        if (Probe()) break;
     }
     passwords_->Accepted();
     return kEngineOK;
+}
+
+bool ZipItemDecoder::Probe() {
+    const std::size_t most =
+        static_cast<std::size_t>(std::min<std::uint64_t>(kProbeSize, item_.size));
+    probe_.resize(most);
+    std::size_t filled = 0;
+    while (filled < most) {
+        std::size_t got = 0;
+        if (Decode(probe_.data() + filled, most - filled, got) != kEngineOK) return false;
+        if (got == 0) break;
+        filled += got;
+    }
+    probe_.resize(filled);
+    probeAt_ = 0;
+    if (filled == item_.size)
+        return crc32(0, probe_.data(), static_cast<uInt>(filled)) == item_.crc;
+    return filled == most;
 }
 
 Result ZipItemDecoder::Start() {
     started_ = true;
     if (Result result = ZipDataStart(fd_, item_.localOffset, at_)) return result;
     payloadLeft_ = item_.compressedSize;
-    if (item_.flags & kFlagEncrypted) {
-        if (Result result = IsAes(item_) ? StartAes() : StartTraditional()) return result;
+    if (IsAes(item_)) {
+        if (Result result = StartAes()) return result;
+    } else if (item_.flags & kFlagEncrypted) {
+        return StartTraditional();  // its decoder is made while the password is tried
     }
-    auto source = [this](std::uint8_t *buffer, std::size_t size, std::size_t &got) {
-        return Payload(buffer, size, got);
-    };
+    MakeDecoder();
+    return kEngineOK;
+}
+
+void ZipItemDecoder::MakeDecoder() {
+    deflate64_.reset();
+    other_.reset();
+    decodeFailure_ = kEngineOK;
     if (method_ == kMethodDeflate64) {
         deflate64_ =
             std::make_unique<Deflate64Decoder>([this](std::uint8_t *buffer, std::size_t size) {
                 std::size_t got = 0;
-                startFailure_ = Payload(buffer, size, got);
+                decodeFailure_ = Payload(buffer, size, got);
                 return got;
             });
     } else {
+        auto source = [this](std::uint8_t *buffer, std::size_t size, std::size_t &got) {
+            return Payload(buffer, size, got);
+        };
         other_ = std::make_unique<LibarchiveCoderDecoder>(source, payloadLeft_,
                                                           OneItemZip(item_, method_, payloadLeft_));
     }
-    return kEngineOK;
 }
 
 Result ZipItemDecoder::Payload(std::uint8_t *out, std::size_t size, std::size_t &got) {
@@ -169,15 +203,26 @@ Result ZipItemDecoder::Payload(std::uint8_t *out, std::size_t size, std::size_t 
     return kEngineOK;
 }
 
+Result ZipItemDecoder::Decode(std::uint8_t *out, std::size_t size, std::size_t &got) {
+    got = 0;
+    if (deflate64_) {
+        Result result = deflate64_->Read(out, size, got);
+        return decodeFailure_ != kEngineOK ? decodeFailure_ : result;
+    }
+    return other_->Read(out, size, got);
+}
+
 Result ZipItemDecoder::Read(std::uint8_t *out, std::size_t size, std::size_t &got) {
     got = 0;
     if (!started_) startFailure_ = Start();
     if (startFailure_ != kEngineOK) return startFailure_;
-    if (deflate64_) {
-        Result result = deflate64_->Read(out, size, got);
-        return startFailure_ != kEngineOK ? startFailure_ : result;
+    if (probeAt_ < probe_.size()) {
+        got = std::min(size, probe_.size() - probeAt_);
+        std::memcpy(out, probe_.data() + probeAt_, got);
+        probeAt_ += got;
+        return kEngineOK;
     }
-    return other_->Read(out, size, got);
+    return Decode(out, size, got);
 }
 
 }  // namespace engine

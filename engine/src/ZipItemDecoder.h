@@ -1,11 +1,12 @@
 // The data of a zip item that libarchive cannot give, or not safely:
-// Deflate64 (which it does not decode), items under the traditional cipher
-// with a method other than store and deflate (it deciphers only those), and
-// every AES item (it does not check their authentication code). The engine
-// reads such an item's bytes itself, deciphers them (asking for passwords)
-// and decodes them: Deflate64 with its own decoder, every other method
-// (store, deflate, bzip2, LZMA, PPMd, xz, zstd) with libarchive's, handed
-// the deciphered stream as an unenciphered zip of one item.
+// Deflate64 (which it does not decode) and every enciphered item (it
+// deciphers only stored and deflated ones, does not check the
+// authentication code of AES items, and takes a wrong password that passes
+// the traditional cipher's check byte, one in 256). The engine reads such an
+// item's bytes itself, deciphers them (asking for passwords) and decodes
+// them: Deflate64 with its own decoder, every other method (store, deflate,
+// bzip2, LZMA, PPMd, xz, zstd) with libarchive's, handed the deciphered
+// stream as an unenciphered zip of one item.
 #pragma once
 
 #include <cstddef>
@@ -39,9 +40,15 @@ public:
     Result Read(std::uint8_t *out, std::size_t size, std::size_t &got);
 
 private:
+    static constexpr std::size_t kProbeSize = 1 << 20;
+
     Result Start();
     Result StartAes();
     Result StartTraditional();
+    void MakeDecoder();
+    // Whether the start of the item decodes (all of it to its CRC, when small).
+    bool Probe();
+    Result Decode(std::uint8_t *out, std::size_t size, std::size_t &got);
     // Up to `size` deciphered bytes of the compressed data.
     Result Payload(std::uint8_t *out, std::size_t size, std::size_t &got);
     Result ReadRaw(std::uint8_t *out, std::size_t size);
@@ -58,7 +65,10 @@ private:
     std::unique_ptr<ZipAesCipher> aes_;
     std::unique_ptr<ZipTraditionalCipher> traditional_;
     std::unique_ptr<Deflate64Decoder> deflate64_;
+    Result decodeFailure_ = kEngineOK;  // of the source under deflate64_
     std::unique_ptr<LibarchiveCoderDecoder> other_;
+    std::vector<std::uint8_t> probe_;  // decoded while the password was tried
+    std::size_t probeAt_ = 0;
 };
 
 }  // namespace engine
