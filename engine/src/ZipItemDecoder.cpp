@@ -12,7 +12,7 @@
 namespace engine {
 namespace {
 
-constexpr std::uint16_t kMethodStore = 0, kMethodDeflate = 8, kMethodDeflate64 = 9, kMethodAes = 99;
+constexpr std::uint16_t kMethodDeflate64 = 9, kMethodAes = 99;
 constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008;
 // The method's own option bits (deflate's level, LZMA's end marker).
 constexpr std::uint16_t kFlagMethodOptions = 0x0006;
