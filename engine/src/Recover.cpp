@@ -15,12 +15,14 @@
 #include "FileSystem.h"
 #include "LibArchive.h"
 #include "ZipDirectory.h"
+#include "ZipFormat.h"
 #include "ZipWriter.h"
 
 namespace engine {
 namespace {
 
-constexpr std::uint32_t kLocalSignature = 0x04034b50;
+using namespace zipformat;
+
 constexpr std::size_t kChunk = 256 * 1024;
 
 struct Candidate {
@@ -58,7 +60,7 @@ bool ReadLocal(int fd, std::uint64_t fileSize, std::uint64_t offset, LocalHeader
     if (nameLength &&
         pread(fd, name.data(), nameLength, static_cast<off_t>(offset + 30)) != nameLength)
         return false;
-    header.name = ZipText(name.data(), name.size(), (header.flags & 0x0800) != 0);
+    header.name = ZipText(name.data(), name.size(), (header.flags & kFlagUtf8) != 0);
     return true;
 }
 
@@ -161,7 +163,7 @@ std::vector<Candidate> FromLocalHeaders(int fd, std::uint64_t fileSize) {
             candidate.stored.compressedSize = header.compressedSize;
             candidate.stored.size = header.size;
             candidate.stored.externalAttributes = candidate.name.ends_with(L"/") ? 0x10 : 0;
-            candidate.sizesKnown = !(header.flags & 0x0008);
+            candidate.sizesKnown = !(header.flags & kFlagDescriptor);
             candidates.push_back(std::move(candidate));
         }
     }
@@ -211,7 +213,7 @@ Result RecoverZip(Operation &operation, const std::string &archive, const std::s
         if (Result stop = operation.Verifying(candidate.stored.compressedSize)) return stop;
         LocalHeader header;
         bool folderItem = candidate.name.ends_with(L"/");
-        bool enciphered = (candidate.stored.flags & 0x0001) != 0;
+        bool enciphered = (candidate.stored.flags & kFlagEncrypted) != 0;
         if (!ReadLocal(fd, fileSize, candidate.stored.localOffset, header) || enciphered ||
             (!folderItem &&
              !Intact(fd, fileSize, header, candidate.stored, candidate.sizesKnown))) {
@@ -219,7 +221,7 @@ Result RecoverZip(Operation &operation, const std::string &archive, const std::s
             continue;
         }
         auto stored = std::make_shared<ZipStoredItem>(candidate.stored);
-        stored->flags &= static_cast<std::uint16_t>(~0x0008);  // the sizes are known now
+        stored->flags &= static_cast<std::uint16_t>(~kFlagDescriptor);  // the sizes are known now
         kept.push_back(stored);
         WriteItem item;
         item.info.path = CleanItemPath(candidate.name);

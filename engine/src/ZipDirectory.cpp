@@ -10,15 +10,13 @@
 #include "ByteOrder.h"
 #include "FileSystem.h"
 #include "Handles.h"
+#include "ZipFormat.h"
 
 namespace engine {
 namespace {
 
-constexpr std::uint32_t kEndSignature = 0x06054b50;
-constexpr std::uint32_t kEnd64Signature = 0x06064b50;
-constexpr std::uint32_t kLocator64Signature = 0x07064b50;
-constexpr std::uint32_t kCentralSignature = 0x02014b50;
-constexpr std::uint32_t kLocalSignature = 0x04034b50;
+using namespace zipformat;
+
 constexpr std::uint64_t kMaxDirectory = 1ULL << 30;
 
 // Code page 437, the characters above ASCII.
@@ -186,7 +184,7 @@ Result ReadZipDirectory(const std::string &path, ZipDirectory &directory) {
         if (item->localOffset >= directoryStart ||
             item->compressedSize > directoryStart - item->localOffset)
             return kEngineCatalogueDamaged;
-        bool utf8 = (item->flags & 0x0800) != 0;
+        bool utf8 = (item->flags & kFlagUtf8) != 0;
         ZipDirectoryEntry entry;
         entry.name = !unicodePath.empty() ? unicodePath : ZipText(h + 46, nameLength, utf8);
         if (entryComment)

@@ -8,15 +8,12 @@
 #include <cstring>
 
 #include "ByteOrder.h"
+#include "ZipFormat.h"
 
 namespace engine {
 namespace {
 
-constexpr std::uint16_t kMethodDeflate64 = 9, kMethodAes = 99;
-constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008;
-// The method's own option bits (deflate's level, LZMA's end marker).
-constexpr std::uint16_t kFlagMethodOptions = 0x0006;
-constexpr std::uint32_t kLocalSignature = 0x04034b50;
+using namespace zipformat;
 
 bool IsAes(const ZipStoredItem &item) {
     return item.method == kMethodAes && item.aesExtra.size() >= 11;

@@ -20,22 +20,17 @@
 #include "OrderedWorkerPool.h"
 #include "ZipAesCipher.h"
 #include "ZipDirectory.h"
+#include "ZipFormat.h"
 #include "ZipTraditionalCipher.h"
 
 namespace engine {
 namespace {
 
+using namespace zipformat;
+
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::uint32_t kLocalSignature = 0x04034b50;
-constexpr std::uint32_t kCentralSignature = 0x02014b50;
-constexpr std::uint32_t kEndSignature = 0x06054b50;
-constexpr std::uint32_t kEnd64Signature = 0x06064b50;
-constexpr std::uint32_t kLocator64Signature = 0x07064b50;
-constexpr std::uint32_t kDescriptorSignature = 0x08074b50;
 constexpr std::uint32_t kMarker32 = 0xFFFFFFFF;
-constexpr std::uint16_t kMethodStore = 0, kMethodDeflate = 8, kMethodAes = 99;
-constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008, kFlagUtf8 = 0x0800;
 // Items up to this size are compressed whole, in memory, on a worker; larger
 // ones are streamed through zlib on the writer's thread.
 constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
