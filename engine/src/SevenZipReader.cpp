@@ -160,11 +160,10 @@ struct Folder {
     }
 };
 
-const std::uint8_t kAes[] = {0x06, 0xF1, 0x07, 0x01};
-
-bool IsAes(const Coder &coder) {
-    return coder.id.size() == 4 && std::equal(coder.id.begin(), coder.id.end(), kAes);
+bool IsId(const Coder &coder, std::initializer_list<std::uint8_t> id) {
+    return std::equal(coder.id.begin(), coder.id.end(), id.begin(), id.end());
 }
+bool IsAes(const Coder &coder) { return IsId(coder, {0x06, 0xF1, 0x07, 0x01}); }
 
 bool Encrypted(const Folder &folder) {
     return std::any_of(folder.coders.begin(), folder.coders.end(), IsAes);
@@ -199,11 +198,7 @@ lzma_vli LzmaFilterOf(const Coder &coder) {
     return 0;
 }
 
-bool IsCopy(const Coder &coder) { return coder.id.size() == 1 && coder.id[0] == 0x00; }
-
-bool IsId(const Coder &coder, std::initializer_list<std::uint8_t> id) {
-    return std::equal(coder.id.begin(), coder.id.end(), id.begin(), id.end());
-}
+bool IsCopy(const Coder &coder) { return IsId(coder, {0x00}); }
 bool IsBcj2(const Coder &coder) { return IsId(coder, {0x03, 0x03, 0x01, 0x1B}); }
 bool IsBzip2(const Coder &coder) { return IsId(coder, {0x04, 0x02, 0x02}); }
 bool IsDeflate(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x08}); }

@@ -163,6 +163,7 @@ void ZipItemDecoder::MakeDecoder() {
     deflate64_.reset();
     other_.reset();
     decodeFailure_ = kEngineOK;
+    if (method_ == kMethodStore) return;  // the deciphered bytes are the item's
     if (method_ == kMethodDeflate64) {
         deflate64_ =
             std::make_unique<Deflate64Decoder>([this](std::uint8_t *buffer, std::size_t size) {
@@ -206,7 +207,8 @@ Result ZipItemDecoder::Decode(std::uint8_t *out, std::size_t size, std::size_t &
         Result result = deflate64_->Read(out, size, got);
         return decodeFailure_ != kEngineOK ? decodeFailure_ : result;
     }
-    return other_->Read(out, size, got);
+    if (other_) return other_->Read(out, size, got);
+    return Payload(out, size, got);
 }
 
 Result ZipItemDecoder::Read(std::uint8_t *out, std::size_t size, std::size_t &got) {

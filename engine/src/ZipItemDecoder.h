@@ -4,9 +4,9 @@
 // authentication code of AES items, and takes a wrong password that passes
 // the traditional cipher's check byte, one in 256). The engine reads such an
 // item's bytes itself, deciphers them (asking for passwords) and decodes
-// them: Deflate64 with its own decoder, every other method (store, deflate,
-// bzip2, LZMA, PPMd, xz, zstd) with libarchive's, handed the deciphered
-// stream as an unenciphered zip of one item.
+// them: stored data as it is, Deflate64 with its own decoder, every other
+// method (deflate, bzip2, LZMA, PPMd, xz, zstd) with libarchive's, handed
+// the deciphered stream as an unenciphered zip of one item.
 #pragma once
 
 #include <cstddef>
