@@ -415,29 +415,16 @@ TEST_F(VarnickCli, DigestsMatchTheSystemToolsAndAreWrittenBesideTheFile) {
     EXPECT_EQ(Varnick("digest " + Quoted(tree)).exitCode, 1);
 }
 
-namespace {
-
-// Runs varnick with `arguments` and interrupts it once the engine has
-// begun writing into `folder` (once the folder holds more entries than
-// before); the exit status.
-int InterruptOnceWriting(const std::string &arguments, const std::filesystem::path &folder) {
-    return Shell("n=$(ls -A " + Quoted(folder) + " | wc -l); '" + std::string(VARNICK_BIN_DIR) +
-                 "/varnick' " + arguments + " 2>/dev/null & p=$!; i=0; until [ $(ls -A " +
-                 Quoted(folder) + " | wc -l) -gt $n ] || [ $i -ge 400 ]; do sleep 0.05; " +
-                 "i=$((i+1)); done; kill -INT $p; wait $p");
-}
-
-}  // namespace
-
 TEST_F(VarnickCli, InterruptedCreateExitsWithThreeAndLeavesNothingBehind) {
-    // Enough data, and data that does not compress, so that the run is
-    // still going when the interrupt comes.
+    // Data that does not compress, enough that the run takes seconds.
     const auto big = home.Scratch("big");
     ASSERT_EQ(Shell("head -c 150M /dev/urandom > " + Quoted(big / "noise.bin")), 0);
     const auto target = home.Scratch("target");
-    EXPECT_EQ(
-        InterruptOnceWriting("create " + Quoted(target / "big.zip") + " " + Quoted(big), target),
-        3);
+    const testsupport::InterruptedRun run = testsupport::InterruptOnceWriting(
+        "varnick", {"create", (target / "big.zip").string(), big.string()}, target,
+        target / "big.zip");
+    ASSERT_TRUE(run.caughtMidWork);
+    EXPECT_EQ(run.exitCode, 3);
     EXPECT_TRUE(std::filesystem::is_empty(target));
 }
 
