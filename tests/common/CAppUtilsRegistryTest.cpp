@@ -6,18 +6,15 @@
 
 #include "CAppUtils.h"
 #include "CRegistry.h"
-#include "platform/Registry.h"
 #include "platform/WideText.h"
-#include "support/TempHome.h"
+#include "support/RegistryHome.h"
 
 namespace {
 
 constexpr wchar_t kProductKey[] = L"Software\\Orvane Labs\\Varnick";
 
-class AppUtilsRegistry : public testsupport::HomeTest {
+class AppUtilsRegistry : public testsupport::RegistryHomeTest {
 protected:
-    void TearDown() override { platform::CloseRegistryConnections(); }
-
     static void Store(const wchar_t *name, const wchar_t *text) {
         CRegistry registry;
         registry.CreateAppKey(kProductKey);

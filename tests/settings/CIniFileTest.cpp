@@ -82,25 +82,22 @@ TEST_F(IniFileTest, HandWrittenFileIsReadByTheLineRules) {
         L"[abc]def\r\n"
         L"k=v\r\n"
         L"[x]y]z\r\n"
-        L"[s]\r\n");
+        L"[s]\r\n"
+        L"[open\r\n"
+        L"a=1\r\n");
     CIniFile ini(path.c_str());
     EXPECT_EQ(Names(ini, L"S"), (std::vector<std::wstring>{L"a", L";c", L" spaced "}));
     EXPECT_EQ(Value(ini, L"S", L"a"), L"b=c");
     EXPECT_EQ(Value(ini, L"S", L";c"), L"d");
     EXPECT_EQ(Value(ini, L"S", L" spaced "), L" value ");
     EXPECT_EQ(Value(ini, L"abc", L"k"), L"v");
+    // A header without its "]" keeps the line end in its name.
+    EXPECT_EQ(Value(ini, L"open\n", L"a"), L"1");
     ini.Save();
     // Section names are case-sensitive; the name runs to the last "]".
     EXPECT_EQ(SavedText(),
-              L"[S]\r\na=b=c\r\n;c=d\r\n spaced = value \r\n[abc]\r\nk=v\r\n[x]y]\r\n[s]\r\n");
-}
-
-TEST_F(IniFileTest, HeaderWithoutClosingBracketKeepsItsLineEndInTheName) {
-    WriteUtf16(L"[open\r\na=1\r\n");
-    CIniFile ini(path.c_str());
-    EXPECT_EQ(Value(ini, L"open\n", L"a"), L"1");
-    ini.Save();
-    EXPECT_EQ(SavedText(), L"[open\r\n]\r\na=1\r\n");
+              L"[S]\r\na=b=c\r\n;c=d\r\n spaced = value \r\n[abc]\r\nk=v\r\n[x]y]\r\n[s]\r\n"
+              L"[open\r\n]\r\na=1\r\n");
 }
 
 TEST_F(IniFileTest, LongLineArrivesInPiecesOf1023Characters) {
@@ -159,7 +156,10 @@ TEST_F(IniFileTest, GettersCreateTheSectionTheyLookFor) {
     EXPECT_EQ(SavedText(), L"[One]\r\n[Two]\r\n[Three]\r\n[Four]\r\n");
 }
 
-TEST_F(IniFileTest, IntReadsLikeTheRuntimeAndSaturates) {
+// Numbers read as the C runtime reads them, with its saturation; a negative
+// 64-bit number is written unsigned and does not read back; a bool is false
+// only for exactly "0".
+TEST_F(IniFileTest, NumbersReadLikeTheRuntimeAndBoolsAreFalseOnlyForExactlyZero) {
     CIniFile ini;
     ini.SetString(L"S", L"text", L"  +12abc");
     ini.SetString(L"S", L"none", L"abc");
@@ -172,38 +172,29 @@ TEST_F(IniFileTest, IntReadsLikeTheRuntimeAndSaturates) {
     // A hand-written unsigned number beyond INT_MAX stops at INT_MAX.
     ASSERT_TRUE(ini.GetInt(L"S", L"unsigned", &value));
     EXPECT_EQ(value, 2147483647u);
-}
 
-TEST_F(IniFileTest, NegativeInt64IsWrittenUnsignedAndDoesNotReadBack) {
-    CIniFile ini;
     ini.SetInt64(L"S", L"size", 5000000000LL);
     ini.SetInt64(L"S", L"negative", -1);
     EXPECT_EQ(Value(ini, L"S", L"negative"), L"18446744073709551615");
-    __int64 value = 0;
-    ASSERT_TRUE(ini.GetInt64(L"S", L"size", &value));
-    EXPECT_EQ(value, 5000000000LL);
-    ASSERT_TRUE(ini.GetInt64(L"S", L"negative", &value));
-    EXPECT_EQ(value, INT64_MAX);
+    __int64 wide = 0;
+    ASSERT_TRUE(ini.GetInt64(L"S", L"size", &wide));
+    EXPECT_EQ(wide, 5000000000LL);
+    ASSERT_TRUE(ini.GetInt64(L"S", L"negative", &wide));
+    EXPECT_EQ(wide, INT64_MAX);
     ini.SetString(L"S", L"signed", L"-42");
-    ASSERT_TRUE(ini.GetInt64(L"S", L"signed", &value));
-    EXPECT_EQ(value, -42);
-}
+    ASSERT_TRUE(ini.GetInt64(L"S", L"signed", &wide));
+    EXPECT_EQ(wide, -42);
 
-TEST_F(IniFileTest, BoolIsFalseOnlyForExactlyZero) {
-    CIniFile ini;
-    ini.SetBool(L"S", L"on", true);
     ini.SetBool(L"S", L"off", false);
-    EXPECT_EQ(Value(ini, L"S", L"on"), L"1");
-    EXPECT_EQ(Value(ini, L"S", L"off"), L"0");
     for (const wchar_t *text : {L"", L"false", L"no", L"00", L" 0", L"1"}) {
         ini.SetString(L"S", L"b", text);
-        bool value = false;
-        ASSERT_TRUE(ini.GetBool(L"S", L"b", &value));
-        EXPECT_TRUE(value) << text;
+        bool on = false;
+        ASSERT_TRUE(ini.GetBool(L"S", L"b", &on));
+        EXPECT_TRUE(on) << text;
     }
-    bool value = true;
-    ASSERT_TRUE(ini.GetBool(L"S", L"off", &value));
-    EXPECT_FALSE(value);
+    bool off = true;
+    ASSERT_TRUE(ini.GetBool(L"S", L"off", &off));
+    EXPECT_FALSE(off);
 }
 
 TEST_F(IniFileTest, LargestStructDoesNotSurviveAFile) {

@@ -9,7 +9,7 @@
 #include "CRegistry.h"
 #include "platform/Registry.h"
 #include "platform/WideText.h"
-#include "support/TempHome.h"
+#include "support/RegistryHome.h"
 
 namespace {
 
@@ -32,10 +32,8 @@ std::vector<std::wstring> TopLevelKeys(CRegistry &registry) {
     return keys;
 }
 
-class CRegistryTest : public testsupport::HomeTest {
+class CRegistryTest : public testsupport::RegistryHomeTest {
 protected:
-    void TearDown() override { platform::CloseRegistryConnections(); }
-
     // An instance whose application key exists.
     static void Prepare(CRegistry &registry, const wchar_t *path = kProductKey) {
         registry.CreateAppKey(path);

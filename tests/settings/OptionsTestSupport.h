@@ -7,14 +7,12 @@
 
 #include "platform/Registry.h"
 #include "settings/OptionStore.h"
-#include "support/TempHome.h"
+#include "support/RegistryHome.h"
 
 namespace testsupport {
 
-class JobFileTest : public HomeTest {
+class JobFileTest : public RegistryHomeTest {
 protected:
-    void TearDown() override { platform::CloseRegistryConnections(); }
-
     std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
     // A job file written by hand, as UTF-8 with its mark.
     void WriteJobFile(const std::string &text) {

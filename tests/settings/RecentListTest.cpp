@@ -9,13 +9,13 @@
 #include "CPathFolders.h"
 #include "CRegistry.h"
 #include "platform/WideText.h"
-#include "support/TempHome.h"
+#include "support/RegistryHome.h"
 
 namespace {
 
 constexpr const wchar_t *kListKey = L"Software\\Orvane Labs\\Varnick\\RecentList";
 
-class RecentListTest : public testsupport::HomeTest {
+class RecentListTest : public testsupport::RegistryHomeTest {
 protected:
     // An existing file below the home, as a wide path.
     std::wstring MakeFile(const std::string &name) {

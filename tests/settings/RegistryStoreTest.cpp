@@ -5,20 +5,12 @@
 
 #include <string>
 
-#include "CLogging.h"
 #include "CRegistry.h"
 #include "OptionsTestSupport.h"
 
 namespace {
 
-class RegistryStore : public testsupport::HomeTest {
-protected:
-    void SetUp() override { CLogging::ResetLogFolder(); }
-    void TearDown() override {
-        platform::CloseRegistryConnections();
-        CLogging::ResetLogFolder();
-    }
-};
+using RegistryStore = testsupport::RegistryHomeTest;
 
 // Each writer makes values and keys of its own and rewrites a value they share;
 // what was lost shows in the counts.

@@ -52,4 +52,15 @@ void WriteBytes(const fs::path &path, const std::string &bytes) {
     out << bytes;
 }
 
+void ExpectSameTree(const fs::path &expected, const fs::path &copy) {
+    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(expected)) {
+        const fs::path relative = fs::relative(entry.path(), expected);
+        ASSERT_TRUE(fs::exists(copy / relative)) << relative;
+        EXPECT_EQ(entry.is_directory(), fs::is_directory(copy / relative)) << relative;
+        if (entry.is_regular_file()) {
+            EXPECT_EQ(ReadBytes(entry.path()), ReadBytes(copy / relative)) << relative;
+        }
+    }
+}
+
 }  // namespace testsupport

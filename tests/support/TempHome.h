@@ -42,4 +42,8 @@ protected:
 std::string ReadBytes(const std::filesystem::path &path);
 void WriteBytes(const std::filesystem::path &path, const std::string &bytes);
 
+// Every folder and file below `expected` is in `copy`, each file with the
+// same bytes (gtest failures name the relative path).
+void ExpectSameTree(const std::filesystem::path &expected, const std::filesystem::path &copy);
+
 }  // namespace testsupport
