@@ -5,10 +5,9 @@
 #include <vector>
 
 #include "CRegistry.h"
-#include "platform/Registry.h"
 #include "platform/WideText.h"
 #include "support/ProgramRun.h"
-#include "support/TempHome.h"
+#include "support/RegistryHome.h"
 
 namespace {
 
@@ -16,10 +15,7 @@ testsupport::ProgramRun Varnick(const std::string &arguments) {
     return testsupport::RunProgram("varnick", arguments);
 }
 
-class RegExport : public testsupport::HomeTest {
-protected:
-    void TearDown() override { platform::CloseRegistryConnections(); }
-};
+using RegExport = testsupport::RegistryHomeTest;
 
 }  // namespace
 

@@ -92,8 +92,6 @@ TEST_F(VarnickCli, BadInputGivesClearMessagesAndExitCodes) {
     testsupport::ProgramRun unknown = Varnick("frobnicate");
     EXPECT_EQ(unknown.exitCode, 2);
     EXPECT_TRUE(Mentions(unknown, "unknown command 'frobnicate'"));
-    EXPECT_EQ(Varnick("").exitCode, 2);
-    EXPECT_TRUE(Mentions(Varnick("--help"), "usage: varnick"));
 
     testsupport::ProgramRun missing = Varnick("--quiet list " + Quoted(home.Path() / "none.zip"));
     EXPECT_EQ(missing.exitCode, 1) << "quiet still tells failures";
@@ -106,15 +104,10 @@ TEST_F(VarnickCli, BadInputGivesClearMessagesAndExitCodes) {
     EXPECT_NE(notArchive.output.find("varnick: "), std::string::npos) << notArchive.output;
 
     EXPECT_EQ(Varnick("list " + Quoted(text) + " --frob").exitCode, 2);
-    EXPECT_EQ(Varnick("verify").exitCode, 2);
     testsupport::ProgramRun unknownFormat =
         Varnick("create " + Quoted(home.Path() / "x.abc") + " " + Quoted(home.Path()));
     EXPECT_EQ(unknownFormat.exitCode, 2);
     EXPECT_NE(unknownFormat.output.find("unknown format"), std::string::npos);
-    EXPECT_EQ(Varnick("create " + Quoted(home.Path() / "x.zip") + " " + Quoted(home.Path()) +
-                      " --level 12")
-                  .exitCode,
-              2);
 }
 
 TEST_F(VarnickCli, APasswordProtectedArchiveNeedsTheRightPassword) {
@@ -169,12 +162,6 @@ TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders
 
 namespace {
 
-void ExpectSameTree(const std::filesystem::path &tree, const std::filesystem::path &copy) {
-    for (const char *file : {"notes.txt", "sub/data.bin", "sub/empty"}) {
-        ExpectSameFile(tree / file, copy / file);
-    }
-}
-
 // A format create writes, and how another program reads it back ("" for
 // the product's own formats).
 struct WrittenFormat {
@@ -199,7 +186,7 @@ TEST_P(VarnickCreateCli, MakesAnArchiveThatListsExpandsAndReadsElsewhere) {
 
     const auto out = home.Path() / "out";
     ASSERT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
-    ExpectSameTree(tree, out / "tree");
+    testsupport::ExpectSameTree(tree, out / "tree");
     if (*GetParam().foreignCheck) {
         EXPECT_EQ(Shell(std::string(GetParam().foreignCheck) + " " + Quoted(archive) +
                         " >/dev/null 2>&1"),
@@ -208,12 +195,12 @@ TEST_P(VarnickCreateCli, MakesAnArchiveThatListsExpandsAndReadsElsewhere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryWrittenFormat, VarnickCreateCli,
+                         // The library's formats have their own tests; here
+                         // the program's own branches: its formats, 7z through
+                         // the extension, and the ".tar.gz" written as tgz.
                          ::testing::Values(WrittenFormat{"zip", "unzip -t"},
-                                           WrittenFormat{"vnkx", ""}, WrittenFormat{"vnk", ""},
-                                           WrittenFormat{"7z", "7zz t"},
-                                           WrittenFormat{"tar", "bsdtar -tf"},
-                                           WrittenFormat{"tar.gz", "gzip -t"},
-                                           WrittenFormat{"tbz2", "bzip2 -t"}),
+                                           WrittenFormat{"vnkx", ""}, WrittenFormat{"7z", "7zz t"},
+                                           WrittenFormat{"tar.gz", "gzip -t"}),
                          [](const ::testing::TestParamInfo<WrittenFormat> &info) {
                              std::string name = info.param.extension;
                              for (char &c : name) {
@@ -263,7 +250,7 @@ TEST_F(VarnickCli, MasksPickFilesBelowFoldersAndPerItemMakesAnArchiveEach) {
 TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
     const auto tree = MakeSampleTree(home);
     // Methods whose window lies outside the default one's range, too.
-    for (const std::string method : {"deflate", "lz4", "store", "bzip2"}) {
+    for (const std::string method : {"deflate", "lz4"}) {
         const auto archive = home.Path() / ("m-" + method + ".vnkx");
         testsupport::ProgramRun run =
             Varnick("create " + Quoted(archive) + " " + Quoted(tree) + " --method " + method);
@@ -291,7 +278,7 @@ TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
     const auto out = home.Path() / "joined";
     ASSERT_EQ(
         Varnick("expand " + Quoted(parts / "big.part01.vnkx") + " -d " + Quoted(out)).exitCode, 0);
-    ExpectSameTree(tree, out / "tree");
+    testsupport::ExpectSameTree(tree, out / "tree");
 
     testsupport::ProgramRun indexed =
         Varnick("create " + Quoted(home.Path() / "indexed.vnkx") + " " + Quoted(tree) + " --index");
@@ -318,7 +305,7 @@ TEST_F(VarnickCli, OptionsThatDoNotFitTheFormatAreUsageErrors) {
         EXPECT_TRUE(Mentions(run, "usage: varnick create")) << options;
     }
     const std::string vnkx = Quoted(home.Path() / "x.vnkx") + " " + Quoted(tree);
-    for (const std::string options : {"--segment-size 12X", "--segment-size 0", "--redundancy 51",
+    for (const std::string options : {"--segment-size 12X", "--redundancy 51", "--level 12",
                                       "--method zip", "--per-item --sfx", "--password"}) {
         EXPECT_EQ(Varnick("create " + vnkx + " " + options).exitCode, 2) << options;
     }
@@ -381,7 +368,7 @@ TEST_F(VarnickCli, SelfExtractingProgramsExpandThemselves) {
         ASSERT_EQ(
             Shell(Quoted(folder / program) + " " + Quoted(out) + " </dev/null >/dev/null 2>&1"), 0)
             << program;
-        ExpectSameTree(tree, out / "tree");
+        testsupport::ExpectSameTree(tree, out / "tree");
     }
 }
 

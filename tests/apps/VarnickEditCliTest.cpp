@@ -259,10 +259,9 @@ TEST_F(VarnickEditCli, RecoversADamagedVnkxThatCarriesRecoveryData) {
 TEST_F(VarnickEditCli, BadInputIsToldWithItsExitCode) {
     const fs::path archive = Made("input.zip");
     const fs::path missing = home.Path() / "missing.zip";
+    // A command that reads the archive first, and recover, which does not.
     for (const std::string &command :
          {"add " + Quoted(missing) + " " + Quoted(extra / "new.txt"),
-          "remove " + Quoted(missing) + " a", "comment " + Quoted(missing),
-          "encrypt " + Quoted(missing) + " --password x",
           "recover " + Quoted(missing) + " -d " + Quoted(home.Path() / "r")}) {
         testsupport::ProgramRun run = Varnick(command);
         EXPECT_EQ(run.exitCode, 1) << command;
@@ -287,9 +286,7 @@ TEST_F(VarnickEditCli, BadInputIsToldWithItsExitCode) {
     EXPECT_EQ(
         Varnick("add " + Quoted(archive) + " " + Quoted(extra) + " --into docs/deeper").exitCode,
         2);
-    EXPECT_EQ(Varnick("mkdir " + Quoted(archive) + " docs/deeper sub").exitCode, 2);
     EXPECT_EQ(Varnick("extract " + Quoted(archive)).exitCode, 2);
-    EXPECT_EQ(Varnick("remove " + Quoted(archive) + " notes.txt --frob").exitCode, 2);
 }
 
 }  // namespace
