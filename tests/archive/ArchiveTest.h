@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -38,6 +39,17 @@ protected:
     static bool RunIn(const std::filesystem::path &folder, const std::string &command) {
         std::string line = "cd '" + folder.string() + "' && " + command + " >/dev/null 2>&1";
         return std::system(line.c_str()) == 0;
+    }
+
+    // What a shell command run in `folder` prints on stdout.
+    static std::string Output(const std::filesystem::path &folder, const std::string &command) {
+        std::string output;
+        FILE *pipe = popen(("cd '" + folder.string() + "' && " + command).c_str(), "r");
+        if (!pipe) return output;
+        char buffer[256];
+        while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) output.append(buffer, n);
+        pclose(pipe);
+        return output;
     }
 
     platform::HeadlessUiHost host;

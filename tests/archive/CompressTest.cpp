@@ -32,11 +32,7 @@ protected:
     }
 
     // The names a command prints, one a line, sorted.
-    std::string Listing(const std::string &command) {
-        std::string file = (work / "listing.txt").string();
-        EXPECT_TRUE(RunIn(work, "{ " + command + " | sort > '" + file + "'; }")) << command;
-        return testsupport::ReadBytes(file);
-    }
+    std::string Listing(const std::string &command) { return Output(work, command + " | sort"); }
 
     // The application log's lines that carry a property's debug text.
     static std::vector<std::string> DebugLines() {

@@ -45,10 +45,6 @@ TEST_F(ConvertTest, ZipBecomesVnkxAtTheDestinationWhichTellsTheResultsPath) {
     EXPECT_EQ(std::wstring(destination), Wide(made)) << "the engine added the extension";
     ASSERT_TRUE(fs::exists(made));
     EXPECT_TRUE(fs::exists(zip)) << "the source stays";
-
-    auto opened = MakeArchive(made);
-    RunToEnd(*opened, [&] { return opened->ExpandTo(Wide(work / "out").c_str()); });
-    EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/sub/c.txt"), "c");
     EXPECT_TRUE(host.Prompts().empty()) << "an open source needs no password";
 }
 
@@ -64,13 +60,10 @@ TEST_F(ConvertTest, WithoutDestinationTheResultLiesBesideTheSourceUnderAFreeName
     EXPECT_STREQ(password, L"untouched") << "no prompt, nothing copied";
     ExpectSample(work / "in_1.zip");
 
-    // The same beside a tar, and a vnkx made beside a zip of the same name.
-    ASSERT_TRUE(RunIn(work / "src", "tar -cf ../t.tar a.txt docs"));
-    ASSERT_TRUE(Converter().ConvertArchiveToZip(Wide(work / "t.tar").c_str(), nullptr));
-    ExpectSample(work / "t.zip");
+    // A vnkx made beside the zip it came from.
     ASSERT_TRUE(
-        Converter().ConvertArchiveToVnkx(Wide(work / "t.zip").c_str(), nullptr, nullptr, false));
-    ExpectSample(work / "t.vnkx");
+        Converter().ConvertArchiveToVnkx(Wide(work / "in_1.zip").c_str(), nullptr, nullptr, false));
+    ExpectSample(work / "in_1.vnkx");
 }
 
 TEST_F(ConvertTest, TheTypedPasswordOpensTheSourceAndProtectsTheResult) {

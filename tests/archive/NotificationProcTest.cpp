@@ -4,7 +4,6 @@
 // dialog's fields and in the prompts the headless host was asked.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <map>
 
@@ -92,22 +91,12 @@ protected:
         Forward(tap, 1, 3);
     }
 
-    static std::string Shell(const std::string &command) {
-        std::string output;
-        FILE *pipe = popen(command.c_str(), "r");
-        if (!pipe) return output;
-        char buffer[256];
-        while (fgets(buffer, sizeof buffer, pipe)) output += buffer;
-        pclose(pipe);
-        return output;
-    }
-
     std::string Listing(const std::filesystem::path &zip) {
-        return Shell("unzip -Z1 '" + zip.string() + "'");
+        return Output(work, "unzip -Z1 '" + zip.string() + "'");
     }
 
     std::string Contents(const std::filesystem::path &zip, const std::string &item) {
-        return Shell("unzip -p '" + zip.string() + "' '" + item + "'");
+        return Output(work, "unzip -p '" + zip.string() + "' '" + item + "'");
     }
 
     std::filesystem::path archivePath;
