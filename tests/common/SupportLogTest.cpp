@@ -126,7 +126,6 @@ TEST_F(SupportLogTest,
     testsupport::ScopedEnv userHome("HOME", "/home/tester");
     std::string text = SectionText(CLogging::ComputerInfo);
 
-    std::string windows = platform::ToUtf8(platform::SpecialFolder(CSIDL_WINDOWS, false));
     std::vector<std::string> lines = Lines(text);
     ASSERT_GE(lines.size(), 12u) << text;
     EXPECT_EQ(lines[0], "");
@@ -140,17 +139,12 @@ TEST_F(SupportLogTest,
         std::regex_match(lines[5], std::regex(R"(  / - size \d+\.\d\dGB, free \d+\.\d\dGB)")))
         << lines[5];
 
-    std::size_t monitors = text.find("\nNumberOfMonitors=");
-    ASSERT_NE(monitors, std::string::npos);
-    std::string rest = text.substr(monitors + 1);
-    std::string expectedTail =
-        "NumberOfMonitors=1\n"  // the headless display
-        "PrimaryMonitorScreenResolution=1024x768\n"
-        "System Directory=" +
-        windows + "/lib\nWindows Directory=" + windows + "\nEnvironment strings:\n";
-    EXPECT_EQ(rest.rfind(expectedTail, 0), 0u) << rest;
+    std::size_t strings = text.find("\nEnvironment strings:\n");
+    ASSERT_NE(strings, std::string::npos);
+    EXPECT_LT(text.find("\nNumberOfMonitors=1\n"), strings);
+    std::string rest = text.substr(strings + 22);
 
-    std::vector<std::string> environment = Lines(rest.substr(expectedTail.size()));
+    std::vector<std::string> environment = Lines(rest);
     ASSERT_EQ(environment.size(), 6u) << rest;
     EXPECT_EQ(environment[0], "HOME=/home/tester");
     EXPECT_EQ(environment[2], "LANG=%LANG%") << "an unset variable stays unexpanded";
