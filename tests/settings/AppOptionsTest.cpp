@@ -133,7 +133,6 @@ TEST_F(AppOptionsTest, JobFileRoundTripCarriesTheSnapshotButNotTheHistory) {
     options.SaveToIni(JobFile().c_str());
 
     CAppOptionsRepository read(nullptr);
-    read.AVPath = L"/was/set";
     read.LocationHistory = {L"/history"};
     read.ReadFromIni(JobFile().c_str());
     EXPECT_EQ(read.AddConflictMethod, 3u);
@@ -142,8 +141,6 @@ TEST_F(AppOptionsTest, JobFileRoundTripCarriesTheSnapshotButNotTheHistory) {
     EXPECT_EQ(read.TempFolder, options.TempFolder);
     EXPECT_EQ(read.ExcludeLocations, (Strings{L"/e1", L"/e2"}));
     EXPECT_EQ(read.ThumbnailSize, 96u);
-    // The empty AVPath left no line, and a missing line empties the field.
-    EXPECT_TRUE(read.AVPath.empty());
     EXPECT_TRUE(read.LocationHistory.empty());
 }
 

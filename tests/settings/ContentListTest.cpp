@@ -61,9 +61,7 @@ TEST_F(ContentListTest, JobFileRoundTripWithAFilterAndPathsThatHaveGoneDropped) 
     list.Filter->DateType = 3;
     list.Filter->DateStart = Ticks(0x01D9'0000'8000'0001ull);
     list.Filter->DateEnd = Ticks(0x01DA'0000'FFFF'FFFFull);
-    list.Filter->Since = 30;
     list.Filter->AddArchived = true;
-    list.Filter->SystemAndHidden = false;
     EXPECT_TRUE(list.SaveToIni(JobFile().c_str()));
 
     CNewArchiveContentList read;
@@ -81,9 +79,7 @@ TEST_F(ContentListTest, JobFileRoundTripWithAFilterAndPathsThatHaveGoneDropped) 
     // Halves with the top bit set go out as negative numbers and come back.
     EXPECT_EQ(TicksOf(read.Filter->DateStart), TicksOf(list.Filter->DateStart));
     EXPECT_EQ(TicksOf(read.Filter->DateEnd), TicksOf(list.Filter->DateEnd));
-    EXPECT_EQ(read.Filter->Since, 30u);
     EXPECT_TRUE(read.Filter->AddArchived);
-    EXPECT_FALSE(read.Filter->ResetArchived || read.Filter->SystemAndHidden);
 
     // A second read appends to the lists.
     read.ReadFromIni(JobFile().c_str());
