@@ -18,6 +18,10 @@ testsupport::ProgramRun Varnick(const std::string &arguments) {
     return testsupport::RunProgram("varnick", arguments);
 }
 
+testsupport::ProgramRun VarnickOk(const std::string &arguments) {
+    return testsupport::RunToSuccess("varnick", arguments);
+}
+
 class VarnickCli : public testsupport::HomeTest {};
 
 using testsupport::Mentions;
@@ -32,8 +36,7 @@ TEST_F(VarnickCli, ListsAFolderWithWindowsAttributesAndGroupedSizes) {
     testsupport::WriteBytes(folder / ".hidden", "h");
     std::filesystem::create_directory(folder / "sub");
 
-    testsupport::ProgramRun run = Varnick("ls '" + folder.string() + "'");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    testsupport::ProgramRun run = VarnickOk("ls '" + folder.string() + "'");
     EXPECT_NE(run.output.find("1,234,567  big.bin"), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("--h-a  "), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("d---"), std::string::npos) << run.output;
@@ -64,26 +67,20 @@ void ExpectSameFile(const std::filesystem::path &a, const std::filesystem::path 
 TEST_F(VarnickCli, ListJsonInfoAndVerifyDescribeAnArchive) {
     const auto tree = MakeSampleTree(home);
     const auto archive = home.Path() / "sample.vnkx";
-    testsupport::ProgramRun created =
-        Varnick("create " + Quoted(archive) + " " + Quoted(tree) + " --level 5");
-    ASSERT_EQ(created.exitCode, 0) << created.output;
+    VarnickOk("create " + Quoted(archive) + " " + Quoted(tree) + " --level 5");
 
-    testsupport::ProgramRun listed = Varnick("list " + Quoted(archive));
-    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    testsupport::ProgramRun listed = VarnickOk("list " + Quoted(archive));
     EXPECT_NE(listed.output.find("20,004"), std::string::npos) << listed.output;
     EXPECT_NE(listed.output.find("tree/notes.txt"), std::string::npos) << listed.output;
 
-    testsupport::ProgramRun json = Varnick("list --json " + Quoted(archive));
-    ASSERT_EQ(json.exitCode, 0) << json.output;
+    testsupport::ProgramRun json = VarnickOk("list --json " + Quoted(archive));
     EXPECT_NE(json.output.find("\"size\": 20004"), std::string::npos) << json.output;
     EXPECT_EQ(json.output.front(), '[');
 
-    testsupport::ProgramRun info = Varnick("info " + Quoted(archive));
-    ASSERT_EQ(info.exitCode, 0) << info.output;
+    testsupport::ProgramRun info = VarnickOk("info " + Quoted(archive));
     EXPECT_NE(info.output.find("files            3"), std::string::npos) << info.output;
     EXPECT_NE(info.output.find("encrypted        no"), std::string::npos) << info.output;
-    testsupport::ProgramRun quiet = Varnick("verify -q " + Quoted(archive));
-    EXPECT_EQ(quiet.exitCode, 0);
+    testsupport::ProgramRun quiet = VarnickOk("verify -q " + Quoted(archive));
     EXPECT_EQ(quiet.output, "") << "quiet prints nothing on success";
 }
 
@@ -115,10 +112,8 @@ TEST_F(VarnickCli, APasswordProtectedArchiveNeedsTheRightPassword) {
     const auto archive = home.Path() / "secret.zip";
     const auto passwordFile = home.Path() / "password";
     testsupport::WriteBytes(passwordFile, "open sesame\n");
-    ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree) + " --password-file " +
-                      Quoted(passwordFile))
-                  .exitCode,
-              0);
+    VarnickOk("create " + Quoted(archive) + " " + Quoted(tree) + " --password-file " +
+              Quoted(passwordFile));
     EXPECT_TRUE(Mentions(Varnick("info " + Quoted(archive)), "encrypted        yes"));
     testsupport::ProgramRun wrong = Varnick("expand " + Quoted(archive) + " -d " +
                                             Quoted(home.Path() / "w") + " --password nope");
@@ -126,17 +121,15 @@ TEST_F(VarnickCli, APasswordProtectedArchiveNeedsTheRightPassword) {
     EXPECT_NE(wrong.output.find("wrong password"), std::string::npos) << wrong.output;
     EXPECT_FALSE(std::filesystem::exists(home.Path() / "w" / "tree" / "notes.txt"));
 
-    testsupport::ProgramRun right =
-        Varnick("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "r") +
-                " --password 'open sesame'");
-    ASSERT_EQ(right.exitCode, 0) << right.output;
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "r") +
+              " --password 'open sesame'");
     ExpectSameFile(tree / "notes.txt", home.Path() / "r" / "tree" / "notes.txt");
 }
 
 TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders) {
     const auto tree = MakeSampleTree(home);
     const auto archive = home.Path() / "again.zip";
-    ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree)).exitCode, 0);
+    VarnickOk("create " + Quoted(archive) + " " + Quoted(tree));
     const auto out = home.Path() / "out";
     const auto notes = out / "tree" / "notes.txt";
     const auto own = out / "tree" / "own.txt";
@@ -144,11 +137,10 @@ TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders
     testsupport::WriteBytes(notes, "mine");
     testsupport::WriteBytes(own, "kept");
 
-    EXPECT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --skip").exitCode, 0);
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(out) + " --skip");
     EXPECT_EQ(testsupport::ReadBytes(notes), "mine");
 
-    EXPECT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --overwrite").exitCode,
-              0);
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(out) + " --overwrite");
     ExpectSameFile(tree / "notes.txt", notes);
     ExpectSameFile(tree / "sub" / "data.bin", out / "tree" / "sub" / "data.bin");
     EXPECT_EQ(testsupport::ReadBytes(own), "kept");
@@ -156,7 +148,7 @@ TEST_F(VarnickCli, ExpandKeepsWhatIsThereUnlessToldToOverwriteWhichMergesFolders
 
     // --yes answers the question with an overwrite too.
     testsupport::WriteBytes(notes, "mine");
-    ASSERT_EQ(Varnick("--yes expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
+    VarnickOk("--yes expand " + Quoted(archive) + " -d " + Quoted(out));
     ExpectSameFile(tree / "notes.txt", notes);
 }
 
@@ -176,16 +168,14 @@ class VarnickCreateCli : public VarnickCli, public ::testing::WithParamInterface
 TEST_P(VarnickCreateCli, MakesAnArchiveThatListsExpandsAndReadsElsewhere) {
     const auto tree = MakeSampleTree(home);
     const auto archive = home.Path() / (std::string("sample.") + GetParam().extension);
-    testsupport::ProgramRun created = Varnick("create " + Quoted(archive) + " " + Quoted(tree));
-    ASSERT_EQ(created.exitCode, 0) << created.output;
+    testsupport::ProgramRun created = VarnickOk("create " + Quoted(archive) + " " + Quoted(tree));
     EXPECT_TRUE(Mentions(created, archive.string())) << created.output;
 
-    testsupport::ProgramRun listed = Varnick("list " + Quoted(archive));
-    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    testsupport::ProgramRun listed = VarnickOk("list " + Quoted(archive));
     EXPECT_TRUE(Mentions(listed, "tree/sub/data.bin")) << listed.output;
 
     const auto out = home.Path() / "out";
-    ASSERT_EQ(Varnick("expand " + Quoted(archive) + " -d " + Quoted(out)).exitCode, 0);
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(out));
     testsupport::ExpectSameTree(tree, out / "tree");
     if (*GetParam().foreignCheck) {
         EXPECT_EQ(Shell(std::string(GetParam().foreignCheck) + " " + Quoted(archive) +
@@ -213,8 +203,7 @@ TEST_F(VarnickCli, OneFileCompressorsWriteTheFileAlone) {
     const auto tree = MakeSampleTree(home);
     for (const std::string kind : {"gz", "bz2"}) {
         const auto archive = home.Path() / ("notes." + kind);
-        ASSERT_EQ(Varnick("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt")).exitCode,
-                  0);
+        VarnickOk("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt"));
         const std::string tool = kind == "gz" ? "gzip" : "bzip2";
         EXPECT_EQ(
             Shell(tool + " -dc " + Quoted(archive) + " | cmp -s - " + Quoted(tree / "notes.txt")),
@@ -226,10 +215,8 @@ TEST_F(VarnickCli, OneFileCompressorsWriteTheFileAlone) {
 TEST_F(VarnickCli, MasksPickFilesBelowFoldersAndPerItemMakesAnArchiveEach) {
     const auto tree = MakeSampleTree(home);
     const auto masked = home.Path() / "masked.zip";
-    ASSERT_EQ(Varnick("create " + Quoted(masked) + " " + Quoted(tree) +
-                      " --mask '*.txt;*.nothing' --mask 'EMP*'")
-                  .exitCode,
-              0);
+    VarnickOk("create " + Quoted(masked) + " " + Quoted(tree) +
+              " --mask '*.txt;*.nothing' --mask 'EMP*'");
     testsupport::ProgramRun listed = Varnick("list " + Quoted(masked));
     EXPECT_TRUE(Mentions(listed, "tree/notes.txt")) << listed.output;
     EXPECT_TRUE(Mentions(listed, "tree/sub/empty")) << listed.output;
@@ -237,10 +224,8 @@ TEST_F(VarnickCli, MasksPickFilesBelowFoldersAndPerItemMakesAnArchiveEach) {
 
     // Each PATH alone, named after itself, in the folder of ARCHIVE.
     const auto each = home.Scratch("each");
-    ASSERT_EQ(Varnick("create " + Quoted(each / "any.vnkx") + " " + Quoted(tree / "notes.txt") +
-                      " " + Quoted(tree / "sub") + " --per-item")
-                  .exitCode,
-              0);
+    VarnickOk("create " + Quoted(each / "any.vnkx") + " " + Quoted(tree / "notes.txt") + " " +
+              Quoted(tree / "sub") + " --per-item");
     EXPECT_TRUE(std::filesystem::exists(each / "notes.txt.vnkx"));
     EXPECT_TRUE(std::filesystem::exists(each / "sub.vnkx"));
     EXPECT_FALSE(std::filesystem::exists(each / "any.vnkx"));
@@ -252,45 +237,36 @@ TEST_F(VarnickCli, SettingsOfTheCommandLineReachTheArchive) {
     // Methods whose window lies outside the default one's range, too.
     for (const std::string method : {"deflate", "lz4"}) {
         const auto archive = home.Path() / ("m-" + method + ".vnkx");
-        testsupport::ProgramRun run =
-            Varnick("create " + Quoted(archive) + " " + Quoted(tree) + " --method " + method);
-        ASSERT_EQ(run.exitCode, 0) << method << ": " << run.output;
-        EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 0) << method;
+        VarnickOk("create " + Quoted(archive) + " " + Quoted(tree) + " --method " + method);
+        VarnickOk("verify " + Quoted(archive));
     }
     const auto stored = home.Path() / "stored.zip";
-    ASSERT_EQ(Varnick("create " + Quoted(stored) + " " + Quoted(tree) + " --method store").exitCode,
-              0);
+    VarnickOk("create " + Quoted(stored) + " " + Quoted(tree) + " --method store");
     EXPECT_GE(std::filesystem::file_size(stored), 20004u);
 
     const auto noted = home.Path() / "noted.vnkx";
-    ASSERT_EQ(Varnick("create " + Quoted(noted) + " " + Quoted(tree) +
-                      " --comment 'for the record' --redundancy 10 --level 3")
-                  .exitCode,
-              0);
+    VarnickOk("create " + Quoted(noted) + " " + Quoted(tree) +
+              " --comment 'for the record' --redundancy 10 --level 3");
     EXPECT_TRUE(Mentions(Varnick("info " + Quoted(noted)), "comment          for the record"));
 
     // Segments hold the archive between them, read from the first.
     const auto parts = home.Scratch("parts");
-    testsupport::ProgramRun split = Varnick("create " + Quoted(parts / "big.vnkx") + " " +
-                                            Quoted(tree) + " --method store --segment-size 8k");
-    ASSERT_EQ(split.exitCode, 0) << split.output;
+    VarnickOk("create " + Quoted(parts / "big.vnkx") + " " + Quoted(tree) +
+              " --method store --segment-size 8k");
     EXPECT_TRUE(std::filesystem::exists(parts / "big.part03.vnkx"));
     const auto out = home.Path() / "joined";
-    ASSERT_EQ(
-        Varnick("expand " + Quoted(parts / "big.part01.vnkx") + " -d " + Quoted(out)).exitCode, 0);
+    VarnickOk("expand " + Quoted(parts / "big.part01.vnkx") + " -d " + Quoted(out));
     testsupport::ExpectSameTree(tree, out / "tree");
 
-    testsupport::ProgramRun indexed =
-        Varnick("create " + Quoted(home.Path() / "indexed.vnkx") + " " + Quoted(tree) + " --index");
-    ASSERT_EQ(indexed.exitCode, 0) << indexed.output;
+    testsupport::ProgramRun indexed = VarnickOk("create " + Quoted(home.Path() / "indexed.vnkx") +
+                                                " " + Quoted(tree) + " --index");
     std::smatch index;
     ASSERT_TRUE(std::regex_search(indexed.output, index, std::regex("index (.*\\.vidx)\n")))
         << indexed.output;
     EXPECT_TRUE(std::filesystem::exists(index[1].str())) << index[1];
 
     const auto moved = home.Path() / "moved.zip";
-    ASSERT_EQ(
-        Varnick("create " + Quoted(moved) + " " + Quoted(tree) + " --delete-sources").exitCode, 0);
+    VarnickOk("create " + Quoted(moved) + " " + Quoted(tree) + " --delete-sources");
     EXPECT_FALSE(std::filesystem::exists(tree / "notes.txt"));
     EXPECT_TRUE(Mentions(Varnick("list " + Quoted(moved)), "tree/notes.txt"));
 }
@@ -316,15 +292,14 @@ TEST_F(VarnickCli, OptionsThatDoNotFitTheFormatAreUsageErrors) {
 TEST_F(VarnickCli, ConvertsBetweenZipAndVnkxBesideTheSource) {
     const auto tree = MakeSampleTree(home);
     const auto folder = home.Scratch("convert");
-    ASSERT_EQ(Varnick("create " + Quoted(folder / "a.zip") + " " + Quoted(tree)).exitCode, 0);
-    testsupport::ProgramRun toVnkx = Varnick("convert " + Quoted(folder / "a.zip") + " --to vnkx");
-    ASSERT_EQ(toVnkx.exitCode, 0) << toVnkx.output;
+    VarnickOk("create " + Quoted(folder / "a.zip") + " " + Quoted(tree));
+    testsupport::ProgramRun toVnkx =
+        VarnickOk("convert " + Quoted(folder / "a.zip") + " --to vnkx");
     ASSERT_TRUE(std::filesystem::exists(folder / "a.vnkx")) << toVnkx.output;
     EXPECT_TRUE(Mentions(Varnick("info " + Quoted(folder / "a.vnkx")), "Varnick X"));
 
     std::filesystem::remove(folder / "a.zip");
-    testsupport::ProgramRun toZip = Varnick("convert " + Quoted(folder / "a.vnkx") + " --to zip");
-    ASSERT_EQ(toZip.exitCode, 0) << toZip.output;
+    testsupport::ProgramRun toZip = VarnickOk("convert " + Quoted(folder / "a.vnkx") + " --to zip");
     EXPECT_TRUE(Mentions(toZip, (folder / "a.zip").string())) << toZip.output;
     EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to zip").exitCode, 1);
     EXPECT_EQ(Varnick("convert " + Quoted(folder / "a.zip") + " --to rar").exitCode, 2);
@@ -334,7 +309,7 @@ TEST_F(VarnickCli, AnEncryptedArchiveConvertsWithItsPasswordOnly) {
     const auto tree = MakeSampleTree(home);
     const auto folder = home.Scratch("secret");
     const auto source = Quoted(folder / "s.zip");
-    ASSERT_EQ(Varnick("create " + source + " " + Quoted(tree) + " --password abc").exitCode, 0);
+    VarnickOk("create " + source + " " + Quoted(tree) + " --password abc");
     testsupport::ProgramRun without = Varnick("convert " + source + " --to vnkx </dev/null");
     EXPECT_EQ(without.exitCode, 1);
     EXPECT_TRUE(Mentions(without, "give --password")) << without.output;
@@ -344,22 +319,20 @@ TEST_F(VarnickCli, AnEncryptedArchiveConvertsWithItsPasswordOnly) {
     EXPECT_TRUE(Mentions(wrong, "wrong password")) << wrong.output;
     EXPECT_FALSE(std::filesystem::exists(folder / "s.vnkx"));
 
-    ASSERT_EQ(Varnick("convert " + source + " --to vnkx --password abc").exitCode, 0);
+    VarnickOk("convert " + source + " --to vnkx --password abc");
     const auto result = Quoted(folder / "s.vnkx");
     EXPECT_TRUE(Mentions(Varnick("info " + result), "encrypted        yes"));
-    EXPECT_EQ(Varnick("verify " + result + " --password abc").exitCode, 0);
+    VarnickOk("verify " + result + " --password abc");
 }
 
 TEST_F(VarnickCli, SelfExtractingProgramsExpandThemselves) {
     const auto tree = MakeSampleTree(home);
     const auto folder = home.Scratch("sfx");
     // One made from an archive that is there, one made by create.
-    ASSERT_EQ(Varnick("create " + Quoted(folder / "a.vnkx") + " " + Quoted(tree)).exitCode, 0);
-    testsupport::ProgramRun made = Varnick("sfx " + Quoted(folder / "a.vnkx"));
-    ASSERT_EQ(made.exitCode, 0) << made.output;
+    VarnickOk("create " + Quoted(folder / "a.vnkx") + " " + Quoted(tree));
+    VarnickOk("sfx " + Quoted(folder / "a.vnkx"));
     EXPECT_TRUE(std::filesystem::exists(folder / "a.vnkx"));
-    ASSERT_EQ(
-        Varnick("create " + Quoted(folder / "b.zip") + " " + Quoted(tree) + " --sfx").exitCode, 0);
+    VarnickOk("create " + Quoted(folder / "b.zip") + " " + Quoted(tree) + " --sfx");
     EXPECT_FALSE(std::filesystem::exists(folder / "b.zip"));
 
     for (const std::string program : {"a.exe", "b.exe"}) {
@@ -387,13 +360,11 @@ TEST_F(VarnickCli, DigestsMatchTheSystemToolsAndAreWrittenBesideTheFile) {
     std::string sha1 = systemDigest("sha1sum");
     for (char &c : sha1) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
 
-    testsupport::ProgramRun both = Varnick("digest " + Quoted(file));
-    ASSERT_EQ(both.exitCode, 0) << both.output;
+    testsupport::ProgramRun both = VarnickOk("digest " + Quoted(file));
     EXPECT_TRUE(Mentions(both, "MD5  " + md5)) << both.output;
     EXPECT_TRUE(Mentions(both, "SHA1 " + sha1)) << both.output;
 
-    testsupport::ProgramRun written = Varnick("digest " + Quoted(file) + " --sha1 --write");
-    ASSERT_EQ(written.exitCode, 0) << written.output;
+    testsupport::ProgramRun written = VarnickOk("digest " + Quoted(file) + " --sha1 --write");
     EXPECT_FALSE(Mentions(written, "MD5")) << written.output;
     EXPECT_FALSE(std::filesystem::exists(tree / "notes.txt.md5"));
     EXPECT_EQ(testsupport::ReadBytes(tree / "notes.txt.sha1"), sha1 + "\r\n");

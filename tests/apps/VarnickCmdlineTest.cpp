@@ -63,6 +63,9 @@ protected:
     testsupport::ProgramRun RunJob() {
         return testsupport::RunProgram("varnick-cmdline", "'" + job.string() + "'");
     }
+    testsupport::ProgramRun RunJobOk() {
+        return testsupport::RunToSuccess("varnick-cmdline", "'" + job.string() + "'");
+    }
 
     std::vector<std::wstring> NewArcNames() const {
         CArchiveINI readBack;
@@ -74,8 +77,7 @@ protected:
     void Compressed(const fs::path &archive, DWORD formatType) {
         WriteJob(archive, formatType);
         AskFor(0);  // a job written over an older one keeps its ContextMenu
-        testsupport::ProgramRun run = RunJob();
-        ASSERT_EQ(run.exitCode, 0) << run.output;
+        RunJobOk();
     }
 
     // Runs `program` to expand itself into `out` and checks the sample.
@@ -95,8 +97,7 @@ TEST_F(VarnickCmdline, CompressJobMakesTheZipAndRecordsItsNameAndLogWhereverTheJ
     const fs::path archive = work / "out.zip";
     WriteJob(archive);
 
-    testsupport::ProgramRun run = RunJob();
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    RunJobOk();
     EXPECT_TRUE(Shell("unzip -tq '" + archive.string() + "' >/dev/null"));
     EXPECT_TRUE(Shell("unzip -Z1 '" + archive.string() + "' | grep -qx 'docs/b.txt'"));
 
@@ -116,7 +117,7 @@ TEST_F(VarnickCmdline, CompressJobMakesTheZipAndRecordsItsNameAndLogWhereverTheJ
         ini.SetString(L"CmdLine", L"LogFile", Wide(named).c_str());
         ini.Save();
     }
-    ASSERT_EQ(RunJob().exitCode, 0);
+    RunJobOk();
     EXPECT_EQ(GetLogFile(Wide(job).c_str()), Wide(named));
     EXPECT_GT(fs::file_size(named), 0u);
 }
@@ -150,16 +151,14 @@ TEST_F(VarnickCmdline, ExpandJobsWriteIntoTheNamedFolderOrBesideTheArchive) {
     const fs::path target = work / "target";
     WriteJob(work / "in.zip");
     AskFor(2, target);
-    testsupport::ProgramRun run = RunJob();
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    RunJobOk();
     EXPECT_EQ(testsupport::ReadBytes(target / "docs/b.txt"), "bee");
 
     fs::create_directories(work / "here");
     fs::copy_file(work / "in.zip", work / "here/in.zip");
     WriteJob(work / "here/in.zip");
     AskFor(3);
-    run = RunJob();
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    RunJobOk();
     EXPECT_EQ(testsupport::ReadBytes(work / "here/a.txt"), std::string(4000, 'a'));
 }
 
@@ -196,13 +195,13 @@ TEST_F(VarnickCmdline, ConvertJobsWriteTheOtherFormatBesideTheArchiveAndKeepIt) 
         const fs::path out = work / ("out-" + std::string(test.made));
         WriteJob(work / test.made, GetFormatType(Wide(work / test.made).c_str()));
         AskFor(2, out);
-        ASSERT_EQ(RunJob().exitCode, 0);
+        RunJobOk();
         EXPECT_EQ(testsupport::ReadBytes(out / "docs/b.txt"), "bee");
     }
     // A second conversion of the same archive takes the next free name.
     Compressed(work / "z.zip", format::zip);
     AskFor(6);
-    ASSERT_EQ(RunJob().exitCode, 0);
+    RunJobOk();
     EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(work / "z_1.vnkx")});
 }
 
@@ -214,8 +213,7 @@ TEST_F(VarnickCmdline, SelfExtractingJobsLeaveAProgramBesideTheSources) {
         SCOPED_TRACE(archive.string());
         WriteJob(archive, formatType);
         AskFor(7);
-        testsupport::ProgramRun run = RunJob();
-        ASSERT_EQ(run.exitCode, 0) << run.output;
+        RunJobOk();
         ASSERT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)})
             << "the program takes the archive's place";
         EXPECT_TRUE(fs::is_empty(temp)) << "nothing is left in the temporary folder";
@@ -230,8 +228,7 @@ TEST_F(VarnickCmdline, AMailJobHandsTheArchiveToTheMailProgram) {
     const fs::path archive = work / "mailed.zip";
     WriteJob(archive);
     AskFor(8);
-    testsupport::ProgramRun run = RunJob();
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    RunJobOk();
     const auto calls = tools.WaitForCalls(1);
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0], (testsupport::RecordedCall{"xdg-email", "--attach", archive.string()}));
@@ -240,10 +237,9 @@ TEST_F(VarnickCmdline, AMailJobHandsTheArchiveToTheMailProgram) {
 
 TEST_F(VarnickCmdline, VarnickJobWritesAJobAndRunsItAsTheRunnerDoes) {
     const fs::path archive = work / "cli.vnkx";
-    testsupport::ProgramRun written = testsupport::RunProgram(
+    testsupport::RunToSuccess(
         "varnick", "job --new '" + job.string() + "' --archive '" + archive.string() + "' '" +
                        (work / "src/a.txt").string() + "' '" + (work / "src/docs").string() + "'");
-    ASSERT_EQ(written.exitCode, 0) << written.output;
     EXPECT_FALSE(fs::exists(archive)) << "writing a job runs nothing";
     {
         CArchiveINI read;
@@ -253,34 +249,22 @@ TEST_F(VarnickCmdline, VarnickJobWritesAJobAndRunsItAsTheRunnerDoes) {
         EXPECT_EQ(read.GetArchiveContent()->Files.size(), 1u);
     }
 
-    testsupport::ProgramRun run = testsupport::RunProgram("varnick", "job '" + job.string() + "'");
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    testsupport::RunToSuccess("varnick", "job '" + job.string() + "'");
     EXPECT_EQ(NewArcNames(), std::vector<std::wstring>{Wide(archive)});
     testsupport::ProgramRun results =
         testsupport::RunProgram("varnick", "job --results '" + job.string() + "'");
     EXPECT_EQ(results.output, "new archive: " + archive.string() + "\nlog: " +
                                   platform::ToUtf8(GetLogFile(Wide(job).c_str())) + "\n");
     AskFor(2, work / "out");
-    ASSERT_EQ(testsupport::RunProgram("varnick", "job '" + job.string() + "'").exitCode, 0);
+    testsupport::RunToSuccess("varnick", "job '" + job.string() + "'");
     EXPECT_EQ(testsupport::ReadBytes(work / "out/docs/b.txt"), "bee");
 
-    struct Misuse {
-        const char *arguments;
-        int exitCode;
-    };
-    const std::string none = "'" + (work / "none").string() + "'";
-    const Misuse misuses[] = {
-        {"job", 2},
-        {"job --new x.ini", 2},
-        {"job --new x.ini --archive y.unknownformat a.txt", 2},
-        {"job --frobnicate x.ini", 2},
-        {"job --new x.ini --archive y.zip no-such-file", 1},
-    };
-    for (const Misuse &misuse : misuses) {
-        EXPECT_EQ(testsupport::RunProgram("varnick", misuse.arguments).exitCode, misuse.exitCode)
-            << misuse.arguments;
-    }
-    EXPECT_EQ(testsupport::RunProgram("varnick", "job " + none).exitCode, 1);
+    for (const char *misuse : {"job", "job --new x.ini --archive y.unknownformat a.txt"})
+        EXPECT_EQ(testsupport::RunProgram("varnick", misuse).exitCode, 2) << misuse;
+    EXPECT_EQ(
+        testsupport::RunProgram("varnick", "job --new x.ini --archive y.zip nothing").exitCode, 1);
+    EXPECT_EQ(testsupport::RunProgram("varnick", "job '" + (work / "none").string() + "'").exitCode,
+              1);
 }
 
 TEST_F(VarnickCmdline, AnInterruptCancelsTheRunWithExitCodeThree) {

@@ -28,9 +28,12 @@ protected:
         testsupport::WriteBytes(extra / "new.txt", "added later");
     }
 
+    // Standard input is no terminal: nobody answers a prompt.
     testsupport::ProgramRun Varnick(const std::string &arguments) {
-        // Standard input is no terminal: nobody answers a prompt.
         return testsupport::RunProgram("varnick", arguments + " < /dev/null");
+    }
+    testsupport::ProgramRun VarnickOk(const std::string &arguments) {
+        return testsupport::RunToSuccess("varnick", arguments + " < /dev/null");
     }
 
     // An archive of the files of `tree` (not the folder itself), so that
@@ -38,15 +41,13 @@ protected:
     fs::path Made(const std::string &name, const std::string &options = "") {
         const fs::path archive = home.Path() / name;
         testsupport::ProgramRun run =
-            Varnick("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt") + " " +
-                    Quoted(tree / "docs") + " " + options);
-        EXPECT_EQ(run.exitCode, 0) << run.output;
+            VarnickOk("create " + Quoted(archive) + " " + Quoted(tree / "notes.txt") + " " +
+                      Quoted(tree / "docs") + " " + options);
         return archive;
     }
 
     std::string Listing(const fs::path &archive, const std::string &options = "") {
-        testsupport::ProgramRun run = Varnick("list --json " + Quoted(archive) + " " + options);
-        EXPECT_EQ(run.exitCode, 0) << run.output;
+        testsupport::ProgramRun run = VarnickOk("list --json " + Quoted(archive) + " " + options);
         return run.output;
     }
 
@@ -65,47 +66,33 @@ TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
     const fs::path archive = Made(std::string("edit.") + GetParam());
 
     testsupport::ProgramRun added =
-        Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into docs");
-    ASSERT_EQ(added.exitCode, 0) << added.output;
+        VarnickOk("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into docs");
     EXPECT_TRUE(Lists(Listing(archive), "docs/new.txt")) << Listing(archive);
 
     // A folder that is not there yet is made first.
-    ASSERT_EQ(Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into more")
-                  .exitCode,
-              0);
+    VarnickOk("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --into more");
     EXPECT_TRUE(Lists(Listing(archive), "more/new.txt"));
 
     // A password encrypts what is added.
-    ASSERT_EQ(Varnick("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --password pw")
-                  .exitCode,
-              0);
+    VarnickOk("add " + Quoted(archive) + " " + Quoted(extra / "new.txt") + " --password pw");
     const fs::path secret = home.Path() / "secret";
     EXPECT_EQ(Varnick("extract " + Quoted(archive) + " new.txt -d " + Quoted(secret)).exitCode, 1);
-    EXPECT_EQ(
-        Varnick("extract " + Quoted(archive) + " new.txt -d " + Quoted(secret) + " --password pw")
-            .exitCode,
-        0);
+    VarnickOk("extract " + Quoted(archive) + " new.txt -d " + Quoted(secret) + " --password pw");
     EXPECT_EQ(testsupport::ReadBytes(secret / "new.txt"), "added later");
 
-    testsupport::ProgramRun made = Varnick("mkdir " + Quoted(archive) + " docs sub");
-    ASSERT_EQ(made.exitCode, 0) << made.output;
-    testsupport::ProgramRun atTop = Varnick("mkdir " + Quoted(archive) + " / top");
-    ASSERT_EQ(atTop.exitCode, 0) << atTop.output;
+    VarnickOk("mkdir " + Quoted(archive) + " docs sub");
+    VarnickOk("mkdir " + Quoted(archive) + " / top");
     std::string listing = Listing(archive);
     EXPECT_TRUE(Lists(listing, "docs/sub/")) << listing;
     EXPECT_TRUE(Lists(listing, "top/")) << listing;
     EXPECT_EQ(Varnick("mkdir " + Quoted(archive) + " / top").exitCode, 1);
 
-    testsupport::ProgramRun renamed =
-        Varnick("rename " + Quoted(archive) + " docs/a.txt first.txt");
-    ASSERT_EQ(renamed.exitCode, 0) << renamed.output;
+    VarnickOk("rename " + Quoted(archive) + " docs/a.txt first.txt");
     listing = Listing(archive);
     EXPECT_TRUE(Lists(listing, "docs/first.txt")) << listing;
     EXPECT_FALSE(Lists(listing, "docs/a.txt")) << listing;
 
-    testsupport::ProgramRun removed =
-        Varnick("remove " + Quoted(archive) + " notes.txt docs/b.txt more/");
-    ASSERT_EQ(removed.exitCode, 0) << removed.output;
+    VarnickOk("remove " + Quoted(archive) + " notes.txt docs/b.txt more/");
     listing = Listing(archive);
     EXPECT_FALSE(Lists(listing, "notes.txt")) << listing;
     EXPECT_FALSE(Lists(listing, "docs/b.txt")) << listing;
@@ -114,8 +101,7 @@ TEST_P(VarnickEditFormats, AddsIntoAFolderMakesFoldersRenamesAndRemovesItems) {
 
     // Whatever was left still expands whole.
     const fs::path out = home.Path() / "out";
-    ASSERT_EQ(
-        Varnick("expand " + Quoted(archive) + " -d " + Quoted(out) + " --password pw").exitCode, 0);
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(out) + " --password pw");
     EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "first.txt"), "alpha");
     EXPECT_EQ(testsupport::ReadBytes(out / "docs" / "new.txt"), "added later");
 }
@@ -125,30 +111,21 @@ INSTANTIATE_TEST_SUITE_P(Formats, VarnickEditFormats, ::testing::Values("zip", "
 TEST_F(VarnickEditCli, ExtractsChosenItemsUnderTheirOwnNamesAndKeepsFilesUnlessTold) {
     const fs::path archive = Made("pick.zip");
     const fs::path out = home.Path() / "picked";
-    testsupport::ProgramRun run =
-        Varnick("extract " + Quoted(archive) + " notes.txt docs/b.txt -d " + Quoted(out));
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    VarnickOk("extract " + Quoted(archive) + " notes.txt docs/b.txt -d " + Quoted(out));
     EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), std::string(5000, 'n'));
     EXPECT_EQ(testsupport::ReadBytes(out / "b.txt"), "beta");
     EXPECT_FALSE(fs::exists(out / "a.txt"));
     EXPECT_FALSE(fs::exists(out / "docs"));
 
     // A folder brings what it holds.
-    ASSERT_EQ(
-        Varnick("extract " + Quoted(archive) + " /docs/ -d " + Quoted(home.Path() / "f")).exitCode,
-        0);
+    VarnickOk("extract " + Quoted(archive) + " /docs/ -d " + Quoted(home.Path() / "f"));
     EXPECT_EQ(testsupport::ReadBytes(home.Path() / "f" / "docs" / "a.txt"), "alpha");
     EXPECT_EQ(testsupport::ReadBytes(home.Path() / "f" / "docs" / "b.txt"), "beta");
 
     testsupport::WriteBytes(out / "notes.txt", "mine");
-    EXPECT_EQ(
-        Varnick("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --skip").exitCode,
-        0);
+    VarnickOk("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --skip");
     EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), "mine");
-    EXPECT_EQ(
-        Varnick("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --overwrite")
-            .exitCode,
-        0);
+    VarnickOk("extract " + Quoted(archive) + " notes.txt -d " + Quoted(out) + " --overwrite");
     EXPECT_EQ(testsupport::ReadBytes(out / "notes.txt"), std::string(5000, 'n'));
 }
 
@@ -171,10 +148,8 @@ TEST_F(VarnickEditCli, AnItemThatIsNotInTheArchiveChangesNothing) {
 
 TEST_F(VarnickEditCli, ACommentIsSetAndReadBackOnVnkxOnly) {
     const fs::path vnkx = Made("noted.vnkx");
-    testsupport::ProgramRun set = Varnick("comment " + Quoted(vnkx) + " 'kept for the audit'");
-    ASSERT_EQ(set.exitCode, 0) << set.output;
-    testsupport::ProgramRun read = Varnick("comment " + Quoted(vnkx));
-    ASSERT_EQ(read.exitCode, 0) << read.output;
+    VarnickOk("comment " + Quoted(vnkx) + " 'kept for the audit'");
+    testsupport::ProgramRun read = VarnickOk("comment " + Quoted(vnkx));
     EXPECT_EQ(read.output, "kept for the audit\n");
     EXPECT_TRUE(Mentions(Varnick("info " + Quoted(vnkx)), "kept for the audit"));
 
@@ -191,9 +166,7 @@ TEST_P(VarnickProtectFormats, EncryptedArchiveNeedsThePasswordUntilDecrypted) {
     const fs::path archive = Made(std::string("guarded.") + GetParam());
     const fs::path passwordFile = home.Path() / "password";
     testsupport::WriteBytes(passwordFile, "open sesame\n");
-    testsupport::ProgramRun encrypted =
-        Varnick("encrypt " + Quoted(archive) + " --password-file " + Quoted(passwordFile));
-    ASSERT_EQ(encrypted.exitCode, 0) << encrypted.output;
+    VarnickOk("encrypt " + Quoted(archive) + " --password-file " + Quoted(passwordFile));
     EXPECT_EQ(Varnick("encrypt " + Quoted(archive) + " --password x").exitCode, 1);
 
     testsupport::ProgramRun without =
@@ -208,12 +181,8 @@ TEST_P(VarnickProtectFormats, EncryptedArchiveNeedsThePasswordUntilDecrypted) {
     EXPECT_EQ(unasked.exitCode, 1) << unasked.output;
     EXPECT_TRUE(Mentions(unasked, "give --password")) << unasked.output;
 
-    testsupport::ProgramRun decrypted =
-        Varnick("decrypt " + Quoted(archive) + " --password 'open sesame'");
-    ASSERT_EQ(decrypted.exitCode, 0) << decrypted.output;
-    testsupport::ProgramRun plain =
-        Varnick("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "b"));
-    ASSERT_EQ(plain.exitCode, 0) << plain.output;
+    VarnickOk("decrypt " + Quoted(archive) + " --password 'open sesame'");
+    VarnickOk("expand " + Quoted(archive) + " -d " + Quoted(home.Path() / "b"));
     EXPECT_EQ(testsupport::ReadBytes(home.Path() / "b" / "docs" / "a.txt"), "alpha");
     EXPECT_EQ(Varnick("decrypt " + Quoted(archive) + " --password x").exitCode, 1);
 }
@@ -233,10 +202,10 @@ TEST_F(VarnickEditCli, OnATerminalANewPasswordIsTypedTwiceAndTheOldOneOnce) {
     // The first pair differs, so the new password is asked for again.
     ASSERT_EQ(OnATerminal("encrypt " + Quoted(archive), "abc\\nabd\\nxyz\\nxyz\\n"), 0);
     EXPECT_EQ(Varnick("verify " + Quoted(archive) + " --password abc").exitCode, 1);
-    EXPECT_EQ(Varnick("verify " + Quoted(archive) + " --password xyz").exitCode, 0);
+    VarnickOk("verify " + Quoted(archive) + " --password xyz");
 
     ASSERT_EQ(OnATerminal("decrypt " + Quoted(archive), "xyz\\n"), 0);
-    EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 0);
+    VarnickOk("verify " + Quoted(archive));
 }
 
 TEST_F(VarnickEditCli, RecoversADamagedVnkxThatCarriesRecoveryData) {
@@ -248,10 +217,9 @@ TEST_F(VarnickEditCli, RecoversADamagedVnkxThatCarriesRecoveryData) {
     EXPECT_EQ(Varnick("verify " + Quoted(archive)).exitCode, 1);
 
     const fs::path repaired = home.Path() / "repaired";
-    testsupport::ProgramRun run = Varnick("recover " + Quoted(archive) + " -d " + Quoted(repaired));
-    ASSERT_EQ(run.exitCode, 0) << run.output;
+    VarnickOk("recover " + Quoted(archive) + " -d " + Quoted(repaired));
     EXPECT_EQ(testsupport::ReadBytes(repaired / "guarded.vnkx"), bytes);
-    EXPECT_EQ(Varnick("verify " + Quoted(repaired / "guarded.vnkx")).exitCode, 0);
+    VarnickOk("verify " + Quoted(repaired / "guarded.vnkx"));
 
     EXPECT_EQ(Varnick("recover " + Quoted(archive)).exitCode, 2);
 }

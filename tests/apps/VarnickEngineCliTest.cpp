@@ -16,6 +16,9 @@ using testsupport::WriteBytes;
 testsupport::ProgramRun Engine(const std::string &arguments) {
     return testsupport::RunProgram("varnick-engine", arguments);
 }
+testsupport::ProgramRun EngineOk(const std::string &arguments) {
+    return testsupport::RunToSuccess("varnick-engine", arguments);
+}
 
 using testsupport::Quoted;
 
@@ -41,38 +44,32 @@ TEST_F(VarnickEngineCli, ZipRoundTripRestoresEveryFileAndListsAndTestsTheArchive
     fs::path sources = MakeSources();
     fs::path archive = home.Scratch("out") / "tree.zip";
 
-    auto created = Engine("a --level 6 " + Quoted(archive) + " " + Quoted(sources));
-    ASSERT_EQ(created.exitCode, 0) << created.output;
+    EngineOk("a --level 6 " + Quoted(archive) + " " + Quoted(sources));
     EXPECT_EQ(ReadBytes(archive).substr(0, 2), "PK");
 
-    auto listed = Engine("l " + Quoted(archive));
-    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    auto listed = EngineOk("l " + Quoted(archive));
     EXPECT_NE(listed.output.find("tree/sub/bytes.bin"), std::string::npos) << listed.output;
     EXPECT_NE(listed.output.find("tree/sub/deeper/"), std::string::npos) << listed.output;
     EXPECT_NE(listed.output.find("3 files"), std::string::npos) << listed.output;
 
-    auto tested = Engine("t " + Quoted(archive));
-    EXPECT_EQ(tested.exitCode, 0) << tested.output;
+    EngineOk("t " + Quoted(archive));
 
     fs::path destination = home.Scratch("expanded");
-    auto expanded = Engine("x " + Quoted(archive) + " " + Quoted(destination));
-    ASSERT_EQ(expanded.exitCode, 0) << expanded.output;
+    EngineOk("x " + Quoted(archive) + " " + Quoted(destination));
     testsupport::ExpectSameTree(sources, destination / "tree");
 
     // A second expansion into the same folder replaces rather than stops.
-    EXPECT_EQ(Engine("x " + Quoted(archive) + " " + Quoted(destination)).exitCode, 0);
+    EngineOk("x " + Quoted(archive) + " " + Quoted(destination));
 }
 
 TEST_F(VarnickEngineCli, FormatFollowsTheExtensionUnlessOneIsGiven) {
     fs::path sources = MakeSources();
     fs::path out = home.Scratch("out");
 
-    auto tgz = Engine("a --no-threads " + Quoted(out / "tree.tgz") + " " + Quoted(sources));
-    ASSERT_EQ(tgz.exitCode, 0) << tgz.output;
+    EngineOk("a --no-threads " + Quoted(out / "tree.tgz") + " " + Quoted(sources));
     EXPECT_EQ(ReadBytes(out / "tree.tgz").substr(0, 2), "\x1f\x8b");
 
-    auto given = Engine("a --format zip " + Quoted(out / "tree.data") + " " + Quoted(sources));
-    ASSERT_EQ(given.exitCode, 0) << given.output;
+    EngineOk("a --format zip " + Quoted(out / "tree.data") + " " + Quoted(sources));
     EXPECT_EQ(ReadBytes(out / "tree.data").substr(0, 2), "PK");
 
     auto unknown = Engine("a " + Quoted(out / "tree.what") + " " + Quoted(sources));
@@ -83,8 +80,7 @@ TEST_F(VarnickEngineCli, FormatFollowsTheExtensionUnlessOneIsGiven) {
 TEST_F(VarnickEngineCli, PasswordReachesTheEngineBothWays) {
     fs::path sources = MakeSources();
     fs::path archive = home.Scratch("out") / "secret.zip";
-    ASSERT_EQ(
-        Engine("a --password 'pass word' " + Quoted(archive) + " " + Quoted(sources)).exitCode, 0);
+    EngineOk("a --password 'pass word' " + Quoted(archive) + " " + Quoted(sources));
 
     auto without = Engine("x " + Quoted(archive) + " " + Quoted(home.Scratch("none")));
     EXPECT_EQ(without.exitCode, 1);
@@ -92,8 +88,7 @@ TEST_F(VarnickEngineCli, PasswordReachesTheEngineBothWays) {
         << without.output;
 
     fs::path destination = home.Scratch("with");
-    auto with = Engine("x --password 'pass word' " + Quoted(archive) + " " + Quoted(destination));
-    ASSERT_EQ(with.exitCode, 0) << with.output;
+    EngineOk("x --password 'pass word' " + Quoted(archive) + " " + Quoted(destination));
     testsupport::ExpectSameTree(sources, destination / "tree");
 }
 

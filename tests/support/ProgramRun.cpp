@@ -1,6 +1,7 @@
 #include "support/ProgramRun.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,12 @@ ProgramRun RunProgram(const std::string &program, const std::string &arguments) 
     }
     int status = pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+ProgramRun RunToSuccess(const std::string &program, const std::string &arguments) {
+    ProgramRun run = RunProgram(program, arguments);
+    EXPECT_EQ(run.exitCode, 0) << program << " " << arguments << "\n" << run.output;
     return run;
 }
 

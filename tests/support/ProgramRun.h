@@ -16,6 +16,10 @@ struct ProgramRun {
 // `program` is a file name in the build's bin folder; `arguments` is shell text.
 ProgramRun RunProgram(const std::string &program, const std::string &arguments);
 
+// The same, expecting exit code 0; a failure shows the arguments and what
+// the program printed.
+ProgramRun RunToSuccess(const std::string &program, const std::string &arguments);
+
 // Whether the run printed `text`.
 bool Mentions(const ProgramRun &run, const std::string &text);
 
