@@ -82,8 +82,7 @@ TEST_F(CompressTest, EachFormatIsReadByItsOwnTools) {
     auto vnkx = Created(work / "out.vnkx", format::vnkx, list);
     EXPECT_EQ(vnkx->lastResult, 0);
     EXPECT_EQ(vnkx->fileCount, 3u);
-    RunToEnd(*vnkx, [&] { return vnkx->Verify(); });
-    EXPECT_EQ(vnkx->lastResult, 0);
+    RunToSuccess(*vnkx, [&] { return vnkx->Verify(); });
 }
 
 // The filter decides for every format alike: a mask, a date limit and the
@@ -239,8 +238,7 @@ TEST_F(CompressTest, AskingForDuplicatesKeepsBothWhenCreatingAndAsksWhenAdding) 
     CNewArchiveContentList again;
     again.Files = {Wide(Put("more/a.txt", "newer"))};
     host.QueueConflictAction(CExpandConflictAction::KeepBoth);
-    RunToEnd(*archive, [&] { return archive->AddTo(&again, L""); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->AddTo(&again, L""); });
     EXPECT_EQ(host.Prompts().size(), 1u);
     EXPECT_EQ(Listing("unzip -Z1 sample.zip").rfind("a.txt\na_1.txt\ndocs/\n", 0), 0u);
 }
@@ -250,8 +248,7 @@ TEST_F(CompressTest, AddPutsTheItemsIntoTheDestinationFolder) {
     Put("more/new.txt", "new");
     CNewArchiveContentList list;
     list.Files = {Wide(work / "more" / "new.txt")};
-    RunToEnd(*archive, [&] { return archive->AddTo(&list, L"\\docs"); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->AddTo(&list, L"\\docs"); });
     EXPECT_TRUE(RunIn(work, "unzip -tq sample.zip"));
     EXPECT_NE(Listing("unzip -Z1 sample.zip").find("docs/new.txt\n"), std::string::npos);
 

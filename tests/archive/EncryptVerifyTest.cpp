@@ -35,8 +35,7 @@ TEST_F(EncryptVerifyTest, EncryptAndRemoveEncryptionOfZipAndVnkxRewriteInPlace) 
         size_t entries = EntriesIn(work);
         auto archive = MakeArchive(path);
 
-        RunToEnd(*archive, [&] { return archive->Encrypt(L"secret"); });
-        EXPECT_EQ(archive->lastResult, 0);
+        RunToSuccess(*archive, [&] { return archive->Encrypt(L"secret"); });
         EXPECT_TRUE(archive->encrypted);
         EXPECT_EQ(archive->password, L"secret");
         EXPECT_EQ(EntriesIn(work), entries) << "the new file took the old one's name";
@@ -44,8 +43,7 @@ TEST_F(EncryptVerifyTest, EncryptAndRemoveEncryptionOfZipAndVnkxRewriteInPlace) 
         EXPECT_FALSE(archive->VerifyPassword(L"guess"));
         EXPECT_EQ(archive->password, L"secret") << "a wrong guess forgets nothing";
 
-        RunToEnd(*archive, [&] { return archive->RemoveEncryption(L"secret"); });
-        EXPECT_EQ(archive->lastResult, 0);
+        RunToSuccess(*archive, [&] { return archive->RemoveEncryption(L"secret"); });
         EXPECT_FALSE(archive->encrypted);
         EXPECT_TRUE(archive->password.empty());
         EXPECT_EQ(EntriesIn(work), entries);
@@ -88,8 +86,7 @@ TEST_F(EncryptVerifyTest, VerifyAndRecoverAVnkxWithRecoveryData) {
     fs::path path = SampleArchive("vnkx", "guarded.vnkx");
     SetFormatIntegerProperty(session, "vnkx", kFormatPropRedundancyLevel, 0);
     auto archive = MakeArchive(path);
-    RunToEnd(*archive, [&] { return archive->Verify(); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->Verify(); });
 
     std::string bytes = testsupport::ReadBytes(path);
     for (size_t i = 100; i < 120; ++i) bytes[i] ^= 0x5A;
@@ -99,15 +96,13 @@ TEST_F(EncryptVerifyTest, VerifyAndRecoverAVnkxWithRecoveryData) {
 
     // No folder chosen: nothing runs, and that is no failure.
     host.QueueDirectory(std::nullopt);
-    RunToEnd(*archive, [&] { return archive->Recover(); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->Recover(); });
     EXPECT_FALSE(fs::exists(work / "recovered"));
 
     fs::path recovered = work / "recovered";
     fs::create_directories(recovered);
     host.QueueDirectory(Wide(recovered));
-    RunToEnd(*archive, [&] { return archive->Recover(); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->Recover(); });
     ASSERT_EQ(EntriesIn(recovered), 1u);
 
     archive->SetArchiveName(Wide(fs::directory_iterator(recovered)->path()).c_str());

@@ -39,8 +39,7 @@ TEST_F(ExpandTest, ExpandWholeArchiveAndKeepBoth) {
 
     testsupport::WriteBytes(out / "a.txt", "old");
     appOptions->ExpandConflictMethod = kResolutionKeepBoth;
-    RunToEnd(*archive, expand);
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, expand);
     EXPECT_EQ(testsupport::ReadBytes(out / "a.txt"), "old") << "kept";
     EXPECT_EQ(FilesIn(out), 6u) << "each incoming file beside the one it met";
     EXPECT_TRUE(host.Recorded().empty()) << "no error box";
@@ -94,8 +93,7 @@ TEST_F(ExpandTest, RefusedDestinationAsksForAnotherFolderOrEndsQuietly) {
 
     host.Reset();
     host.QueueAnswer(IDNO);
-    RunToEnd(*archive, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
-    EXPECT_EQ(archive->lastResult, 0);
+    RunToSuccess(*archive, [&] { return archive->ExpandTo(Wide(blocked).c_str()); });
     EXPECT_EQ(host.Recorded().size(), 1u) << "the question only, no error box";
 }
 

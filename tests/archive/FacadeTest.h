@@ -151,6 +151,12 @@ protected:
         archive.endContext = nullptr;
     }
 
+    // The same, expecting the run to end with result 0.
+    void RunToSuccess(CArchive &archive, const std::function<bool()> &start) {
+        RunToEnd(archive, start);
+        EXPECT_EQ(archive.lastResult, 0) << Wide(archive.name);
+    }
+
     // Cancels a run started on `archive` once its progress has counted
     // bytes, and pumps until it has ended.
     void CancelUnderway(CArchive &archive, EndLog &log) {

@@ -56,8 +56,7 @@ protected:
         auto archive = MakeArchive(path);
         archive->formatType = format::vnkx;
         fs::create_directories(destination);
-        RunToEnd(*archive, [&] { return archive->ExpandTo(Wide(destination).c_str()); });
-        EXPECT_EQ(archive->lastResult, 0);
+        RunToSuccess(*archive, [&] { return archive->ExpandTo(Wide(destination).c_str()); });
         for (const auto &entry : fs::recursive_directory_iterator(destination))
             if (entry.path().filename() == "noise.bin") return testsupport::ReadBytes(entry.path());
         return {};
@@ -122,8 +121,7 @@ TEST_F(SegmentsIndexTest, PlainArchiveWithIndexAndAnIndexMadeAfterwards) {
     // The index of an existing archive goes below the index folder too.
     auto again = MakeArchive(work / "plain.vnkx");
     again->formatType = format::vnkx;
-    RunToEnd(*again, [&] { return again->MakeIndexFromVnkx(); });
-    EXPECT_EQ(again->lastResult, 0);
+    RunToSuccess(*again, [&] { return again->MakeIndexFromVnkx(); });
     EXPECT_FALSE(again->showProgress) << "an index run keeps the progress hidden";
     std::vector<fs::path> indexes = IndexesOf("plain");
     ASSERT_EQ(indexes.size(), 2u);

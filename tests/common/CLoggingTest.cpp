@@ -17,9 +17,6 @@ namespace {
 // The first use in a fresh home builds the log folder there.
 class LoggingTest : public testsupport::HomeTest {
 protected:
-    void SetUp() override { CLogging::ResetLogFolder(); }
-    void TearDown() override { CLogging::ResetLogFolder(); }
-
     fs::path ErrorFile() const { return fs::path(CLogging::ErrorFilePath()); }
 };
 

@@ -31,18 +31,6 @@ using Strings = std::vector<std::wstring>;
 
 class ArchiveIniTest : public testsupport::JobFileTest {
 protected:
-    // An existing file below the scratch folder; the content list drops
-    // files that have gone when it reads a job.
-    std::wstring ExistingFile(const std::string &name) {
-        const fs::path path = home.Scratch() / name;
-        testsupport::WriteBytes(path, "data");
-        return path.wstring();
-    }
-    std::wstring ExistingFolder(const std::string &name) {
-        const fs::path path = home.Scratch() / name;
-        fs::create_directories(path);
-        return path.wstring();
-    }
     std::wstring JobText() {
         const std::string bytes = testsupport::ReadBytes(JobFile());
         return platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()), bytes.size());

@@ -35,22 +35,13 @@ FILETIME LocalNow() {
 
 class ContentListTest : public testsupport::JobFileTest {
 protected:
-    // A file or folder that exists, below the scratch folder.
-    std::wstring Existing(const std::string &name, bool folder = false) {
-        std::filesystem::path path = home.Scratch() / name;
-        if (folder)
-            std::filesystem::create_directories(path);
-        else
-            testsupport::WriteBytes(path, "x");
-        return path.wstring();
-    }
     std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
 };
 
 TEST_F(ContentListTest, JobFileRoundTripWithAFilterAndPathsThatHaveGoneDropped) {
     CNewArchiveContentList list;
-    list.Files = {Existing("a.txt"), Existing("b.txt")};
-    list.Folders = {Existing("docs", true)};
+    list.Files = {ExistingFile("a.txt"), ExistingFile("b.txt")};
+    list.Folders = {ExistingFolder("docs")};
     list.OneArchivePerItem = true;
     list.MakeIndex = true;
     list.SegmentSize = 5'000'000'000;

@@ -2,10 +2,10 @@
 // and the value names of a registry key below the product root.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "platform/Registry.h"
 #include "settings/OptionStore.h"
 #include "support/RegistryHome.h"
 
@@ -14,6 +14,16 @@ namespace testsupport {
 class JobFileTest : public RegistryHomeTest {
 protected:
     std::wstring JobFile() { return (home.Scratch() / "job.ini").wstring(); }
+    // A file or folder that exists below the scratch folder: a job that is
+    // read drops the paths that have gone.
+    std::wstring ExistingFile(const std::string &name) {
+        WriteBytes(home.Scratch() / name, "data");
+        return (home.Scratch() / name).wstring();
+    }
+    std::wstring ExistingFolder(const std::string &name) {
+        std::filesystem::create_directories(home.Scratch() / name);
+        return (home.Scratch() / name).wstring();
+    }
     // A job file written by hand, as UTF-8 with its mark.
     void WriteJobFile(const std::string &text) {
         WriteBytes(home.Scratch() / "job.ini", "\xEF\xBB\xBF" + text);

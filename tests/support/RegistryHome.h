@@ -1,9 +1,8 @@
 // A fresh home for tests that reach the registry store: the store's
-// connections and the log folder belong to this home alone and are closed
-// and forgotten at the end, so that the next home opens its own.
+// connections belong to this home alone and are closed at the end, so that
+// the next home opens its own hives. (The home resets the log folder.)
 #pragma once
 
-#include "CLogging.h"
 #include "platform/Registry.h"
 #include "support/TempHome.h"
 
@@ -11,11 +10,7 @@ namespace testsupport {
 
 class RegistryHomeTest : public HomeTest {
 protected:
-    void SetUp() override { CLogging::ResetLogFolder(); }
-    void TearDown() override {
-        platform::CloseRegistryConnections();
-        CLogging::ResetLogFolder();
-    }
+    void TearDown() override { platform::CloseRegistryConnections(); }
 };
 
 }  // namespace testsupport
