@@ -47,11 +47,11 @@ TEST_F(FacadeTest, SegmentPairIsInstalledOnlyForASegmentedVnkxList) {
     EXPECT_EQ(segmentPair(), 0);
 }
 
-// The encrypted round trip is the job file tests' case.
-TEST_F(FacadeTest, JobFileSectionSavesNoPasswordUnencryptedAndKeepsWhatIsMissing) {
+TEST_F(FacadeTest, JobFileSectionRoundTripsAndKeepsWhatIsMissing) {
     const std::wstring job = Wide(work / "job.ini");
     auto archive = MakeArchive(work / "a.zip");
     archive->password = L"not saved";
+    archive->formatType = format::tar;
     EXPECT_TRUE(archive->SaveToIni(job.c_str()));
     {
         CIniFile ini(job.c_str());
@@ -59,6 +59,15 @@ TEST_F(FacadeTest, JobFileSectionSavesNoPasswordUnencryptedAndKeepsWhatIsMissing
         ASSERT_TRUE(ini.GetString(L"ArchiveInfo", L"Password", text, 64));
         EXPECT_STREQ(text, L"") << "an unencrypted archive saves an empty password";
     }
+    archive->encrypted = true;
+    archive->password = L"s\u00e9cret";
+    archive->SaveToIni(job.c_str());
+
+    CArchive read;
+    EXPECT_TRUE(read.ReadFromIni(job.c_str()));
+    EXPECT_EQ(read.name, archive->name);
+    EXPECT_EQ(read.password, L"s\u00e9cret");
+    EXPECT_EQ(read.formatType, format::tar);
 
     const std::wstring sparse = Wide(work / "sparse.ini");
     {
@@ -66,9 +75,7 @@ TEST_F(FacadeTest, JobFileSectionSavesNoPasswordUnencryptedAndKeepsWhatIsMissing
         ini.SetInt(L"ArchiveInfo", L"Format", format::vnkx);
         ini.Save();
     }
-    CArchive read;
     read.name = L"kept";
-    read.encrypted = true;
     read.ReadFromIni(sparse.c_str());
     EXPECT_EQ(read.name, L"kept");
     EXPECT_FALSE(read.encrypted) << "the flag is cleared before reading";
