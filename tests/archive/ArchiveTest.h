@@ -27,12 +27,7 @@ protected:
 
     // The error file's text so far (UTF-16LE with its mark), as UTF-8.
     static std::string ErrorFileText() {
-        std::string bytes =
-            testsupport::ReadBytes(std::filesystem::path(CLogging::ErrorFilePath()));
-        if (bytes.size() < 2) return {};
-        std::wstring text = platform::FromUtf16Bytes(
-            reinterpret_cast<const BYTE *>(bytes.data()) + 2, bytes.size() - 2);
-        return platform::ToUtf8(text);
+        return testsupport::Utf16FileText(CLogging::ErrorFilePath());
     }
 
     // Runs a shell command in `folder`; true when it exits with 0.

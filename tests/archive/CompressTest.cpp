@@ -36,13 +36,9 @@ protected:
 
     // The application log's lines that carry a property's debug text.
     static std::vector<std::string> DebugLines() {
-        std::string bytes =
-            testsupport::ReadBytes(std::filesystem::path(CLogging::LogFolder() + L"Varnick.log"));
-        std::size_t skip = bytes.size() >= 2 && bytes[0] == '\xff' && bytes[1] == '\xfe' ? 2 : 0;
-        std::string text = platform::ToUtf8(platform::FromUtf16Bytes(
-            reinterpret_cast<const BYTE *>(bytes.data()) + skip, bytes.size() - skip));
         std::vector<std::string> lines;
-        std::istringstream stream(text);
+        std::istringstream stream(
+            testsupport::Utf16FileText(CLogging::LogFolder() + L"Varnick.log"));
         for (std::string line; std::getline(stream, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
             if (line.find("kFormatPropertyID") != std::string::npos) lines.push_back(line);

@@ -22,13 +22,7 @@ protected:
 
 // A UTF-16LE file as its bytes say: the mark must be there; the text comes
 // back with its CR LF pairs untouched.
-std::string Utf8OfUtf16File(const fs::path &path) {
-    std::string bytes = testsupport::ReadBytes(path);
-    if (bytes.size() < 2 || bytes.compare(0, 2, "\xFF\xFE") != 0) return "<no byte order mark>";
-    std::wstring text = platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()) + 2,
-                                                 bytes.size() - 2);
-    return platform::ToUtf8(text);
-}
+const auto Utf8OfUtf16File = testsupport::Utf16FileText;
 
 // _wasctime without its line feed: "Wed Jan 02 02:03:55 1980".
 const std::string kTime = R"([A-Z][a-z]{2} [A-Z][a-z]{2} \d{2} \d{2}:\d{2}:\d{2} \d{4})";

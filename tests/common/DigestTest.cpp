@@ -38,10 +38,7 @@ std::wstring Expected(const EVP_MD *type, const std::string &bytes, bool upperCa
 std::wstring ExpectedMd5(const std::string &bytes) { return Expected(EVP_md5(), bytes, false); }
 std::wstring ExpectedSha1(const std::string &bytes) { return Expected(EVP_sha1(), bytes, true); }
 
-std::string Utf16(const std::wstring &text) {
-    std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
-    return std::string(bytes.begin(), bytes.end());
-}
+const auto Utf16 = testsupport::Utf16Bytes;
 
 class DigestTest : public testsupport::HomeTest {
 protected:

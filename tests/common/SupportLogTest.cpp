@@ -80,10 +80,7 @@ void StoreValue(HKEY hive, const wchar_t *key, const wchar_t *name, DWORD type,
     RegCloseKey(handle);
 }
 
-std::string Utf16(const std::wstring &text) {
-    std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
-    return std::string(bytes.begin(), bytes.end());
-}
+const auto Utf16 = testsupport::Utf16Bytes;
 
 }  // namespace
 

@@ -31,10 +31,7 @@ using Strings = std::vector<std::wstring>;
 
 class ArchiveIniTest : public testsupport::JobFileTest {
 protected:
-    std::wstring JobText() {
-        const std::string bytes = testsupport::ReadBytes(JobFile());
-        return platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()), bytes.size());
-    }
+    std::wstring JobText() { return platform::FromUtf8(testsupport::Utf16FileText(JobFile())); }
     bool JobHas(const std::wstring &line) {
         return JobText().find(L"\r\n" + line + L"\r\n") != std::wstring::npos;
     }
@@ -231,11 +228,10 @@ TEST_F(ArchiveIniTest, SaveIniWritesItsOwnSectionOrder) {
 
     // Sections in the writer's own order, with the lines that carry what was set.
     std::vector<std::wstring> sections;
-    const std::wstring text = JobText();
+    const std::wstring text = L"\n" + JobText();
     for (std::size_t at = text.find(L"\n["); at != std::wstring::npos;
          at = text.find(L"\n[", at + 1))
         sections.push_back(text.substr(at + 1, text.find(L']', at) - at));
-    sections.insert(sections.begin(), text.substr(1, text.find(L']') - 1) + L"]");
     EXPECT_EQ(sections,
               (Strings{L"[ArchiveInfo]", L"[Format]", L"[FilesToInclude]", L"[FoldersToInclude]",
                        L"[FolderFilter]", L"[AppOptions]", L"[ExcludeLocations]",

@@ -18,10 +18,7 @@ namespace {
 
 const std::string kMark = "\xFF\xFE";
 
-std::string Utf16(const std::wstring &text) {
-    std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
-    return std::string(bytes.begin(), bytes.end());
-}
+const auto Utf16 = testsupport::Utf16Bytes;
 
 class IniFileTest : public testsupport::HomeTest {
 protected:
@@ -33,12 +30,7 @@ protected:
     }
     std::string Saved() const { return testsupport::ReadBytes(file); }
     // What the file holds after Save, as text without the mark.
-    std::wstring SavedText() const {
-        std::string bytes = Saved();
-        EXPECT_EQ(bytes.substr(0, 2), kMark);
-        return platform::FromUtf16Bytes(reinterpret_cast<const BYTE *>(bytes.data()) + 2,
-                                        bytes.size() - 2);
-    }
+    std::wstring SavedText() const { return platform::FromUtf8(testsupport::Utf16FileText(file)); }
     static std::vector<std::wstring> Names(CIniFile &ini, const wchar_t *section) {
         std::vector<std::wstring> names;
         for (const wchar_t *name = ini.GetFirstName(section); name; name = ini.GetNextName()) {

@@ -1,6 +1,7 @@
 #include "support/TempHome.h"
 
 #include "CLogging.h"
+#include "platform/WideText.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -50,6 +51,18 @@ std::string ReadBytes(const fs::path &path) {
 void WriteBytes(const fs::path &path, const std::string &bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << bytes;
+}
+
+std::string Utf16Bytes(const std::wstring &text) {
+    const std::vector<BYTE> bytes = platform::ToUtf16Bytes(text);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+std::string Utf16FileText(const fs::path &path) {
+    const std::string bytes = ReadBytes(path);
+    if (bytes.compare(0, 2, "\xFF\xFE") != 0) return "<no byte order mark>";
+    return platform::ToUtf8(platform::FromUtf16Bytes(
+        reinterpret_cast<const BYTE *>(bytes.data()) + 2, bytes.size() - 2));
 }
 
 void ExpectSameTree(const fs::path &expected, const fs::path &copy) {

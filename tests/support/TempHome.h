@@ -42,6 +42,12 @@ protected:
 std::string ReadBytes(const std::filesystem::path &path);
 void WriteBytes(const std::filesystem::path &path, const std::string &bytes);
 
+// Text as UTF-16LE bytes; and a UTF-16LE file's text after its FF FE mark,
+// as UTF-8 with its CR LF pairs as they are ("<no byte order mark>" when the
+// mark is missing).
+std::string Utf16Bytes(const std::wstring &text);
+std::string Utf16FileText(const std::filesystem::path &path);
+
 // Every folder and file below `expected` is in `copy`, each file with the
 // same bytes (gtest failures name the relative path).
 void ExpectSameTree(const std::filesystem::path &expected, const std::filesystem::path &copy);
