@@ -124,6 +124,8 @@ make_seeds() {
       # with preset 4's model and the smallest preset's larger one.
       seed "$PROGRAM" a --format vnkx --degree 4 "$SEEDS/text-block.vnkx" "$text"
       seed "$PROGRAM" a --format vnkx --degree 5 "$SEEDS/text-block-smallest.vnkx" "$text"
+      # ... and at the defaults a word text block (word list, codes, LZMA2).
+      seed "$PROGRAM" a --format vnkx "$SEEDS/word-text.vnkx" "$text"
       # Parts of a segmented vnkx and its index: the people's program beside
       # the engine's writes them (the index into its home's index folder).
       local varnick

@@ -129,6 +129,10 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
         settings.encryptCatalogue = false;
         settings.filters = false;
     }
+    // zstd runs give text blocks of their own to word text, which the first
+    // version does not have.
+    choice.wordText = settings.version > 0 && choice.textOrder == 0 &&
+                      vnkx::CodedMethod(choice.method) == vnkx::kMethodZstd;
     const std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice), allowed = MemoryAllowed();
     if (!vnkx::RunFits(perWorker, allowed)) return kEngineExtentTooHigh;
     if (request.threads)

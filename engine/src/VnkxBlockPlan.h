@@ -14,7 +14,7 @@ namespace engine::vnkx {
 enum class BlockKind : std::uint8_t { General, Code, Stored, Text };
 
 // Tells the kind from an item's first bytes. Text is a kind where the run
-// codes text blocks (MethodChoice::textOrder); an executable image or a
+// codes text blocks (MethodChoice::textOrder or wordText); an executable image or a
 // dense run of x86 near calls is code. Code is a kind of its own only where
 // it gets a coder of its own; elsewhere it stays among its neighbours, whose
 // long matches it shares.
@@ -28,7 +28,7 @@ bool LooksLikeText(const std::uint8_t *data, std::size_t size);
 // How a block of a kind is coded under the method asked for. zstd runs
 // code their code blocks as LZMA2 with its branch filter, which packs
 // machine code far tighter for its time; text blocks of a run that has them
-// get the text method; the other methods code every kind alike.
+// get the text method or word text; the other methods code every kind alike.
 MethodChoice ChoiceForBlock(const MethodChoice &requested, BlockKind kind);
 
 // What one worker needs at most for any kind of block of the run.

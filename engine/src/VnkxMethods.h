@@ -13,6 +13,9 @@ namespace engine::vnkx {
 // Text: long repeats, then PPM on the bytes between them (TextBlockCoder).
 // Only blocks of version 7 hold it.
 inline constexpr std::uint8_t kMethodText = 10;
+// Text of zstd runs: LZMA2 after the word transform (WordTransform). Only
+// blocks of version 7 hold it.
+inline constexpr std::uint8_t kMethodWordText = 11;
 
 struct MethodChoice {
     std::uint8_t method = kMethodZstd;  // as stored in a block (PPMd is coded as LZMA2)
@@ -26,6 +29,8 @@ struct MethodChoice {
     // (method 10) carries them as its level and extent.
     int textOrder = 0;
     int textModelLog = 25;
+    // Text blocks of a run without a text model: coded as word text.
+    bool wordText = false;
 };
 
 // LZMA2 streams carry their own branch filter, which converts more calls

@@ -27,7 +27,12 @@ namespace {
 
 // Items up to this size are read whole before they are placed, so that a
 // duplicate is found before any of it is written.
-constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
+// Items up to this size are read whole, hashed and then placed; larger ones
+// stream into blocks as they are read, so that a large item is not held
+// beside the blocks it fills. Pictures are read whole up to a larger size
+// for their thumbnails.
+constexpr std::uint64_t kWholeItemLimit = 8ULL << 20;
+constexpr std::uint64_t kWholePictureLimit = 64ULL << 20;
 constexpr std::size_t kChunk = 1 << 20;
 constexpr std::uint64_t kLargeBlock = 16ULL << 20;
 
@@ -173,7 +178,7 @@ private:
     // the thumbnail maker, whose results are placed after the last item.
     Result PlaceData(DataSource &data, std::uint64_t expected, bool storeOnly, bool wantsThumbnail,
                      ForkEntry &fork) {
-        if (expected <= kWholeItemLimit) {
+        if (expected <= (wantsThumbnail ? kWholePictureLimit : kWholeItemLimit)) {
             Bytes whole;
             if (Result result = ReadWhole(data, expected, whole)) return result;
             if (wantsThumbnail && thumbnail::LooksLikeJpeg(whole.data(), whole.size()))
@@ -305,6 +310,9 @@ private:
                 openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
+            // A block's room is taken at once: growing it would copy it and,
+            // for a moment, hold it twice.
+            if (open_.empty()) open_.reserve(static_cast<std::size_t>(blockSize));
             std::size_t take =
                 static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize - open_.size()));
             std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
@@ -450,7 +458,8 @@ private:
         if (entry.method != kMethodStore) {
             MethodChoice choice = job.choice;
             // Text has nothing the filters are made for.
-            if (settings_.filters && settings_.version > 0 && entry.method != kMethodText)
+            bool text = entry.method == kMethodText || entry.method == kMethodWordText;
+            if (settings_.filters && settings_.version > 0 && !text)
                 entry.filter = ChooseFilter(job.data);
             if (entry.filter == kFilterX86 && FiltersInStream(entry.method)) {
                 choice.branchFilter = true;

@@ -1,13 +1,15 @@
 // Text blocks of vnkx: the long-match pass, the payload's framing (round
 // trips of every shape of block, damaged and hostile payloads refused
-// without a read or write outside the buffers) and archives that hold text
-// blocks next to other kinds, or must not hold them.
+// without a read or write outside the buffers), the word transform of word
+// text blocks, and archives that hold text blocks next to other kinds, or
+// must not hold them.
 #include <cstring>
 #include <set>
 
 #include "EngineFixture.h"
 #include "LongMatchFinder.h"
 #include "TextBlockCoder.h"
+#include "WordTransform.h"
 
 namespace enginetest {
 namespace {
@@ -16,10 +18,11 @@ using engine::vnkx::LongMatch;
 using engine::vnkx::LongMatchFinder;
 using engine::vnkx::TextBlockCoder;
 using engine::vnkx::TextSettings;
+using engine::vnkx::WordTransform;
 using Bytes = std::vector<std::uint8_t>;
 
 // Block methods as the layout numbers them.
-constexpr int kMethodPpmd = 4, kMethodText = 10;
+constexpr int kMethodPpmd = 4, kMethodText = 10, kMethodWordText = 11;
 
 // Text that never repeats a long stretch: words drawn at random.
 std::string Prose(std::size_t size, unsigned seed) {
@@ -158,6 +161,81 @@ TEST(TextBlockCoderTest, DamagedPayloadsAreRefusedWithoutStrayReadsOrWrites) {
     }
 }
 
+engine::Result Unwrapped(const Bytes &form, std::size_t size, Bytes &out) {
+    out.assign(size, 0xAA);
+    return WordTransform::Decode(form.data(), form.size(), out.data(), out.size());
+}
+
+TEST(WordTransformTest, RecurringWordsGetCodesAndEveryOtherByteComesBackAsItWas) {
+    std::string text = "identifier_at_the_start " + Prose(60000, 3);
+    // Bytes that need escapes, digits before letters, words too long for a
+    // code, one just used too seldom and one just often enough.
+    const std::string kLong(70, 'w');
+    for (int i = 0; i < 12; ++i)
+        text += " 0x1f2e3d 123abc " + kLong +
+                " Gr\xC3\xBC\xC3\x9F"
+                "e \xFF\x80";
+    for (int i = 0; i < 7; ++i) text += " seldom_used";
+    for (int i = 0; i < 8; ++i) text += " just_enough";
+    text += " identifier_at_the_end";
+    const Bytes block = BytesOf(text);
+    Bytes form;
+    ASSERT_TRUE(WordTransform::Encode(block.data(), block.size(), form));
+    EXPECT_LT(form.size(), block.size() * 3 / 4);
+    const std::string list(form.begin(), form.begin() + std::min<std::size_t>(form.size(), 4000));
+    EXPECT_NE(list.find("\njust_enough\n"), std::string::npos);
+    EXPECT_EQ(list.find("seldom_used"), std::string::npos);
+    EXPECT_EQ(list.find(kLong), std::string::npos);
+    Bytes out;
+    ASSERT_EQ(Unwrapped(form, block.size(), out), kEngineOK);
+    EXPECT_EQ(out, block);
+
+    // Text the transform does not suit is left to the coder as it is.
+    Bytes foreign(4096, 0xE4);
+    EXPECT_FALSE(WordTransform::Encode(foreign.data(), foreign.size(), form));
+    const Bytes unique = BytesOf("every word here appears once only, nothing recurs");
+    EXPECT_FALSE(WordTransform::Encode(unique.data(), unique.size(), form));
+}
+
+TEST(WordTransformTest, DamagedFormsAreRefusedWithoutStrayReadsOrWrites) {
+    std::string text = Prose(20000, 5);
+    text += " caf\xC3\xA9";
+    const Bytes block = BytesOf(text);
+    Bytes form;
+    ASSERT_TRUE(WordTransform::Encode(block.data(), block.size(), form));
+    Bytes out;
+    for (std::size_t at = 0; at < form.size(); at += at < 200 ? 1 : 37) {
+        for (std::uint8_t change : {0x01, 0x40, 0x80, 0xFF}) {
+            Bytes damaged = form;
+            damaged[at] ^= change;
+            engine::Result result = Unwrapped(damaged, block.size(), out);
+            EXPECT_TRUE(result == kEngineOK || result == kEngineItemDataDamaged) << at;
+        }
+    }
+    for (std::size_t cut = 0; cut < form.size(); cut += cut < 200 ? 1 : 97) {
+        Bytes cutShort(form.begin(), form.begin() + static_cast<std::ptrdiff_t>(cut));
+        EXPECT_EQ(Unwrapped(cutShort, block.size(), out), kEngineItemDataDamaged) << cut;
+    }
+    EXPECT_EQ(Unwrapped(form, block.size() - 1, out), kEngineItemDataDamaged);
+    EXPECT_EQ(Unwrapped(form, block.size() + 1, out), kEngineItemDataDamaged);
+
+    // Forms no writer makes: more words than codes, codes beyond the list,
+    // an escape of a plain byte, a code cut by the end, an empty word.
+    const Bytes kHostile[] = {
+        {65, 0, 0},
+        {0, 0x01, 0x3F, 'a', '\n'},
+        {1, 0, 0, 'a', 'b', 'c', '\n', 0x81},
+        {1, 1, 0, 'a', 'b', 'c', '\n', 'x', 'y', 'z', '\n', 0xC0, 0x01},
+        {0, 0, 0, 0xFF, 'a'},
+        {1, 1, 0, 'a', 'b', 'c', '\n', 'x', 'y', 'z', '\n', 0xC0},
+        {1, 0, 0, '\n', 0x80},
+    };
+    for (const Bytes &hostile : kHostile) {
+        SCOPED_TRACE(hostile.size());
+        EXPECT_EQ(Unwrapped(hostile, 3, out), kEngineItemDataDamaged);
+    }
+}
+
 // Text blocks in whole archives, with the engine's own PPM coder.
 class VnkxTextBlockTest : public EngineTest {
 protected:
@@ -198,10 +276,14 @@ protected:
     fs::path tree;
 };
 
-TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwnUnderPpmdAndTheSmallerPresetsOnly) {
-    EXPECT_FALSE(RoundTrip("defaults.vnkx").count(kMethodText)) << "the defaults stay fast";
+TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwn) {
+    std::set<int> defaults = RoundTrip("defaults.vnkx");
+    EXPECT_FALSE(defaults.count(kMethodText)) << "the defaults stay fast";
+    EXPECT_TRUE(defaults.count(kMethodWordText));
     SetVnkx(kFormatPropCompressionDegree, 4);
-    EXPECT_TRUE(RoundTrip("degree4.vnkx").count(kMethodText));
+    std::set<int> degree4 = RoundTrip("degree4.vnkx");
+    EXPECT_TRUE(degree4.count(kMethodText));
+    EXPECT_FALSE(degree4.count(kMethodWordText));
     SetVnkx(kFormatPropCompressionDegree, 0);
     SetVnkx(kFormatPropCompMethod, 4);
     SetVnkx(kFormatPropCompressionLevel, 6);
@@ -213,7 +295,8 @@ TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwnUnderPpmdAndTheSmallerPresetsOnl
 }
 
 TEST_F(VnkxTextBlockTest, FirstVersionArchivesNeverHoldTextBlocks) {
-    EXPECT_FALSE(RoundTrip("classic.vnk", "vnk5").count(kMethodText));
+    std::set<int> classic = RoundTrip("classic.vnk", "vnk5");
+    EXPECT_FALSE(classic.count(kMethodText) || classic.count(kMethodWordText));
     SetVnkx(kFormatPropMaxVersion, 0);
     for (int32_t method : {5, 4}) {
         SetVnkx(kFormatPropCompMethod, method);
@@ -221,6 +304,7 @@ TEST_F(VnkxTextBlockTest, FirstVersionArchivesNeverHoldTextBlocks) {
         std::set<int> methods = RoundTrip(name);
         EXPECT_FALSE(methods.empty()) << name;
         EXPECT_FALSE(methods.count(kMethodText)) << name;
+        EXPECT_FALSE(methods.count(kMethodWordText)) << name;
     }
 }
 
