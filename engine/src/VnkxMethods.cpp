@@ -57,26 +57,36 @@ bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
     return true;
 }
 
-bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
+// One zstd frame of `size` bytes at `data`, after `head` bytes left for the
+// caller in `out`; the context is kept in `state` for the worker's next block.
+bool EncodeZstd(const MethodChoice &choice, const std::uint8_t *data, std::size_t size,
+                std::size_t head, Bytes &out, void *&state) {
     auto *context = static_cast<ZSTD_CCtx *>(state);
     if (!context) state = context = ZSTD_createCCtx();
     if (!context) return false;
     ZSTD_CCtx_reset(context, ZSTD_reset_session_and_parameters);
-    int level = ZstdLevel(choice.level);
-    ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, level);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, ZstdLevel(choice.level));
     ZSTD_CCtx_setParameter(context, ZSTD_c_windowLog, std::clamp(choice.extent, 10, 27));
     ZSTD_CCtx_setParameter(context, ZSTD_c_enableLongDistanceMatching, 1);
     ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
-    Scratch scratch(ZSTD_compressBound(in.size()));
-    std::size_t made = ZSTD_compress2(context, scratch.data, scratch.size, in.data(), in.size());
+    Scratch scratch(head + ZSTD_compressBound(size));
+    std::size_t made =
+        ZSTD_compress2(context, scratch.data + head, scratch.size - head, data, size);
     if (ZSTD_isError(made)) return false;
-    out.assign(scratch.data, scratch.data + made);
+    out.assign(scratch.data, scratch.data + head + made);
     return true;
+}
+
+bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
+    return EncodeZstd(choice, in.data(), in.size(), 0, out, state);
 }
 
 // Text has no alignment, and its literals follow the whole previous byte.
 bool WordTextOptions(const MethodChoice &choice, lzma_options_lzma &options) {
-    if (!LzmaOptions(choice, options)) return false;
+    if (lzma_lzma_preset(&options, 6)) return false;
+    options.dict_size = 1u << std::clamp(choice.extent, 16, 30);
+    options.nice_len = static_cast<std::uint32_t>(std::clamp(choice.niceLength, 8, 273));
+    options.depth = static_cast<std::uint32_t>(std::max(choice.searchDepth, 1));
     options.lc = 4;
     options.lp = 0;
     options.pb = 0;
@@ -114,34 +124,53 @@ bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
            EncodeXz(options, choice.branchFilter, in.data(), in.size(), 0, out);
 }
 
-// Word text: a flag (1 when the words were replaced, 0 when the text did
-// not suit), the size of the text the stream holds, and the stream.
+// Word text: the form (bit 0: the words were replaced; bit 1: the stream
+// is zstd, else .xz), the size of the text the stream holds, and the stream.
 constexpr std::size_t kWordTextHead = 9;
+constexpr std::uint8_t kFormWords = 1, kFormZstd = 2;
 
-bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out) {
-    lzma_options_lzma options;
-    if (!WordTextOptions(choice, options)) return false;
+bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
     Bytes words;
     bool replaced = WordTransform::Encode(in.data(), in.size(), words);
     const Bytes &text = replaced ? words : in;
-    if (!EncodeXz(options, false, text.data(), text.size(), kWordTextHead, out)) return false;
-    Bytes head;
-    head.push_back(replaced ? 1 : 0);
+    std::uint8_t form = replaced ? kFormWords : 0;
+    if (!EncodeZstd(choice, text.data(), text.size(), kWordTextHead, out, state)) return false;
+    form |= kFormZstd;
+    // LZMA2 packs text about a tenth smaller than zstd but takes ten times
+    // as long to make and to read: it is spent where zstd packs least.
+    std::size_t zstdSize = out.size() - kWordTextHead;
+    lzma_options_lzma options;
+    Bytes lzma;
+    if (zstdSize * choice.wordTextLzmaBelow > text.size() && WordTextOptions(choice, options) &&
+        EncodeXz(options, false, text.data(), text.size(), kWordTextHead, lzma) &&
+        lzma.size() < out.size()) {
+        out.swap(lzma);
+        form &= static_cast<std::uint8_t>(~kFormZstd);
+    }
+    Bytes head{form};
     Put64(head, text.size());
     std::copy(head.begin(), head.end(), out.begin());
     return true;
 }
 
+bool DecodeStream(std::uint8_t form, const std::uint8_t *in, std::size_t size, std::uint8_t *out,
+                  std::size_t outSize) {
+    if (!(form & kFormZstd)) return DecodeXz(in, size, out, outSize);
+    std::size_t made = ZSTD_decompress(out, outSize, in, size);
+    return !ZSTD_isError(made) && made == outSize;
+}
+
 bool DecodeWordText(const std::uint8_t *in, std::size_t size, Bytes &out) {
-    if (size < kWordTextHead || in[0] > 1) return false;
-    bool replaced = in[0] == 1;
+    if (size < kWordTextHead || in[0] > (kFormWords | kFormZstd)) return false;
+    std::uint8_t form = in[0];
     std::uint64_t textSize = Le64(in + 1);
     in += kWordTextHead;
     size -= kWordTextHead;
-    if (!replaced) return textSize == out.size() && DecodeXz(in, size, out.data(), out.size());
+    if (!(form & kFormWords))
+        return textSize == out.size() && DecodeStream(form, in, size, out.data(), out.size());
     if (textSize > WordTransform::LargestForm(out.size())) return false;
     Bytes text(static_cast<std::size_t>(textSize));
-    return DecodeXz(in, size, text.data(), text.size()) &&
+    return DecodeStream(form, in, size, text.data(), text.size()) &&
            WordTransform::Decode(text.data(), text.size(), out.data(), out.size()) == kEngineOK;
 }
 
@@ -257,6 +286,24 @@ std::uint64_t BlockSizeFor(const MethodChoice &choice) {
     }
 }
 
+namespace {
+
+std::uint64_t LzmaEncoderMemory(const MethodChoice &choice,
+                                bool (*optionsOf)(const MethodChoice &, lzma_options_lzma &)) {
+    lzma_options_lzma options;
+    if (!optionsOf(choice, options)) return 0;
+    lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
+    return lzma_raw_encoder_memusage(filters);
+}
+
+std::uint64_t ZstdEncoderMemory(const MethodChoice &choice, std::uint64_t block) {
+    ZSTD_compressionParameters parameters = ZSTD_getCParams(ZstdLevel(choice.level), block, 0);
+    parameters.windowLog = static_cast<unsigned>(std::clamp(choice.extent, 10, 27));
+    return ZSTD_estimateCCtxSize_usingCParams(parameters) + (block >> 3);
+}
+
+}  // namespace
+
 std::uint64_t WorkerMemory(const MethodChoice &choice) {
     std::uint64_t block = BlockSizeFor(choice);
     std::uint64_t coder = 0;
@@ -264,22 +311,17 @@ std::uint64_t WorkerMemory(const MethodChoice &choice) {
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
-        case kMethodWordText: {
-            lzma_options_lzma options;
-            if (LzmaOptions(choice, options)) {
-                lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &options},
-                                         {LZMA_VLI_UNKNOWN, nullptr}};
-                coder = lzma_raw_encoder_memusage(filters);
-            }
+            coder = LzmaEncoderMemory(choice, LzmaOptions);
             break;
-        }
-        case kMethodZstd: {
-            ZSTD_compressionParameters parameters =
-                ZSTD_getCParams(ZstdLevel(choice.level), block, 0);
-            parameters.windowLog = static_cast<unsigned>(std::clamp(choice.extent, 10, 27));
-            coder = ZSTD_estimateCCtxSize_usingCParams(parameters) + (block >> 3);
+        case kMethodZstd:
+            coder = ZstdEncoderMemory(choice, block);
             break;
-        }
+        case kMethodWordText:
+            // zstd's context stays while LZMA2 codes the block; the zstd
+            // result waits beside the transformed text, smaller than it.
+            coder = ZstdEncoderMemory(choice, block);
+            if (choice.wordTextLzmaBelow > 0) coder += LzmaEncoderMemory(choice, WordTextOptions);
+            break;
         case kMethodBrotli:
             coder = 10ULL << std::clamp(choice.extent, 10, 24);
             break;
@@ -304,7 +346,7 @@ bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&co
         case kMethodLzma2Large:
             return CompressLzma2(choice, in, out);
         case kMethodWordText:
-            return CompressWordText(choice, in, out);
+            return CompressWordText(choice, in, out, coderState);
         default:
             return CompressOther(choice, in, out);
     }

@@ -29,8 +29,10 @@ struct MethodChoice {
     // (method 10) carries them as its level and extent.
     int textOrder = 0;
     int textModelLog = 25;
-    // Text blocks of a run without a text model: coded as word text.
+    // Text blocks of a run without a text model: coded as word text, as
+    // LZMA2 where zstd packs them less than this many times, else as zstd.
     bool wordText = false;
+    int wordTextLzmaBelow = 0;
 };
 
 // LZMA2 streams carry their own branch filter, which converts more calls

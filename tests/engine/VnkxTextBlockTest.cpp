@@ -9,6 +9,8 @@
 #include "EngineFixture.h"
 #include "LongMatchFinder.h"
 #include "TextBlockCoder.h"
+#include "VnkxBlockPlan.h"
+#include "VnkxMethods.h"
 #include "WordTransform.h"
 
 namespace enginetest {
@@ -236,6 +238,48 @@ TEST(WordTransformTest, DamagedFormsAreRefusedWithoutStrayReadsOrWrites) {
     }
 }
 
+// Word text payloads as a hostile archive could hold them (its blocks' CRCs
+// are its own to set): every frame the decoder does not expect is damage.
+TEST(WordTextBlockTest, PayloadsOfEitherStreamDecodeAndHostileOnesAreRefused) {
+    namespace vnkx = engine::vnkx;
+    const Bytes block = BytesOf(Prose(300000, 9));
+    Bytes out;
+    for (int level : {1, 8}) {
+        SCOPED_TRACE(level);
+        vnkx::MethodChoice requested{vnkx::kMethodZstd, level, 22};
+        requested.wordText = true;
+        vnkx::MethodChoice choice = vnkx::ChoiceForBlock(requested, vnkx::BlockKind::Text);
+        ASSERT_EQ(choice.method, vnkx::kMethodWordText);
+        void *state = nullptr;
+        Bytes payload;
+        ASSERT_TRUE(vnkx::Compress(choice, block, payload, state));
+        vnkx::FreeCoderState(vnkx::kMethodZstd, state);
+        EXPECT_EQ(payload[0], level == 1 ? 3 : 1) << "zstd at level 1, LZMA2 above";
+        ASSERT_EQ(vnkx::Decompress(vnkx::kMethodWordText, payload.data(), payload.size(),
+                                   block.size(), out),
+                  kEngineOK);
+        EXPECT_EQ(out, block);
+
+        auto refused = [&](Bytes damaged, std::uint64_t size) {
+            return vnkx::Decompress(vnkx::kMethodWordText, damaged.data(), damaged.size(), size,
+                                    out) == kEngineItemDataDamaged;
+        };
+        EXPECT_TRUE(refused(payload, block.size() + 1));
+        EXPECT_TRUE(refused(Bytes(payload.begin(), payload.end() - 1), block.size()));
+        EXPECT_TRUE(refused(Bytes(payload.begin(), payload.begin() + 8), block.size()));
+        Bytes changed = payload;
+        changed[0] = 4;  // a form this reader does not know
+        EXPECT_TRUE(refused(changed, block.size()));
+        changed[0] = payload[0] ^ 2;  // the other stream's decoder
+        EXPECT_TRUE(refused(changed, block.size()));
+        changed[0] = payload[0] & 2;  // words left in as if they were text
+        EXPECT_TRUE(refused(changed, block.size()));
+        changed = payload;
+        changed[8] = 0x40;  // a text far larger than any transform of the block
+        EXPECT_TRUE(refused(changed, block.size()));
+    }
+}
+
 // Text blocks in whole archives, with the engine's own PPM coder.
 class VnkxTextBlockTest : public EngineTest {
 protected:
@@ -259,6 +303,16 @@ protected:
             methods.insert(static_cast<std::uint8_t>(bytes[at + 4]));
         return methods;
     }
+    // The forms of the word text blocks (the payload's first byte).
+    static std::set<int> WordTextFormsOf(const fs::path &archive) {
+        std::string bytes = ReadFile(archive);
+        std::set<int> forms;
+        for (std::size_t at = bytes.find("VBLK"); at != std::string::npos && at + 40 < bytes.size();
+             at = bytes.find("VBLK", at + 4))
+            if (static_cast<std::uint8_t>(bytes[at + 4]) == kMethodWordText)
+                forms.insert(static_cast<std::uint8_t>(bytes[at + 40]));
+        return forms;
+    }
     // Made, listed, verified and expanded byte for byte; the block methods.
     std::set<int> RoundTrip(const std::string &name, const char *format = "vnkx") {
         fs::path archive = Scratch("archives") / name;
@@ -277,9 +331,16 @@ protected:
 };
 
 TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwn) {
+    // Word text under zstd: the defaults keep to zstd (form 3: words
+    // replaced, a zstd frame); from level 2 on, LZMA2 takes text that zstd
+    // packs little (form 1).
     std::set<int> defaults = RoundTrip("defaults.vnkx");
     EXPECT_FALSE(defaults.count(kMethodText)) << "the defaults stay fast";
     EXPECT_TRUE(defaults.count(kMethodWordText));
+    EXPECT_EQ(WordTextFormsOf(Scratch("archives") / "defaults.vnkx"), std::set<int>{3});
+    SetVnkx(kFormatPropCompressionDegree, 3);
+    EXPECT_TRUE(RoundTrip("degree3.vnkx").count(kMethodWordText));
+    EXPECT_EQ(WordTextFormsOf(Scratch("archives") / "degree3.vnkx"), std::set<int>{1});
     SetVnkx(kFormatPropCompressionDegree, 4);
     std::set<int> degree4 = RoundTrip("degree4.vnkx");
     EXPECT_TRUE(degree4.count(kMethodText));
