@@ -137,7 +137,8 @@ bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, v
     if (!EncodeZstd(choice, text.data(), text.size(), kWordTextHead, out, state)) return false;
     form |= kFormZstd;
     // LZMA2 packs text about a tenth smaller than zstd but takes ten times
-    // as long to make and to read: it is spent where zstd packs least.
+    // as long to make and several times as long to read: it is spent where
+    // zstd packs least.
     std::size_t zstdSize = out.size() - kWordTextHead;
     lzma_options_lzma options;
     Bytes lzma;
