@@ -14,9 +14,9 @@
 #include <thread>
 #include <vector>
 
-#include "CLogging.h"
 #include "platform/Registry.h"
 #include "platform/WideText.h"
+#include "support/RegistryHome.h"
 #include "support/TempHome.h"
 
 namespace fs = std::filesystem;
@@ -120,14 +120,7 @@ int ExitCodeOf(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-class RegistryStore : public testsupport::HomeTest {
-protected:
-    void SetUp() override { CLogging::ResetLogFolder(); }
-    void TearDown() override {
-        platform::CloseRegistryConnections();
-        CLogging::ResetLogFolder();
-    }
-};
+using RegistryStore = testsupport::RegistryHomeTest;
 
 }  // namespace
 
