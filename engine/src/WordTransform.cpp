@@ -66,21 +66,27 @@ std::uint32_t HashOf(const std::uint8_t *word, std::size_t length) {
 
 // The distinct words of one text with their uses and codes. Words stay in
 // the text (an entry is an offset and a length); slots index the entries,
-// so an entry's number holds while the slots grow.
+// so an entry's number holds while the slots grow. At most kMostWords are
+// kept, so that text of endless distinct words (hex dumps, identifiers of
+// logs) costs a few MiB: a block of headers has about 90,000.
 class WordTable {
 public:
     struct Entry {
         std::uint32_t offset, length, hash, uses, code;
     };
+    static constexpr std::uint32_t kNone = ~0u;
+    static constexpr std::size_t kMostWords = 1 << 18;
 
-    explicit WordTable(const std::uint8_t *text) : text_(text), slots_(1 << 16, kEmpty) {}
+    explicit WordTable(const std::uint8_t *text) : text_(text), slots_(1 << 16, kNone) {}
 
-    std::uint32_t Find(std::size_t offset, std::size_t length) {
+    // The word's entry, made when `add` and there is room; else kNone.
+    std::uint32_t Find(std::size_t offset, std::size_t length, bool add) {
         std::uint32_t hash = HashOf(text_ + offset, length);
         std::size_t mask = slots_.size() - 1;
         for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
             std::uint32_t id = slots_[slot];
-            if (id == kEmpty) {
+            if (id == kNone) {
+                if (!add || entries_.size() >= kMostWords) return kNone;
                 id = static_cast<std::uint32_t>(entries_.size());
                 entries_.push_back({static_cast<std::uint32_t>(offset),
                                     static_cast<std::uint32_t>(length), hash, 0, kNoCode});
@@ -98,14 +104,12 @@ public:
     const std::uint8_t *Letters(const Entry &entry) const { return text_ + entry.offset; }
 
 private:
-    static constexpr std::uint32_t kEmpty = ~0u;
-
     void Grow() {
-        slots_.assign(slots_.size() * 2, kEmpty);
+        slots_.assign(slots_.size() * 2, kNone);
         std::size_t mask = slots_.size() - 1;
         for (std::uint32_t id = 0; id < entries_.size(); ++id) {
             std::size_t slot = entries_[id].hash & mask;
-            while (slots_[slot] != kEmpty) slot = (slot + 1) & mask;
+            while (slots_[slot] != kNone) slot = (slot + 1) & mask;
             slots_[slot] = id;
         }
     }
@@ -150,14 +154,11 @@ bool WordTransform::Encode(const std::uint8_t *data, std::size_t size,
     if (high > size / 64 || size > 0xFFFFFFFFu) return false;
 
     WordTable table(data);
-    std::vector<std::uint32_t> tokens;  // the entry of every word, in order
-    tokens.reserve(size / 8);
     Scan(
         data, size,
         [&](std::size_t at, std::size_t length) {
-            std::uint32_t id = table.Find(at, length);
-            ++table.Entries()[id].uses;
-            tokens.push_back(id);
+            std::uint32_t id = table.Find(at, length, true);
+            if (id != WordTable::kNone) ++table.Entries()[id].uses;
         },
         [](std::size_t, std::size_t) {});
     std::size_t oneByte = 0;
@@ -179,11 +180,11 @@ bool WordTransform::Encode(const std::uint8_t *data, std::size_t size,
         to += word->length;
         *to++ = kWordEnd;
     }
-    const std::uint32_t *token = tokens.data();
     Scan(
         data, size,
         [&](std::size_t at, std::size_t length) {
-            std::uint32_t code = table.Entries()[*token++].code;
+            std::uint32_t id = table.Find(at, length, false);
+            std::uint32_t code = id == WordTable::kNone ? kNoCode : table.Entries()[id].code;
             if (code == kNoCode) {
                 std::memcpy(to, data + at, length);
                 to += length;

@@ -192,6 +192,17 @@ TEST(WordTransformTest, RecurringWordsGetCodesAndEveryOtherByteComesBackAsItWas)
     ASSERT_EQ(Unwrapped(form, block.size(), out), kEngineOK);
     EXPECT_EQ(out, block);
 
+    // Text of more distinct words than the transform keeps count of (as
+    // a hex dump or a log of identifiers is) still comes back as it was.
+    std::string many;
+    for (int i = 0; i < 100; ++i) many += "recurring_word ";
+    for (int i = 0; i < 300000; ++i) many += "w" + std::to_string(i) + " ";
+    const Bytes manyBlock = BytesOf(many);
+    ASSERT_TRUE(WordTransform::Encode(manyBlock.data(), manyBlock.size(), form));
+    EXPECT_EQ(std::string(form.begin() + 3, form.begin() + 18), "recurring_word\n");
+    ASSERT_EQ(Unwrapped(form, manyBlock.size(), out), kEngineOK);
+    EXPECT_EQ(out, manyBlock);
+
     // Text the transform does not suit is left to the coder as it is.
     Bytes foreign(4096, 0xE4);
     EXPECT_FALSE(WordTransform::Encode(foreign.data(), foreign.size(), form));
