@@ -25,12 +25,11 @@
 namespace engine::vnkx {
 namespace {
 
-// Items up to this size are read whole before they are placed, so that a
-// duplicate is found before any of it is written.
-// Items up to this size are read whole, hashed and then placed; larger ones
-// stream into blocks as they are read, so that a large item is not held
-// beside the blocks it fills. Pictures are read whole up to a larger size
-// for their thumbnails.
+// Items up to this size are read whole and hashed before they are placed,
+// so that a duplicate is found before any of it is written; larger ones
+// stream into blocks as they are read (a duplicate of a size seen before
+// is spooled first), so that a large item is not held beside the blocks it
+// fills. Pictures are read whole up to a larger size for their thumbnails.
 constexpr std::uint64_t kWholeItemLimit = 8ULL << 20;
 constexpr std::uint64_t kWholePictureLimit = 64ULL << 20;
 constexpr std::size_t kChunk = 1 << 20;

@@ -13,7 +13,8 @@ constexpr std::uint8_t kFirstTwoByteLead = 0xC0;
 constexpr std::uint8_t kEscape = 0xFF;
 constexpr std::uint8_t kWordEnd = '\n';
 constexpr std::size_t kShortestWord = 3;
-// A listed word costs its letters once; words used less rarely repay that.
+// A listed word costs its letters once; words used less often rarely repay
+// that.
 constexpr std::uint32_t kLeastUses = 8;
 constexpr std::uint32_t kNoCode = ~0u;
 
@@ -30,8 +31,8 @@ struct ByteClasses {
 constexpr ByteClasses kClasses;
 
 // Walks the text as words (runs of letters, digits and underscores that do
-// not start with a digit, of a length a code can stand for) and the bytes
-// between them, which `other` gets as runs.
+// not start with a digit, of a length a code can stand for), handed to
+// `onWord`, and the runs of bytes between them, handed to `onOther`.
 template <class OnWord, class OnOther>
 void Scan(const std::uint8_t *data, std::size_t size, OnWord onWord, OnOther onOther) {
     std::size_t i = 0;
@@ -218,7 +219,7 @@ Result WordTransform::Decode(const std::uint8_t *in, std::size_t size, std::uint
     std::size_t at = 3;
     for (Word &word : words) {
         std::size_t start = at;
-        while (at < size && in[at] != kWordEnd && at - start <= kLongestWord) ++at;
+        while (at < size && in[at] != kWordEnd && at - start < kLongestWord) ++at;
         if (at >= size || in[at] != kWordEnd || at == start) return kEngineItemDataDamaged;
         word = {static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(at - start)};
         ++at;

@@ -243,10 +243,17 @@ TEST(WordTransformTest, DamagedFormsAreRefusedWithoutStrayReadsOrWrites) {
         {1, 1, 0, 'a', 'b', 'c', '\n', 'x', 'y', 'z', '\n', 0xC0},
         {1, 0, 0, '\n', 0x80},
     };
+    Bytes tooLong{1, 0, 0};  // a listed word of 65 bytes
+    tooLong.insert(tooLong.end(), 65, 'w');
+    tooLong.push_back('\n');
+    tooLong.push_back(0x80);
     for (const Bytes &hostile : kHostile) {
         SCOPED_TRACE(hostile.size());
         EXPECT_EQ(Unwrapped(hostile, 3, out), kEngineItemDataDamaged);
     }
+    EXPECT_EQ(Unwrapped(tooLong, 65, out), kEngineItemDataDamaged);
+    tooLong.erase(tooLong.begin() + 3);  // 64 bytes: the longest a word may be
+    EXPECT_EQ(Unwrapped(tooLong, 64, out), kEngineOK);
 }
 
 // Word text payloads as a hostile archive could hold them (its blocks' CRCs
