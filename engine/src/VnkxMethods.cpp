@@ -118,6 +118,11 @@ bool DecodeXz(const std::uint8_t *in, std::size_t size, std::uint8_t *out, std::
            outAt == outSize && inAt == size;
 }
 
+bool DecodeZstd(const std::uint8_t *in, std::size_t size, std::uint8_t *out, std::size_t outSize) {
+    std::size_t made = ZSTD_decompress(out, outSize, in, size);
+    return !ZSTD_isError(made) && made == outSize;
+}
+
 bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
     lzma_options_lzma options;
     return LzmaOptions(choice, options) &&
@@ -133,22 +138,19 @@ bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, v
     Bytes words;
     bool replaced = WordTransform::Encode(in.data(), in.size(), words);
     const Bytes &text = replaced ? words : in;
-    std::uint8_t form = replaced ? kFormWords : 0;
     if (!EncodeZstd(choice, text.data(), text.size(), kWordTextHead, out, state)) return false;
-    form |= kFormZstd;
     // LZMA2 packs text about a tenth smaller than zstd but takes ten times
     // as long to make and several times as long to read: it is spent where
     // zstd packs least.
     std::size_t zstdSize = out.size() - kWordTextHead;
     lzma_options_lzma options;
     Bytes lzma;
-    if (zstdSize * choice.wordTextLzmaBelow > text.size() && WordTextOptions(choice, options) &&
-        EncodeXz(options, false, text.data(), text.size(), kWordTextHead, lzma) &&
-        lzma.size() < out.size()) {
-        out.swap(lzma);
-        form &= static_cast<std::uint8_t>(~kFormZstd);
-    }
-    Bytes head{form};
+    bool lzmaKept = zstdSize * choice.wordTextLzmaBelow > text.size() &&
+                    WordTextOptions(choice, options) &&
+                    EncodeXz(options, false, text.data(), text.size(), kWordTextHead, lzma) &&
+                    lzma.size() < out.size();
+    if (lzmaKept) out.swap(lzma);
+    Bytes head{static_cast<std::uint8_t>((replaced ? kFormWords : 0) | (lzmaKept ? 0 : kFormZstd))};
     Put64(head, text.size());
     std::copy(head.begin(), head.end(), out.begin());
     return true;
@@ -156,9 +158,7 @@ bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, v
 
 bool DecodeStream(std::uint8_t form, const std::uint8_t *in, std::size_t size, std::uint8_t *out,
                   std::size_t outSize) {
-    if (!(form & kFormZstd)) return DecodeXz(in, size, out, outSize);
-    std::size_t made = ZSTD_decompress(out, outSize, in, size);
-    return !ZSTD_isError(made) && made == outSize;
+    return form & kFormZstd ? DecodeZstd(in, size, out, outSize) : DecodeXz(in, size, out, outSize);
 }
 
 bool DecodeWordText(const std::uint8_t *in, std::size_t size, Bytes &out) {
@@ -393,11 +393,9 @@ Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
         case kMethodWordText:
             fits = DecodeWordText(in, size, out);
             break;
-        case kMethodZstd: {
-            std::size_t made = ZSTD_decompress(out.data(), out.size(), in, size);
-            fits = !ZSTD_isError(made) && made == out.size();
+        case kMethodZstd:
+            fits = DecodeZstd(in, size, out.data(), out.size());
             break;
-        }
         case kMethodLz4: {
             int made =
                 size <= static_cast<std::size_t>(std::numeric_limits<int>::max()) &&

@@ -13,8 +13,8 @@ namespace engine::vnkx {
 // Text: long repeats, then PPM on the bytes between them (TextBlockCoder).
 // Only blocks of version 7 hold it.
 inline constexpr std::uint8_t kMethodText = 10;
-// Text of zstd runs: LZMA2 after the word transform (WordTransform). Only
-// blocks of version 7 hold it.
+// Text of zstd runs: zstd or LZMA2 after the word transform (WordTransform).
+// Only blocks of version 7 hold it.
 inline constexpr std::uint8_t kMethodWordText = 11;
 
 struct MethodChoice {

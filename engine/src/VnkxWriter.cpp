@@ -309,9 +309,6 @@ private:
                 openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
-            // A block's room is taken at once: growing it would copy it and,
-            // for a moment, hold it twice.
-            if (open_.empty()) open_.reserve(static_cast<std::size_t>(blockSize));
             std::size_t take =
                 static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize - open_.size()));
             std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
