@@ -141,7 +141,9 @@ Result LearnPassword(OpaqueEngineArchive &archive, Operation &operation,
 Result Rewrite(OpaqueEngineArchive &archive, Operation &operation, Plan &plan,
                const std::wstring &password) {
     if (Result refused = Changeable(archive)) return refused;
-    bool copy = archive.driver->KeepsStoredForm(archive.formatId);
+    bool copy =
+        archive.driver->KeepsStoredForm(archive.formatId, archive.CurrentPath(),
+                                        operation.session().FormatProperties(archive.formatId));
     if (!copy) {
         if (Result result = LearnPassword(archive, operation, password)) return result;
     }

@@ -142,9 +142,14 @@ public:
     }
 
     virtual bool CanWrite(std::string_view) const { return false; }
-    // The writer copies items of an archive of the id as they are stored
-    // (WriteItem::copy) and keeps comments.
-    virtual bool KeepsStoredForm(std::string_view) const { return false; }
+    // The writer copies the items of the archive at `path` as they are
+    // stored (WriteItem::copy) when it writes the id with the session's
+    // `format` properties.
+    virtual bool KeepsStoredForm(std::string_view, const std::string & /*path*/,
+                                 const PropertyMap & /*format*/) const {
+        return false;
+    }
+    // The writer keeps comments of archives of the id.
     virtual bool KeepsComments(std::string_view) const { return false; }
     virtual Result Write(const WriteRequest &, ItemFeed &) const { return kEngineNotImplemented; }
     // The extension a new archive of the id gets, with its dot.

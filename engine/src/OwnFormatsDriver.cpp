@@ -168,7 +168,17 @@ public:
     }
 
     bool CanWrite(std::string_view) const override { return true; }
-    bool KeepsStoredForm(std::string_view) const override { return true; }
+    // Blocks are copied as they are stored, unless the first version is to
+    // be written from an archive of a later one, whose blocks may use what
+    // the first version cannot read: its items are then decoded and coded
+    // again.
+    bool KeepsStoredForm(std::string_view id, const std::string &path,
+                         const PropertyMap &format) const override {
+        if (IsVnk5(id) || IntegerOf(format, kFormatPropMaxVersion, vnkx::kNewestVersion) != 0)
+            return true;
+        std::optional<std::uint16_t> version = vnkx::ArchiveVersion(path);
+        return version && *version == 0;
+    }
     bool KeepsComments(std::string_view id) const override { return !IsVnk5(id); }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {

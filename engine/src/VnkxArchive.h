@@ -42,6 +42,9 @@ struct StoredItem final : StoredData {
 // and through `operation` for segments that are not beside `path`.
 Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file,
                        Operation *operation = nullptr);
+// The format version in the trailer of the archive at `path` (the last
+// segment of a segmented one); none when it cannot be read.
+std::optional<std::uint16_t> ArchiveVersion(const std::string &path);
 // The flavour of the archive that ends the file, for the content test.
 std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<std::uint8_t> &tail,
                                     std::uint64_t fileSize);

@@ -13,6 +13,8 @@ constexpr std::uint8_t kTrailerMagic[4] = {'V', 'N', 'K', 'T'};
 constexpr std::uint8_t kTrailerEnd[4] = {'V', 'N', 'K', 'E'};
 // Limits a reader holds a catalogue to before it allocates anything.
 constexpr std::uint32_t kMostBlocks = 1u << 24;
+// The encoded size of one block entry of the catalogue.
+constexpr std::size_t kBlockEntrySize = 44;
 constexpr std::uint32_t kMostItems = 1u << 24;
 constexpr std::uint32_t kMostExtents = 1u << 20;
 
@@ -220,7 +222,7 @@ Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, CatalogueBody 
     if (!in.U8(hasComment)) return kEngineCatalogueDamaged;
     if (hasComment && !in.Text(body.comment)) return kEngineCatalogueDamaged;
     std::uint32_t blocks = 0;
-    if (!in.U32(blocks) || blocks > kMostBlocks || blocks > in.left() / 48)
+    if (!in.U32(blocks) || blocks > kMostBlocks || blocks > in.left() / kBlockEntrySize)
         return kEngineCatalogueDamaged;
     body.blocks.resize(blocks);
     for (BlockEntry &block : body.blocks) {

@@ -411,6 +411,18 @@ std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<s
     return HeaderFlavour(header, sizeof header);
 }
 
+std::optional<std::uint16_t> ArchiveVersion(const std::string &path) {
+    std::shared_ptr<ArchiveBytes> bytes;
+    if (OpenArchiveBytes(path, nullptr, bytes) != kEngineOK || bytes->size() < kTrailerSize)
+        return std::nullopt;
+    std::uint8_t end[kTrailerSize];
+    Trailer trailer;
+    if (bytes->ReadAt(bytes->size() - kTrailerSize, end, kTrailerSize) != kEngineOK ||
+        !DecodeTrailer(end, kTrailerSize, trailer))
+        return std::nullopt;
+    return trailer.version;
+}
+
 Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, ArchiveFile &file,
                        Operation *operation) {
     file.source = std::make_shared<ArchiveSource>();

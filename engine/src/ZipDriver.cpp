@@ -181,7 +181,10 @@ public:
     }
 
     bool CanWrite(std::string_view) const override { return true; }
-    bool KeepsStoredForm(std::string_view) const override { return true; }
+    bool KeepsStoredForm(std::string_view, const std::string &,
+                         const PropertyMap &) const override {
+        return true;
+    }
     bool KeepsComments(std::string_view) const override { return true; }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {

@@ -387,5 +387,34 @@ TEST_F(VnkxTextBlockTest, FirstVersionArchivesNeverHoldTextBlocks) {
     }
 }
 
+// A later archive changed where only the first version may be written: its
+// blocks cannot be copied as they are, so its items are coded again.
+TEST_F(VnkxTextBlockTest, ChangingALaterArchiveForTheFirstVersionCodesItsItemsAgain) {
+    fs::path archive = Scratch("archives") / "later.vnkx";
+    ASSERT_EQ(Create("vnkx", {tree}, archive), kEngineOK);
+    ASSERT_TRUE(MethodsOf(archive).count(kMethodWordText));
+    SetVnkx(kFormatPropMaxVersion, 0);
+    fs::path extra = Scratch("extra") / "added.txt";
+    WriteFile(extra, "added under the first version\n");
+    {
+        OpenedArchive opened(engine, archive, kEngineAccessChange);
+        ASSERT_EQ(opened.status(), kEngineOK);
+        OwnedItem src = opened.Item(L"src");
+        OwnedFSList sources = PathList(engine, {extra});
+        OwnedItemList added;
+        ASSERT_EQ(AddItemsToArchive(engine, src.get(), sources.get(), added.out(), nullptr),
+                  kEngineOK);
+        ASSERT_EQ(opened.Close(), kEngineOK);
+    }
+    EXPECT_EQ(ReadFile(archive)[8], 0) << "the header's version";
+    const std::set<int> firstVersionMethods{1, 2, 3, 5, 6};
+    for (int method : MethodsOf(archive)) EXPECT_TRUE(firstVersionMethods.count(method)) << method;
+    fs::path out = Scratch("out-later");
+    ASSERT_EQ(Expand(archive, out), kEngineOK);
+    EXPECT_EQ(ReadFile(out / "src" / "added.txt"), "added under the first version\n");
+    fs::remove(out / "src" / "added.txt");
+    EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree));
+}
+
 }  // namespace
 }  // namespace enginetest
