@@ -197,7 +197,9 @@ TEST_F(VnkxTest, ASecondReaderWrittenFromTheLayoutReadsEveryBlockAndItem) {
         SetVnkx(kFormatPropCompMethod, method);
         std::string read = readBack(Made("method" + std::to_string(method) + ".vnkx"));
         // Deflate puts all in one block, mostly code: the x86 filter.
-        if (method == 1) EXPECT_NE(read.find("filters [1]"), std::string::npos) << read;
+        if (method == 1) {
+            EXPECT_NE(read.find("filters [1]"), std::string::npos) << read;
+        }
     }
     SetVnkx(kFormatPropCompressionDegree, 3);  // word text as LZMA2
     std::string degree3 = readBack(Made("degree3.vnkx"));
