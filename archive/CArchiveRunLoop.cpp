@@ -38,6 +38,8 @@ CArchiveRunLoop::~CArchiveRunLoop() {
 
 void CArchiveRunLoop::RequestInterrupt() { interruptRequested = true; }
 
+bool CArchiveRunLoop::TakeInterrupt() { return interruptRequested.exchange(false); }
+
 void CArchiveRunLoop::OnEnd(void *context, bool cancelled) {
     auto *loop = static_cast<CArchiveRunLoop *>(context);
     loop->endCancelled_ = cancelled;

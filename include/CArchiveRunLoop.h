@@ -57,6 +57,11 @@ public:
     // safe from a signal handler and from any thread.
     static void RequestInterrupt();
 
+    // Takes an interrupt that came while no run was going, such as Ctrl-C
+    // at a prompt before a run; true when one had come. The next run would
+    // drop it.
+    static bool TakeInterrupt();
+
 private:
     static void OnEnd(void *context, bool cancelled);
     ARCHIVE_RUN_OUTCOME WaitForEnd(CArchive &archive);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "platform/PromptInterrupt.h"
 #include "platform/WideText.h"
 #include "platform/WinFile.h"
 #include "platform/WinFormat.h"
@@ -170,6 +171,7 @@ std::optional<std::string> TerminalUiHost::ReadLine() {
     // Byte by byte, so nothing typed ahead for a later prompt is swallowed.
     std::string line;
     for (;;) {
+        if (interrupt_ && !interrupt_->WaitForInput(input_)) return std::nullopt;
         char c = 0;
         ssize_t got = ::read(input_, &c, 1);
         if (got < 0 && errno == EINTR) continue;
@@ -267,7 +269,19 @@ auto TerminalUiHost::Prompting(Ask ask) -> decltype(ask()) {
     if (!terminal_) return std::nullopt;
     std::lock_guard lock(terminalMutex_);
     LeaveProgressBlock();
-    return ask();
+    return Interruptibly(ask);
+}
+
+template <class Ask>
+auto TerminalUiHost::Interruptibly(Ask ask) -> decltype(ask()) {
+    // Passes a caught interrupt on when it goes, after the answer is taken.
+    PromptInterrupt interrupt;
+    interrupt_ = &interrupt;
+    auto answer = ask();
+    interrupt_ = nullptr;
+    // Ctrl-C cancels the prompt even when it came with the answer.
+    if (interrupt.Caught()) return std::nullopt;
+    return answer;
 }
 
 int TerminalUiHost::MessageBox(HWND, const std::wstring &text, const std::wstring &caption,
@@ -279,7 +293,7 @@ int TerminalUiHost::MessageBox(HWND, const std::wstring &text, const std::wstrin
     std::vector<Choice> choices;
     for (int button : MessageBoxButtons(flags)) choices.push_back({ButtonName(button), button});
     std::wstring question = caption.empty() ? text : caption + L"\n" + text;
-    return Choose(question, choices, preset).value_or(preset);
+    return Interruptibly([&] { return Choose(question, choices, preset); }).value_or(preset);
 }
 
 bool TerminalUiHost::ShowText(HWND, const std::wstring &title, const std::wstring &text) {

@@ -4,7 +4,9 @@
 // It talks to the terminal through two descriptors, by default standard
 // input and standard error (standard output stays the program's). Unless
 // both are terminals nothing is shown: message boxes give their default
-// button and prompts are refused, as when nobody can answer.
+// button and prompts are refused, as when nobody can answer. Ctrl-C at a
+// prompt cancels it (a message box gives its default button) and is then
+// passed on to the program's own handling of SIGINT (PromptInterrupt).
 #pragma once
 
 #include <unistd.h>
@@ -17,6 +19,8 @@
 #include "platform/UiHost.h"
 
 namespace platform {
+
+class PromptInterrupt;
 
 // What a progress dialog shows, read from its controls.
 struct ProgressView {
@@ -99,6 +103,10 @@ private:
     // refused at once when there is no terminal.
     template <class Ask>
     auto Prompting(Ask ask) -> decltype(ask());
+    // Runs a prompt that Ctrl-C cancels (std::nullopt); the interrupt is
+    // then passed on to the program's own handling of SIGINT.
+    template <class Ask>
+    auto Interruptibly(Ask ask) -> decltype(ask());
     int Columns() const;
 
     int input_;
@@ -106,6 +114,8 @@ private:
     bool terminal_;
     // Held by a prompt for as long as it stands, and by a redraw.
     std::mutex terminalMutex_;
+    // The catch of the prompt standing, if any.
+    const PromptInterrupt *interrupt_ = nullptr;
     HWND progressDialog_ = nullptr;
     int progressLines_ = 0;
     std::chrono::steady_clock::time_point lastDraw_{};

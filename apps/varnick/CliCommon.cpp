@@ -331,18 +331,21 @@ ArchiveSession::~ArchiveSession() {
     if (parent_) DestroyWindow(parent_);
 }
 
-bool ArchiveSession::ReadInfo() {
+int ArchiveSession::ReadInfo() {
     archive_.lastResult = 0;
-    if (archive_.GetArchiveInfo(false)) {
+    const bool read = archive_.GetArchiveInfo(false);
+    // Ctrl-C at the password prompt of a Zip listing ends only the prompt:
+    // the listing goes on without the password, and the run would ask again.
+    if (TakeInterruptOutsideRun()) return ReportInterrupted(L"read");
+    if (read) {
         holdsEncryptedItems_ = archive_.encrypted;
         for (const CArchiveItem &item : archive_.archiveObject->items) {
             holdsEncryptedItems_ = holdsEncryptedItems_ || item.encrypted;
         }
-        return true;
+        return kExitSuccess;
     }
     if (archive_.lastResult == 0) archive_.lastResult = kEngineNotAnArchive;
-    ReportFailure(L"read", archive_.lastResult);
-    return false;
+    return ReportFailure(L"read", archive_.lastResult);
 }
 
 int ArchiveSession::Run(const wchar_t *what, const std::function<bool()> &start) {
@@ -354,8 +357,7 @@ int ArchiveSession::ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome)
         case kArchiveRunSucceeded:
             return kExitSuccess;
         case kArchiveRunInterrupted:
-            PrintError(FormatW(L"%s: interrupted", what));
-            return kExitCancelled;
+            return ReportInterrupted(what);
         case kArchiveRunCancelled:
             // A question of the library that no one answered: the password
             // of an encrypted archive, or a conflict. The library forgets
@@ -366,6 +368,11 @@ int ArchiveSession::ExitCodeOf(const wchar_t *what, ARCHIVE_RUN_OUTCOME outcome)
         default:
             return ReportFailure(what, archive_.lastResult);
     }
+}
+
+int ArchiveSession::ReportInterrupted(const wchar_t *what) {
+    PrintError(FormatW(L"%s: interrupted", what));
+    return kExitCancelled;
 }
 
 int ArchiveSession::ReportFailure(const wchar_t *what, EngineResult code) {
@@ -394,10 +401,8 @@ std::unique_ptr<ArchiveSession> OpenListed(const Arguments &arguments, int &exit
     }
     auto session = std::make_unique<ArchiveSession>(arguments.positional[0]);
     session->Archive().password = password;
-    if (!session->ReadInfo()) {
-        exitCode = kExitFailure;
-        return nullptr;
-    }
+    exitCode = session->ReadInfo();
+    if (exitCode != kExitSuccess) return nullptr;
     return session;
 }
 

@@ -149,8 +149,10 @@ public:
     // Whether the archive or any item of its listing is encrypted.
     bool HoldsEncryptedItems() const { return holdsEncryptedItems_; }
 
-    // Reads format, sizes and listing; on failure the reason is on stderr.
-    bool ReadInfo();
+    // Reads format, sizes and listing; an exit code, on failure the reason
+    // on stderr. Ctrl-C while it read (at its password prompt, say) stops
+    // the command as interrupted.
+    int ReadInfo();
     // Starts an operation of the archive's worker with `start` and pumps
     // messages until its end; an exit code, any failure told on stderr.
     int Run(const wchar_t *what, const std::function<bool()> &start);
@@ -160,6 +162,12 @@ public:
         return loop_.RunBlocking(archive_, work);
     }
     int ReportFailure(const wchar_t *what, EngineResult code);
+    // Whether Ctrl-C came while no run was going, such as at a prompt
+    // before one (which it ended unanswered); taken, so that it is told
+    // once. The command then stops with ReportInterrupted.
+    bool TakeInterruptOutsideRun() { return CArchiveRunLoop::TakeInterrupt(); }
+    // "WHAT: interrupted" on stderr; kExitCancelled.
+    static int ReportInterrupted(const wchar_t *what);
     // A failed run of an encrypted archive told as the password's fault:
     // missing when none was given, wrong otherwise.
     int ReportPasswordFailure(const wchar_t *what) {

@@ -261,15 +261,17 @@ void ApplyFormatOptions(const CreateRequest &request, CEngine &engine,
     if (request.hasRedundancy) options.RedundancyLevel = request.redundancy;
 }
 
-// A new password typed twice without echo; false when none was typed.
-bool AskNewPassword(ArchiveSession &session, std::wstring &password) {
+// A new password typed twice without echo; an exit code, the failure or
+// the interrupt told when none was typed.
+int AskNewPassword(ArchiveSession &session, std::wstring &password) {
     CPassword prompt(session.ParentWindow(), session.Archive().name.c_str(), true, false);
-    if (!prompt.Run() || prompt.password.empty()) {
-        PrintError(L"create: no password was typed (a terminal is needed to ask)");
-        return false;
+    if (prompt.Run() && !prompt.password.empty()) {
+        password = prompt.password;
+        return kExitSuccess;
     }
-    password = prompt.password;
-    return true;
+    if (session.TakeInterruptOutsideRun()) return ArchiveSession::ReportInterrupted(L"create");
+    PrintError(L"create: no password was typed (a terminal is needed to ask)");
+    return kExitFailure;
 }
 
 // The comment of the new vnkx archive, set in a change of its own.
@@ -326,7 +328,10 @@ int CreateCommand(const std::vector<std::wstring> &words) {
     CArchive &archive = session.Archive();
     CFormatOptionsRepository formatOptions;
     ApplyFormatOptions(request, session.Engine(), formatOptions);
-    if (request.askPassword && !AskNewPassword(session, password)) return kExitFailure;
+    if (request.askPassword) {
+        if (const int asked = AskNewPassword(session, password); asked != kExitSuccess)
+            return asked;
+    }
     archive.appOptions = &appOptions;
     archive.formatOptions = &formatOptions;
     archive.formatType = request.type;

@@ -46,22 +46,25 @@ std::unique_ptr<ArchiveSession> OpenProtected(const Arguments &arguments, bool l
     if (!ResolvePassword(arguments, given)) return nullptr;
     auto session = std::make_unique<ArchiveSession>(arguments.positional[0]);
     if (listWithPassword) session->Archive().password = given;
-    if (!session->ReadInfo()) return nullptr;
-    exitCode = kExitSuccess;
+    exitCode = session->ReadInfo();
+    if (exitCode != kExitSuccess) return nullptr;
     return session;
 }
 
 // The password given, or else the one the listing asked for, or else one
 // typed at the library's prompt (twice for a new one); nothing when none
-// comes (told).
+// comes (told, with `exitCode` set).
 std::optional<std::wstring> PasswordFor(const wchar_t *what, const std::wstring &given,
-                                        ArchiveSession &session, bool isNew) {
+                                        ArchiveSession &session, bool isNew, int &exitCode) {
     if (!given.empty()) return given;
     CArchive &archive = session.Archive();
     if (!isNew && !archive.password.empty()) return archive.password;
     CPassword prompt(session.ParentWindow(), archive.name.c_str(), isNew, false);
     if (prompt.Run() && !prompt.password.empty()) return prompt.password;
-    if (isNew) {
+    exitCode = kExitFailure;
+    if (session.TakeInterruptOutsideRun()) {
+        exitCode = ArchiveSession::ReportInterrupted(what);
+    } else if (isNew) {
         PrintError(FormatW(L"%s %s: a new password is needed: give --password", what,
                            archive.name.c_str()));
     } else {
@@ -89,8 +92,9 @@ int EncryptCommand(const std::vector<std::wstring> &words) {
             FormatW(L"encrypt %s: already encrypted (decrypt it first)", archive.name.c_str()));
         return kExitFailure;
     }
-    const std::optional<std::wstring> password = PasswordFor(L"encrypt", given, *session, true);
-    if (!password) return kExitFailure;
+    const std::optional<std::wstring> password =
+        PasswordFor(L"encrypt", given, *session, true, exitCode);
+    if (!password) return exitCode;
     CFormatOptionsRepository formatOptions;
     archive.formatOptions = &formatOptions;
     archive.encrypted = false;
@@ -114,8 +118,9 @@ int DecryptCommand(const std::vector<std::wstring> &words) {
     if (!session) return exitCode;
     CArchive &archive = session->Archive();
     if (!session->HoldsEncryptedItems() && !archive.IsEncrypted()) return NotEncrypted(archive);
-    const std::optional<std::wstring> password = PasswordFor(L"decrypt", given, *session, false);
-    if (!password) return kExitFailure;
+    const std::optional<std::wstring> password =
+        PasswordFor(L"decrypt", given, *session, false, exitCode);
+    if (!password) return exitCode;
     archive.password = *password;
     if (!archive.VerifyPassword(password->c_str())) {
         return session->ReportFailure(L"decrypt", kEngineWrongPassword);
