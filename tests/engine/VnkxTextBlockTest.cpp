@@ -390,30 +390,45 @@ TEST_F(VnkxTextBlockTest, FirstVersionArchivesNeverHoldTextBlocks) {
 // A later archive changed where only the first version may be written: its
 // blocks cannot be copied as they are, so its items are coded again.
 TEST_F(VnkxTextBlockTest, ChangingALaterArchiveForTheFirstVersionCodesItsItemsAgain) {
-    fs::path archive = Scratch("archives") / "later.vnkx";
-    ASSERT_EQ(Create("vnkx", {tree}, archive), kEngineOK);
-    ASSERT_TRUE(MethodsOf(archive).count(kMethodWordText));
-    SetVnkx(kFormatPropMaxVersion, 0);
     fs::path extra = Scratch("extra") / "added.txt";
     WriteFile(extra, "added under the first version\n");
-    {
-        OpenedArchive opened(engine, archive, kEngineAccessChange);
-        ASSERT_EQ(opened.status(), kEngineOK);
-        OwnedItem src = opened.Item(L"src");
-        OwnedFSList sources = PathList(engine, {extra});
-        OwnedItemList added;
-        ASSERT_EQ(AddItemsToArchive(engine, src.get(), sources.get(), added.out(), nullptr),
-                  kEngineOK);
-        ASSERT_EQ(opened.Close(), kEngineOK);
+    // Plain, and enciphered with ChaCha20, which the first version has not.
+    for (const std::wstring password : {L"", L"pw"}) {
+        const std::string label = password.empty() ? "plain" : "enciphered";
+        SetVnkx(kFormatPropMaxVersion, 7);
+        SetVnkx(kFormatPropEncryptMethod, 2);
+        fs::path archive = Scratch("archives") / (label + ".vnkx");
+        OwnedString secret = password.empty() ? OwnedString() : Text(password);
+        ASSERT_EQ(Create("vnkx", {tree}, archive, nullptr, secret.get()), kEngineOK) << label;
+        ASSERT_TRUE(MethodsOf(archive).count(kMethodWordText)) << label;
+        SetVnkx(kFormatPropMaxVersion, 0);
+        {
+            OpenedArchive opened(engine, archive, kEngineAccessChange, password);
+            ASSERT_EQ(opened.status(), kEngineOK) << label;
+            OwnedItem src = opened.Item(L"src");
+            OwnedFSList sources = PathList(engine, {extra});
+            OwnedItemList added;
+            ASSERT_EQ(AddItemsToArchive(engine, src.get(), sources.get(), added.out(), nullptr),
+                      kEngineOK)
+                << label;
+            ASSERT_EQ(opened.Close(), kEngineOK) << label;
+        }
+        std::string bytes = ReadFile(archive);
+        EXPECT_EQ(bytes[8], 0) << label << ": the header's version";
+        const std::set<int> firstVersionMethods{1, 2, 3, 5, 6};
+        for (std::size_t at = bytes.find("VBLK"); at != std::string::npos;
+             at = bytes.find("VBLK", at + 4)) {
+            EXPECT_TRUE(firstVersionMethods.count(static_cast<std::uint8_t>(bytes[at + 4])))
+                << label;
+            EXPECT_EQ(bytes[at + 5], 0) << label << ": no filter";
+            EXPECT_EQ(bytes[at + 6], password.empty() ? 0 : 1) << label << ": AES-256-GCM";
+        }
+        fs::path out = Scratch("out-" + label);
+        ASSERT_EQ(Expand(archive, out, nullptr, secret.get()), kEngineOK) << label;
+        EXPECT_EQ(ReadFile(out / "src" / "added.txt"), "added under the first version\n");
+        fs::remove(out / "src" / "added.txt");
+        EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree)) << label;
     }
-    EXPECT_EQ(ReadFile(archive)[8], 0) << "the header's version";
-    const std::set<int> firstVersionMethods{1, 2, 3, 5, 6};
-    for (int method : MethodsOf(archive)) EXPECT_TRUE(firstVersionMethods.count(method)) << method;
-    fs::path out = Scratch("out-later");
-    ASSERT_EQ(Expand(archive, out), kEngineOK);
-    EXPECT_EQ(ReadFile(out / "src" / "added.txt"), "added under the first version\n");
-    fs::remove(out / "src" / "added.txt");
-    EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree));
 }
 
 }  // namespace
