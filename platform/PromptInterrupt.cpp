@@ -14,8 +14,26 @@ namespace {
 std::atomic<bool> catchHeld{false};
 std::atomic<bool> interruptCaught{false};
 // The pipe's end the handler writes to: a wait on any thread wakes, not
-// only one the signal happens to land on.
+// only one the signal happens to land on. Made once and kept, so that a
+// handler still running on another thread as a prompt ends never writes
+// into a descriptor since reused.
 std::atomic<int> wakeDescriptor{-1};
+int wakeReadEnd = -1;
+
+// The pipe's read end, emptied of an earlier prompt's wake; -1 when it
+// cannot be made. Called with the catch held.
+int EmptiedWakePipe() {
+    if (wakeReadEnd < 0) {
+        int ends[2] = {-1, -1};
+        if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
+        wakeReadEnd = ends[0];
+        wakeDescriptor = ends[1];
+    }
+    char drained[16];
+    while (read(wakeReadEnd, drained, sizeof drained) > 0) {
+    }
+    return wakeReadEnd;
+}
 
 extern "C" void WakePrompt(int) {
     const int savedErrno = errno;
@@ -36,11 +54,8 @@ PromptInterrupt::PromptInterrupt() {
     owner_ = true;
     interruptCaught = false;
     if (sigaction(SIGINT, nullptr, &previous_) != 0 || previous_.sa_handler == SIG_IGN) return;
-    int ends[2] = {-1, -1};
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
-    wakeRead_ = ends[0];
-    wakeWrite_ = ends[1];
-    wakeDescriptor = wakeWrite_;
+    wakeRead_ = EmptiedWakePipe();
+    if (wakeRead_ < 0) return;
     struct sigaction wake {};
     wake.sa_handler = WakePrompt;
     sigemptyset(&wake.sa_mask);
@@ -52,9 +67,6 @@ PromptInterrupt::PromptInterrupt() {
 PromptInterrupt::~PromptInterrupt() {
     if (!owner_) return;
     if (installed_) sigaction(SIGINT, &previous_, nullptr);
-    wakeDescriptor = -1;
-    if (wakeRead_ >= 0) close(wakeRead_);
-    if (wakeWrite_ >= 0) close(wakeWrite_);
     const bool caught = installed_ && interruptCaught.exchange(false);
     catchHeld = false;
     if (caught) raise(SIGINT);

@@ -33,8 +33,7 @@ public:
 private:
     bool owner_ = false;      // this object holds the process's one catch
     bool installed_ = false;  // its handler is SIGINT's (not when SIGINT is ignored)
-    int wakeRead_ = -1;
-    int wakeWrite_ = -1;
+    int wakeRead_ = -1;       // the process's wake pipe, kept for its life
     struct sigaction previous_ {};
 };
 
