@@ -1,5 +1,7 @@
 #include "FormatProfile.h"
 
+#include <unistd.h>
+
 namespace engine {
 
 const MethodProfile *CurrentMethod(const FormatProfile &profile, const PropertyMap &properties) {
@@ -56,6 +58,12 @@ Result ProfileValue(const FormatProfile &profile, const PropertyMap &properties,
         return kEngineOK;
     }
     return kEnginePropertyNotApplicable;
+}
+
+std::uint64_t WriteMemoryAllowed() {
+    long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0) return 1ULL << 31;
+    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / 2;
 }
 
 }  // namespace engine

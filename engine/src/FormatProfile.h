@@ -30,4 +30,7 @@ Result ProfileValue(const FormatProfile &profile, const PropertyMap &properties,
                     std::string_view name, std::int32_t &value);
 const MethodProfile *CurrentMethod(const FormatProfile &profile, const PropertyMap &properties);
 
+// Memory a write may take: half of what the machine has.
+std::uint64_t WriteMemoryAllowed();
+
 }  // namespace engine

@@ -1,7 +1,6 @@
 // The project's own archive format vnkx and its classic form vnk5 ("vnk"):
 // told by the trailer at the end of the file (so also behind a
 // self-extracting stub), read and written by the Vnkx* files.
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -49,13 +48,6 @@ const vnkx::MethodChoice kDegrees[] = {
 };
 
 bool IsVnk5(std::string_view id) { return id == "vnk5" || id == "vnk"; }
-
-// Memory a write may take: half of what the machine has.
-std::uint64_t MemoryAllowed() {
-    long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
-    if (pages <= 0 || pageSize <= 0) return 1ULL << 31;
-    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) / 2;
-}
 
 // The methods the first version of the format knows; the others fall back
 // to the nearest one it has.
@@ -133,7 +125,7 @@ Result VnkxSettings(const WriteRequest &request, vnkx::WriteSettings &settings) 
     // version does not have.
     choice.wordText = settings.version > 0 && choice.textOrder == 0 &&
                       vnkx::CodedMethod(choice.method) == vnkx::kMethodZstd;
-    const std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice), allowed = MemoryAllowed();
+    const std::uint64_t perWorker = vnkx::WorkerMemoryOfRun(choice), allowed = WriteMemoryAllowed();
     if (!vnkx::RunFits(perWorker, allowed)) return kEngineExtentTooHigh;
     if (request.threads)
         settings.workers = vnkx::WorkersFor(perWorker, OrderedWorkerPool::Cores(), allowed);

@@ -16,6 +16,7 @@
 #include "Sniff.h"
 #include "ZipDirectory.h"
 #include "ZipItemDecoder.h"
+#include "ZipStreamEncoder.h"
 #include "ZipWriter.h"
 
 namespace engine {
@@ -191,8 +192,12 @@ public:
         ZipWriteSettings settings;
         settings.method =
             IntegerOf(request.format, kFormatPropCompMethod, kZipProfile.defaultMethod);
-        if (settings.method != 0 && settings.method != 1) return kEngineMethodUnsupported;
+        if (ZipMethodOf(settings.method) == 0xFFFF) return kEngineMethodUnsupported;
         ProfileValue(kZipProfile, request.format, kFormatPropCompressionLevel, settings.level);
+        ProfileValue(kZipProfile, request.format, kFormatPropCompExtent, settings.extent);
+        if (ZipEncoderMemory(settings.method, settings.level, settings.extent) >
+            WriteMemoryAllowed())
+            return kEngineExtentTooHigh;
         if (!request.password.empty()) {
             std::int32_t encryption = IntegerOf(request.format, kFormatPropEncryptMethod, 1);
             std::int32_t keySize = IntegerOf(request.format, kFormatPropKeySize, 0);

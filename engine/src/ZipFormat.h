@@ -14,11 +14,12 @@ inline constexpr std::uint32_t kLocator64Signature = 0x07064b50;
 inline constexpr std::uint32_t kDescriptorSignature = 0x08074b50;
 
 inline constexpr std::uint16_t kMethodStore = 0, kMethodDeflate = 8, kMethodDeflate64 = 9,
-                               kMethodAes = 99;
+                               kMethodBzip2 = 12, kMethodLzma = 14, kMethodZstd = 93,
+                               kMethodXz = 95, kMethodAes = 99;
 
 inline constexpr std::uint16_t kFlagEncrypted = 0x0001, kFlagDescriptor = 0x0008,
                                kFlagUtf8 = 0x0800;
 // The method's own option bits (deflate's level, LZMA's end marker).
-inline constexpr std::uint16_t kFlagMethodOptions = 0x0006;
+inline constexpr std::uint16_t kFlagMethodOptions = 0x0006, kFlagLzmaEndMarker = 0x0002;
 
 }  // namespace engine::zipformat

@@ -49,6 +49,10 @@ LibarchiveCoderDecoder::Envelope OneItemZip(const ZipStoredItem &item, std::uint
         Put64(local, item.size);
         Put64(local, compressed);
     }
+    // libarchive's zstd reader asks for a byte beyond the item while it still
+    // has output to give: an end record follows, as in any zip.
+    Put32(envelope.after, 0x06054B50);
+    envelope.after.resize(envelope.after.size() + 18, 0);
     envelope.enable = archive_read_support_format_zip_streamable;
     // An AES item keeps no CRC; the others' is checked by the engine's cursor.
     envelope.options = "zip:ignorecrc32";
@@ -201,13 +205,29 @@ Result ZipItemDecoder::Payload(std::uint8_t *out, std::size_t size, std::size_t 
     return kEngineOK;
 }
 
+Result ZipItemDecoder::DrainPayload() {
+    std::uint8_t rest[4096];
+    for (std::size_t got = 1; got > 0;)
+        if (Result result = Payload(rest, sizeof rest, got)) return result;
+    return kEngineOK;
+}
+
 Result ZipItemDecoder::Decode(std::uint8_t *out, std::size_t size, std::size_t &got) {
     got = 0;
     if (deflate64_) {
         Result result = deflate64_->Read(out, size, got);
         return decodeFailure_ != kEngineOK ? decodeFailure_ : result;
     }
-    if (other_) return other_->Read(out, size, got);
+    if (other_) {
+        // libarchive 3.6's zstd reader fails when it is asked again after
+        // the last byte of an item whose input it has taken whole: the
+        // item's size ends it here, and what is left of the payload is read
+        // for the authentication code.
+        if (decoded_ >= item_.size) return DrainPayload();
+        Result result = other_->Read(out, size, got);
+        decoded_ += got;
+        return result;
+    }
     return Payload(out, size, got);
 }
 

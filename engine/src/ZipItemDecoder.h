@@ -51,6 +51,8 @@ private:
     Result Decode(std::uint8_t *out, std::size_t size, std::size_t &got);
     // Up to `size` deciphered bytes of the compressed data.
     Result Payload(std::uint8_t *out, std::size_t size, std::size_t &got);
+    // Reads the rest of the payload, for the authentication code at its end.
+    Result DrainPayload();
     Result ReadRaw(std::uint8_t *out, std::size_t size);
 
     int fd_;
@@ -67,6 +69,7 @@ private:
     std::unique_ptr<Deflate64Decoder> deflate64_;
     Result decodeFailure_ = kEngineOK;  // of the source under deflate64_
     std::unique_ptr<LibarchiveCoderDecoder> other_;
+    std::uint64_t decoded_ = 0;        // bytes libarchive gave
     std::vector<std::uint8_t> probe_;  // decoded while the password was tried
     std::size_t probeAt_ = 0;
 };

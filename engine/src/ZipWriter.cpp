@@ -4,7 +4,6 @@
 #include <libdeflate.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -21,6 +20,7 @@
 #include "ZipAesCipher.h"
 #include "ZipDirectory.h"
 #include "ZipFormat.h"
+#include "ZipStreamEncoder.h"
 #include "ZipTraditionalCipher.h"
 
 namespace engine {
@@ -32,7 +32,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t kMarker32 = 0xFFFFFFFF;
 // Items up to this size are compressed whole, in memory, on a worker; larger
-// ones are streamed through zlib on the writer's thread.
+// ones are streamed through their coder on the writer's thread.
 constexpr std::uint64_t kWholeItemLimit = 64ULL << 20;
 constexpr std::uint64_t kPendingBytesLimit = 256ULL << 20;
 constexpr std::size_t kStreamChunk = 1 << 20;
@@ -75,6 +75,7 @@ struct Job {
     std::uint32_t crc = 0;
     std::uint64_t size = 0;
     std::uint16_t method = kMethodStore;  // of the data before enciphering
+    std::uint16_t versionNeeded = 10;
     std::uint16_t flags = 0;
     Bytes aesExtra;
     const ZipStoredItem *copy = nullptr;
@@ -181,7 +182,8 @@ private:
         job->info = item.info;
         job->name = Utf8(item.info.path);
         if (item.info.folder && (job->name.empty() || job->name.back() != '/')) job->name += '/';
-        job->storeOnly = item.storeOnly || settings_.method == 0 || settings_.level == 0;
+        job->storeOnly = item.storeOnly || settings_.method == 0 ||
+                         (settings_.method == 1 && settings_.level == 0);
         if (item.copy) {
             job->copy = dynamic_cast<const ZipStoredItem *>(item.copy);
             job->copyFrom = item.copyFrom;
@@ -279,7 +281,9 @@ private:
     void Compress(Job &job, libdeflate_compressor **cached = nullptr) {
         job.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, job.data.data(), job.data.size()));
         job.method = kMethodStore;
-        if (!job.storeOnly && !job.data.empty()) {
+        if (!job.storeOnly && !job.data.empty() && settings_.method != 1) {
+            job.result = CompressWithCoder(job);
+        } else if (!job.storeOnly && !job.data.empty()) {
             libdeflate_compressor *local = nullptr;
             libdeflate_compressor *&compressor = cached ? *cached : local;
             if (!compressor)
@@ -294,6 +298,7 @@ private:
                 if (made > 0 && made < job.data.size()) {
                     job.data.assign(packed.get(), packed.get() + made);
                     job.method = kMethodDeflate;
+                    job.versionNeeded = 20;
                 }
             } else {
                 job.result = kEngineOutOfMemory;
@@ -301,6 +306,25 @@ private:
             if (local) libdeflate_free_compressor(local);
         }
         if (job.result == kEngineOK) job.result = Encipher(job);
+    }
+
+    // The methods other than deflate. A dictionary larger than the item
+    // only costs memory, so it is cut to the item's size.
+    Result CompressWithCoder(Job &job) {
+        int extent = settings_.extent;
+        while (extent > 12 && (1ULL << (extent - 1)) >= job.data.size()) --extent;
+        auto coder = ZipStreamEncoder::Make(settings_.method, settings_.level, extent);
+        if (!coder) return kEngineOutOfMemory;
+        Bytes packed;
+        if (Result result = coder->CodeWhole(job.data.data(), job.data.size(), packed))
+            return result;
+        if (packed.size() < job.data.size()) {
+            job.data = std::move(packed);
+            job.method = coder->Method();
+            job.versionNeeded = coder->VersionNeeded();
+            job.flags |= coder->Flags();
+        }
+        return kEngineOK;
     }
 
     Result Encipher(Job &job) {
@@ -413,11 +437,11 @@ private:
         entry.compressedSize = job.data.size();
         entry.crc = job.crc;
         entry.method = job.method;
-        entry.versionNeeded = job.method == kMethodDeflate || job.info.folder ? 20 : 10;
+        entry.versionNeeded = job.info.folder ? 20 : job.versionNeeded;
         if (!job.aesExtra.empty()) {
             entry.method = kMethodAes;
             entry.crc = 0;
-            entry.versionNeeded = 51;
+            entry.versionNeeded = std::max<std::uint16_t>(51, entry.versionNeeded);
             entry.extra = job.aesExtra;
         }
         bool zip64 = entry.size >= kMarker32 || entry.compressedSize >= kMarker32;
@@ -433,12 +457,18 @@ private:
         return kEngineOK;
     }
 
-    // An item larger than a worker takes whole: compressed with zlib as it
-    // is read, the sizes and check value written into its header afterwards.
+    // An item larger than a worker takes whole: compressed as it is read,
+    // the sizes and check value written into its header afterwards.
     Result StreamLarge(Job &job, DataSource &data) {
+        std::unique_ptr<ZipStreamEncoder> coder;
+        if (!job.storeOnly) {
+            coder = ZipStreamEncoder::Make(settings_.method, settings_.level, settings_.extent);
+            if (!coder) return kEngineOutOfMemory;
+        }
         Central entry = CentralFor(job);
-        entry.method = job.storeOnly ? kMethodStore : kMethodDeflate;
-        entry.versionNeeded = 45;
+        entry.method = coder ? coder->Method() : kMethodStore;
+        entry.flags |= coder ? coder->Flags() : 0;
+        entry.versionNeeded = std::max<std::uint16_t>(45, coder ? coder->VersionNeeded() : 0);
         bool aes = settings_.cipher == ZipWriteSettings::Cipher::Aes128 ||
                    settings_.cipher == ZipWriteSettings::Cipher::Aes256;
         bool traditional = settings_.cipher == ZipWriteSettings::Cipher::Traditional;
@@ -446,7 +476,7 @@ private:
             entry.extra =
                 AesExtra(settings_.cipher == ZipWriteSettings::Cipher::Aes256, entry.method);
             entry.method = kMethodAes;
-            entry.versionNeeded = 51;
+            entry.versionNeeded = std::max<std::uint16_t>(51, entry.versionNeeded);
             entry.flags |= kFlagEncrypted;
         }
         if (traditional)
@@ -469,26 +499,17 @@ private:
         if (Result result = Write(prefix.data(), prefix.size())) return result;
         std::uint64_t compressed = prefix.size();
 
-        z_stream zip{};
-        bool deflating = entry.method == kMethodDeflate || (aes && !job.storeOnly);
-        if (deflating && deflateInit2(&zip, std::clamp(settings_.level, 1, 9), Z_DEFLATED, -15, 8,
-                                      Z_DEFAULT_STRATEGY) != Z_OK)
-            return kEngineOutOfMemory;
-        struct ZipEnd {
-            z_stream &stream;
-            bool active;
-            ~ZipEnd() {
-                if (active) deflateEnd(&stream);
-            }
-        } ender{zip, deflating};
-        Bytes in(kStreamChunk), out(kStreamChunk + 1024);
+        Bytes in(kStreamChunk), scratch;
         std::uint32_t crc = 0;
         std::uint64_t size = 0;
-        auto emit = [&](std::uint8_t *bytes, std::size_t count) -> Result {
-            if (aes && !aesCipher.Encrypt(bytes, count)) return kEngineEncryptFailed;
-            if (traditional) pkCipher.Encrypt(bytes, count);
+        // Enciphering works in place: what the coder made goes through a copy.
+        auto emit = [&](const std::uint8_t *bytes, std::size_t count) -> Result {
+            if (count == 0) return kEngineOK;
+            scratch.assign(bytes, bytes + count);
+            if (aes && !aesCipher.Encrypt(scratch.data(), count)) return kEngineEncryptFailed;
+            if (traditional) pkCipher.Encrypt(scratch.data(), count);
             compressed += count;
-            return Write(bytes, count);
+            return Write(scratch.data(), count);
         };
         for (bool last = false; !last;) {
             std::size_t got = 0;
@@ -496,18 +517,9 @@ private:
             last = got == 0;
             crc = static_cast<std::uint32_t>(libdeflate_crc32(crc, in.data(), got));
             size += got;
-            if (!deflating) {
-                if (Result result = emit(in.data(), got)) return result;
-            } else {
-                zip.next_in = in.data();
-                zip.avail_in = static_cast<uInt>(got);
-                do {
-                    zip.next_out = out.data();
-                    zip.avail_out = static_cast<uInt>(out.size());
-                    deflate(&zip, last ? Z_FINISH : Z_NO_FLUSH);
-                    if (Result result = emit(out.data(), out.size() - zip.avail_out)) return result;
-                } while (zip.avail_out == 0);
-            }
+            if (Result result =
+                    coder ? coder->Code(in.data(), got, last, emit) : emit(in.data(), got))
+                return result;
             if (operation_) {
                 operation_->AddWritten(got);
                 if (Result stop = operation_->Work(got)) return stop;

@@ -10,8 +10,9 @@ namespace engine {
 
 struct ZipWriteSettings {
     enum class Cipher { None, Aes128, Aes256, Traditional };
-    int method = 1;  // 0 store, 1 deflate
+    int method = 1;  // "compMethod": 0 store, 1 deflate, 2 bzip2, 3 LZMA, 4 zstd, 5 xz
     int level = 6;
+    int extent = 15;  // log2 of the window or dictionary
     Cipher cipher = Cipher::None;
 };
 

@@ -125,6 +125,46 @@ TEST_F(ZipTest, OneThreadOrManyTheArchiveHoldsTheSame) {
     EXPECT_EQ(threaded.Listing(), single.Listing()) << "items keep their order";
 }
 
+// Methods beyond deflate, for the items taken whole and for one streamed:
+// 7-Zip names each and reads it, libarchive and the engine expand it.
+TEST_F(ZipTest, EveryMethodIsWrittenAndReadBackByOtherTools) {
+    std::string text;
+    for (int i = 0; i < 20000; ++i) text += "line " + std::to_string(i * 7919 % 1000) + "\n";
+    WriteFile(tree / "lines.txt", text);
+    const std::pair<int32_t, const char *> methods[] = {
+        {2, "BZip2"}, {3, "LZMA:eos"}, {4, "zstd"}, {5, "xz"}};
+    OwnedString password = Text(L"pw");
+    for (const auto &[method, name] : methods) {
+        ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropCompMethod, method),
+                  kEngineOK);
+        for (bool enciphered : {false, true}) {
+            const std::string label = name + std::string(enciphered ? " AES" : "");
+            fs::path archive =
+                folder / ("m" + std::to_string(method) + (enciphered ? "a" : "") + ".zip");
+            ASSERT_EQ(
+                Create("zip", {tree}, archive, nullptr, enciphered ? password.get() : nullptr),
+                kEngineOK)
+                << label;
+            Shell listed = RunShell("7zz l -slt -ppw " + Quote(archive));
+            EXPECT_NE(listed.output.find(std::string("Method = ") + (enciphered ? "AES-256 " : "") +
+                                         name),
+                      std::string::npos)
+                << label << "\n"
+                << listed.output;
+            EXPECT_EQ(RunShell("7zz t -ppw " + Quote(archive)).status, 0) << label;
+            if (!enciphered) {
+                EXPECT_EQ(RunShell("bsdtar -xOf " + Quote(archive) + " >/dev/null").status, 0)
+                    << label;
+            }
+            fs::path out = Scratch("out-" + std::to_string(method) + (enciphered ? "a" : ""));
+            ASSERT_EQ(Expand(archive, out, nullptr, enciphered ? password.get() : nullptr),
+                      kEngineOK)
+                << label;
+            EXPECT_EQ(Snapshot(out / "src"), Snapshot(tree)) << label;
+        }
+    }
+}
+
 TEST_F(ZipTest, AnItemTooLargeToTakeWholeIsStreamed) {
     fs::path big = Scratch("big") / "big.bin";
     std::string block(1 << 20, '\0');
@@ -136,17 +176,22 @@ TEST_F(ZipTest, AnItemTooLargeToTakeWholeIsStreamed) {
         WriteFile(big, contents);
     }
     OwnedString password = Text(L"large");
-    for (int encryption : {0, 1, 3}) {
+    // Deflate under each cipher; the other methods enciphered with AES.
+    const std::pair<int32_t, int> runs[] = {{1, 0}, {1, 1}, {1, 3}, {2, 1}, {3, 1}, {4, 1}, {5, 1}};
+    for (const auto &[method, encryption] : runs) {
+        ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropCompMethod, method),
+                  kEngineOK);
         ASSERT_EQ(SetFormatIntegerProperty(engine, "zip", kFormatPropEncryptMethod, encryption),
                   kEngineOK);
-        fs::path archive = folder / ("big" + std::to_string(encryption) + ".zip");
+        fs::path archive =
+            folder / ("big" + std::to_string(method) + std::to_string(encryption) + ".zip");
         ASSERT_EQ(Create("zip", {big}, archive, nullptr, encryption ? password.get() : nullptr),
                   kEngineOK);
-        EXPECT_EQ(RunShell("7zz t -plarge " + Quote(archive)).status, 0) << encryption;
+        EXPECT_EQ(RunShell("7zz t -plarge " + Quote(archive)).status, 0) << method << encryption;
         OwnedFS file = Path(archive);
         EXPECT_EQ(VerifyArchive(engine, file.get(), encryption ? password.get() : nullptr),
                   kEngineOK)
-            << encryption;
+            << method << encryption;
     }
 }
 
