@@ -6,7 +6,10 @@
 // means the current folder). When the archive needs a password it is read
 // from FILE (its first line), else asked for on the terminal without echo,
 // else read as a line from standard input. Exit status 0 on success, 1 when
-// expanding failed, 2 on a usage error.
+// expanding failed, 2 on a usage error; Ctrl-C at the password prompt stops
+// the expansion (what it began is removed) and then ends the program by the
+// signal.
+#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -53,25 +56,44 @@ std::string ReadLine(std::istream &in) {
     return line;
 }
 
-// Turns terminal echo off for its lifetime.
+// The signal that ended a password prompt, 0 while none did.
+volatile sig_atomic_t gStopSignal = 0;
+
+void NoteStop(int signal) { gStopSignal = signal; }
+
+// Turns terminal echo off for its lifetime. An interrupt (or a hangup, or
+// a kill) meanwhile ends the prompt's read rather than the program, so the
+// expansion stops as cancelled, removing what it began, and the terminal
+// gets its echo back; main then lets the signal end the program.
 class NoEcho {
 public:
     explicit NoEcho(int fd) : fd_(fd) {
         if (tcgetattr(fd_, &saved_) != 0) return;
+        struct sigaction note {};
+        note.sa_handler = NoteStop;  // without SA_RESTART: the read returns
+        sigemptyset(&note.sa_mask);
+        for (std::size_t i = 0; i < kSignals; ++i) sigaction(kStopping[i], &note, &previous_[i]);
+        caught_ = true;
         termios quiet = saved_;
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         active_ = tcsetattr(fd_, TCSAFLUSH, &quiet) == 0;
     }
     ~NoEcho() {
         if (active_) tcsetattr(fd_, TCSAFLUSH, &saved_);
+        if (caught_)
+            for (std::size_t i = 0; i < kSignals; ++i)
+                sigaction(kStopping[i], &previous_[i], nullptr);
     }
     NoEcho(const NoEcho &) = delete;
     NoEcho &operator=(const NoEcho &) = delete;
 
 private:
+    static constexpr std::size_t kSignals = 3;
+    static constexpr int kStopping[kSignals] = {SIGINT, SIGTERM, SIGHUP};
     int fd_;
     termios saved_{};
-    bool active_ = false;
+    struct sigaction previous_[kSignals] {};
+    bool caught_ = false, active_ = false;
 };
 
 struct PasswordState {
@@ -99,6 +121,7 @@ int32_t OnPassword(int32_t, int32_t, NotificationContext context, void *userData
     // A file gives one answer; a person gets three tries.
     if (++state.asked > (state.file.empty() ? 3 : 1)) return kNotificationStop;
     std::string password = AskPassword(state);
+    if (gStopSignal) return kNotificationStop;
     if (password.empty() && !std::cin.good() && state.file.empty()) return kNotificationStop;
     StringRef text = nullptr;
     std::wstring wide = platform::FromUtf8(password);
@@ -148,6 +171,8 @@ int Expand(const std::string &self, const std::string &destination, PasswordStat
     if (status == kEngineOK)
         std::cerr << "Expanded " << CountFSObjectList(result) << " item(s) into " << destination
                   << ".\n";
+    else if (gStopSignal)
+        std::cerr << "Stopped.\n";
     else
         std::cerr << "Expanding failed (" << static_cast<int>(status) << ").\n";
     if (result) DisposeFSObjectList(result);
@@ -172,5 +197,10 @@ int main(int argc, char **argv) {
     }
     std::string destination = options.destinationGiven ? options.destination : AskDestination();
     PasswordState passwords{options.passwordFile};
-    return Expand(self, destination, passwords);
+    int status = Expand(self, destination, passwords);
+    if (gStopSignal) {
+        signal(gStopSignal, SIG_DFL);
+        raise(gStopSignal);
+    }
+    return status;
 }

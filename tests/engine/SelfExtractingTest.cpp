@@ -1,9 +1,12 @@
 // Self-extracting archives: the stub with a zip behind it runs and expands
 // itself, still reads as a zip to the engine and to unzip, and asks for a
 // password when the archive needs one.
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include "EngineFixture.h"
+#include "support/ProgramOnTerminal.h"
 
 namespace enginetest {
 namespace {
@@ -74,6 +77,24 @@ TEST_F(SelfExtractingTest, PasswordComesFromStandardInputOrAFile) {
         Run(program, folder / "filed", "--password-file " + Quote(folder / "password.txt"));
     ASSERT_EQ(filed.status, 0) << filed.output;
     EXPECT_EQ(Snapshot(folder / "filed"), Snapshot(tree));
+}
+
+// Ctrl-C at the password prompt, where echo is off, stops the program and
+// gives the terminal its echo back.
+TEST_F(SelfExtractingTest, AnInterruptAtThePasswordPromptLeavesTheTerminalEchoing) {
+    fs::path program = AddStub(MakeZip("asked.zip", L"secret"));
+    fs::path into = folder / "asked";
+    fs::create_directories(into);
+    testsupport::ProgramOnTerminal run(program.string(), {into.string()});
+    ASSERT_TRUE(run.Started());
+    ASSERT_TRUE(run.WaitFor("Password: ")) << run.Shown();
+    EXPECT_TRUE(run.EchoAtStart());
+    run.Type("\x03");
+    int status = run.WaitStatus(std::chrono::seconds(5));
+    ASSERT_NE(status, -1) << run.Shown();
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    EXPECT_TRUE(run.EchoOn());
+    EXPECT_FALSE(fs::exists(into / "readme.txt"));
 }
 
 TEST_F(SelfExtractingTest, CreatingOrTransformingWithTheFormatPropertyMakesAProgram) {
