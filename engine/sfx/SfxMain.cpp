@@ -107,8 +107,9 @@ std::string AskPassword(PasswordState &state) {
         return ReadLine(in);
     }
     if (isatty(STDIN_FILENO)) {
-        std::cerr << (state.asked > 1 ? "Wrong password. Password: " : "Password: ") << std::flush;
+        // Echo goes (and the interrupt is caught) before the prompt shows.
         NoEcho quiet(STDIN_FILENO);
+        std::cerr << (state.asked > 1 ? "Wrong password. Password: " : "Password: ") << std::flush;
         std::string line = ReadLine(std::cin);
         std::cerr << "\n";
         return line;
