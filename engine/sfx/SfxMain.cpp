@@ -9,6 +9,7 @@
 // expanding failed, 2 on a usage error; Ctrl-C at the password prompt stops
 // the expansion (what it began is removed) and then ends the program by the
 // signal.
+#include <poll.h>
 #include <signal.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "VarnickEngine.h"
@@ -96,12 +98,37 @@ private:
     bool caught_ = false, active_ = false;
 };
 
+// A line typed on the terminal `fd`, without its line end; false when a
+// stop signal or the end of input came first. The signals are blocked but while waiting, so one
+// that comes between the check and the wait still ends the wait.
+bool ReadTerminalLine(int fd, std::string &line) {
+    sigset_t stopping, previous;
+    sigemptyset(&stopping);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopping, signal);
+    sigprocmask(SIG_BLOCK, &stopping, &previous);
+    line.clear();
+    bool ended = false;
+    while (!gStopSignal && !ended) {
+        pollfd ready{fd, POLLIN, 0};
+        if (ppoll(&ready, 1, nullptr, &previous) < 0) continue;  // EINTR: look at the flag
+        char piece[256];
+        ssize_t got = read(fd, piece, sizeof piece);
+        if (got <= 0) break;
+        line.append(piece, static_cast<std::size_t>(got));
+        ended = line.back() == '\n';  // the terminal gives whole lines
+    }
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+    return ended && !gStopSignal;
+}
+
 struct PasswordState {
     std::string file;
     int asked = 0;
 };
 
-std::string AskPassword(PasswordState &state) {
+// The password, none when there is no answer (the end of input, or a stop).
+std::optional<std::string> AskPassword(PasswordState &state) {
     if (!state.file.empty()) {
         std::ifstream in(state.file);
         return ReadLine(in);
@@ -110,22 +137,25 @@ std::string AskPassword(PasswordState &state) {
         // Echo goes (and the interrupt is caught) before the prompt shows.
         NoEcho quiet(STDIN_FILENO);
         std::cerr << (state.asked > 1 ? "Wrong password. Password: " : "Password: ") << std::flush;
-        std::string line = ReadLine(std::cin);
+        std::string line;
+        bool answered = ReadTerminalLine(STDIN_FILENO, line);
         std::cerr << "\n";
+        if (!answered) return std::nullopt;
         return line;
     }
-    return ReadLine(std::cin);
+    std::string line = ReadLine(std::cin);
+    if (line.empty() && !std::cin.good()) return std::nullopt;
+    return line;
 }
 
 int32_t OnPassword(int32_t, int32_t, NotificationContext context, void *userData) {
     auto &state = *static_cast<PasswordState *>(userData);
     // A file gives one answer; a person gets three tries.
     if (++state.asked > (state.file.empty() ? 3 : 1)) return kNotificationStop;
-    std::string password = AskPassword(state);
-    if (gStopSignal) return kNotificationStop;
-    if (password.empty() && !std::cin.good() && state.file.empty()) return kNotificationStop;
+    std::optional<std::string> password = AskPassword(state);
+    if (!password) return kNotificationStop;
     StringRef text = nullptr;
-    std::wstring wide = platform::FromUtf8(password);
+    std::wstring wide = platform::FromUtf8(*password);
     if (NewStringRefFromUnicodeString(wide.c_str(), &text) != kEngineOK) return kNotificationStop;
     SetDataInContext(context, kContextPassword, &text, sizeof text);
     return kNotificationHandled;

@@ -79,10 +79,25 @@ TEST_F(SelfExtractingTest, PasswordComesFromStandardInputOrAFile) {
     EXPECT_EQ(Snapshot(folder / "filed"), Snapshot(tree));
 }
 
-// Ctrl-C at the password prompt, where echo is off, stops the program and
-// gives the terminal its echo back.
-TEST_F(SelfExtractingTest, AnInterruptAtThePasswordPromptLeavesTheTerminalEchoing) {
+// The password typed on the terminal is not shown; Ctrl-C at the prompt,
+// where echo is off, stops the program, removes what it began and gives
+// the terminal its echo back.
+TEST_F(SelfExtractingTest, ThePasswordPromptOnATerminalHidesTheAnswerAndCanBeInterrupted) {
     fs::path program = AddStub(MakeZip("asked.zip", L"secret"));
+    {
+        fs::path into = folder / "typed";
+        fs::create_directories(into);
+        testsupport::ProgramOnTerminal run(program.string(), {into.string()});
+        ASSERT_TRUE(run.Started());
+        ASSERT_TRUE(run.WaitFor("Password: ")) << run.Shown();
+        run.Type("nope\n");
+        ASSERT_TRUE(run.WaitFor("Wrong password. Password: ")) << run.Shown();
+        run.Type("secret\n");
+        EXPECT_EQ(run.ExitCode(std::chrono::seconds(20)), 0) << run.Shown();
+        EXPECT_EQ(run.Shown().find("secret"), std::string::npos) << run.Shown();
+        EXPECT_TRUE(run.EchoOn());
+        EXPECT_EQ(ReadFile(into / "readme.txt"), "Hello, archive.\n");
+    }
     fs::path into = folder / "asked";
     fs::create_directories(into);
     testsupport::ProgramOnTerminal run(program.string(), {into.string()});
