@@ -1,6 +1,9 @@
 // The C surface: session, version, properties, formats, notifications and
 // compression filters.
+#include <malloc.h>
+
 #include <cstring>
+#include <mutex>
 
 #include "Archive.h"
 #include "Driver.h"
@@ -14,12 +17,24 @@ namespace {
 
 bool KnownFormat(const char *formatId) { return formatId && DriverFor(formatId) != nullptr; }
 
+// Blocks, items and coder tables are buffers of megabytes, allocated and
+// freed by the hundred on several threads. glibc raises its threshold for
+// mapping an allocation of its own each time such a buffer is freed, after
+// which they come from the threads' heaps and stay resident when freed: the
+// defaults' run on the bench peaked at 247 MB where 179 MB were ever in use
+// at once. A fixed threshold hands them back to the system when freed.
+void ReturnLargeBuffersWhenFreed() {
+    static std::once_flag once;
+    std::call_once(once, [] { mallopt(M_MMAP_THRESHOLD, 1 << 20); });
+}
+
 }  // namespace
 
 extern "C" {
 
 EngineResult OpenVarnickEngine(OpaqueEngineObject **engine, const char *) {
     if (!engine) return kEngineInvalidParameter;
+    ReturnLargeBuffersWhenFreed();
     *engine = new Session();
     return kEngineOK;
 }
