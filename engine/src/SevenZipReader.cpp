@@ -204,6 +204,10 @@ bool IsBzip2(const Coder &coder) { return IsId(coder, {0x04, 0x02, 0x02}); }
 bool IsDeflate(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x08}); }
 bool IsDeflate64(const Coder &coder) { return IsId(coder, {0x04, 0x01, 0x09}); }
 bool IsPpmd(const Coder &coder) { return IsId(coder, {0x03, 0x04, 0x01}); }
+// The group width of a byte swap filter, 0 for another coder.
+std::size_t SwapWidth(const Coder &coder) {
+    return IsId(coder, {0x02, 0x03, 0x02}) ? 2 : IsId(coder, {0x02, 0x03, 0x04}) ? 4 : 0;
+}
 
 bool EndsLzmaChain(const Coder &coder) {
     lzma_vli filter = LzmaFilterOf(coder);
@@ -219,7 +223,7 @@ bool Decodable(const Folder &folder) {
         if (IsBcj2(coder)) return coder.inStreams == 4;
         return coder.inStreams == 1 &&
                (IsAes(coder) || IsCopy(coder) || LzmaFilterOf(coder) != 0 || IsBzip2(coder) ||
-                IsDeflate(coder) || IsDeflate64(coder) || IsPpmd(coder));
+                IsDeflate(coder) || IsDeflate64(coder) || IsPpmd(coder) || SwapWidth(coder));
     });
 }
 
@@ -632,6 +636,8 @@ struct Builder {
         } else if (IsPpmd(c)) {
             stage =
                 std::make_unique<LibarchiveCoderStage>(std::move(input), InputSize(in), c, size);
+        } else if (std::size_t width = SwapWidth(c)) {
+            stage = std::make_unique<SwapStage>(std::move(input), width);
         } else {
             stage = std::move(input);  // copy
         }

@@ -126,6 +126,43 @@ private:
     std::uint64_t remaining_;
 };
 
+// The byte swap filters (SWAP2, SWAP4): each whole group of 2 or 4 bytes
+// reversed, counted from the stream's start; a last incomplete group stays
+// as it is. Groups are swapped as they come in, so that any amount of what
+// is ready can be given.
+class SwapStage final : public Stage {
+public:
+    SwapStage(std::unique_ptr<Stage> input, std::size_t width)
+        : input_(std::move(input)), width_(width) {}
+    Result Read(std::uint8_t *out, std::size_t size, std::size_t &got) override {
+        got = 0;
+        while (ready_ == 0 && !ended_) {
+            std::size_t start = held_.size(), count = 0;
+            held_.resize(start + kStageChunk);
+            Result result = input_->Read(held_.data() + start, kStageChunk, count);
+            held_.resize(start + count);
+            if (result) return result;
+            ended_ = count == 0;
+            for (; ready_ + width_ <= held_.size(); ready_ += width_)
+                std::reverse(held_.begin() + static_cast<std::ptrdiff_t>(ready_),
+                             held_.begin() + static_cast<std::ptrdiff_t>(ready_ + width_));
+            if (ended_) ready_ = held_.size();
+        }
+        got = std::min(size, ready_);
+        std::memcpy(out, held_.data(), got);
+        held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(got));
+        ready_ -= got;
+        return kEngineOK;
+    }
+
+private:
+    std::unique_ptr<Stage> input_;
+    std::size_t width_;
+    std::vector<std::uint8_t> held_;
+    std::size_t ready_ = 0;  // leading bytes of held_ that are swapped
+    bool ended_ = false;
+};
+
 // Frames its input as LZMA2 stored chunks (a control byte, 1 for the first
 // chunk, which resets the dictionary, 2 for the others; the size less one,
 // big-endian; the bytes) and the end mark 0, so that liblzma's filters can

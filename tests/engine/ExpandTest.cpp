@@ -39,6 +39,8 @@ TEST_F(ExpandTest, ArchivesOfOtherToolsExpandToTheSameBytes) {
         {"l.iso", "bsdtar --format iso9660 -cf archives/l.iso src"},
         {"m.xar", "bsdtar --format xar -cf archives/m.xar src"},
         {"n.tar", "7zz a -bd -ttar archives/n.tar src >/dev/null"},
+        {"p.7z", "7zz a -bd -m0=Swap2 -m1=LZMA2 archives/p.7z src >/dev/null"},
+        {"q.7z", "7zz a -bd -m0=Swap4 -m1=Delta:2 -m2=LZMA2 archives/q.7z src >/dev/null"},
     };
     std::map<std::string, std::string> expected = Snapshot(tree.parent_path() / "src");
     for (const auto &[name, command] : cases) {
@@ -53,10 +55,10 @@ TEST_F(ExpandTest, ArchivesOfOtherToolsExpandToTheSameBytes) {
         }
         EXPECT_EQ(got, expected) << name;
     }
-    // A coder no reader here takes (a byte swap filter) is a method not
-    // supported, not damage.
-    fs::path swapped = Made("o.7z", "7zz a -bd -m0=Swap4 -m1=LZMA2 archives/o.7z src >/dev/null");
-    EXPECT_EQ(Expand(swapped, Scratch("out-o.7z")), kEngineMethodUnsupported);
+    // A coder no reader here takes (the RISC-V branch filter, newer than
+    // this liblzma) is a method not supported, not damage.
+    fs::path riscv = Made("o.7z", "7zz a -bd -m0=RISCV -m1=LZMA2 archives/o.7z src >/dev/null");
+    EXPECT_EQ(Expand(riscv, Scratch("out-o.7z")), kEngineMethodUnsupported);
     // One thread decodes and writes in turn: the same bytes.
     ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, false), kEngineOK);
     fs::path single = Scratch("out-single-thread");
