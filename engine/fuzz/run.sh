@@ -88,6 +88,7 @@ make_seeds() {
       seed 7zz a -t7z -m0=PPMd "$SEEDS/ppmd.7z" tree
       seed 7zz a -t7z -m0=BZip2 "$SEEDS/bzip2.7z" tree
       seed 7zz a -t7z -m0=Deflate64 "$SEEDS/deflate64.7z" tree
+      seed 7zz a -t7z -m0=Swap4 -m1=LZMA2 "$SEEDS/swap4.7z" tree
       # The four-stream branch filter: 7-Zip's strongest setting on a program.
       seed sh -c 'cp /bin/true prog && 7zz a -t7z -mx9 "$1/bcj2.7z" prog tree/docs' _ "$SEEDS"
       seed 7zz a -t7z -psecret "$SEEDS/data-enciphered.7z" tree
@@ -124,8 +125,13 @@ make_seeds() {
       # with preset 4's model and the smallest preset's larger one.
       seed "$PROGRAM" a --format vnkx --degree 4 "$SEEDS/text-block.vnkx" "$text"
       seed "$PROGRAM" a --format vnkx --degree 5 "$SEEDS/text-block-smallest.vnkx" "$text"
-      # ... and at the defaults a word text block (word list, codes, LZMA2).
+      # ... and at the defaults a word text block (word list, codes, zstd).
       seed "$PROGRAM" a --format vnkx "$SEEDS/word-text.vnkx" "$text"
+      # Zip's other methods, enciphered so the engine decodes them itself.
+      for method in 2 3 4 5; do
+        seed "$PROGRAM" a --format zip --method "$method" --password secret \
+          "$SEEDS/method$method.zip" "$text"
+      done
       # Parts of a segmented vnkx and its index: the people's program beside
       # the engine's writes them (the index into its home's index folder).
       local varnick
