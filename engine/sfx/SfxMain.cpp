@@ -19,6 +19,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -58,7 +59,9 @@ std::string ReadLine(std::istream &in) {
     return line;
 }
 
-// The signal that ended a password prompt, 0 while none did.
+// The signals that end a password prompt (and, after it, the program), and
+// the one that did, 0 while none did.
+constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 volatile sig_atomic_t gStopSignal = 0;
 
 void NoteStop(int signal) { gStopSignal = signal; }
@@ -74,7 +77,8 @@ public:
         struct sigaction note {};
         note.sa_handler = NoteStop;  // without SA_RESTART: the read returns
         sigemptyset(&note.sa_mask);
-        for (std::size_t i = 0; i < kSignals; ++i) sigaction(kStopping[i], &note, &previous_[i]);
+        for (std::size_t i = 0; i < std::size(kStopSignals); ++i)
+            sigaction(kStopSignals[i], &note, &previous_[i]);
         caught_ = true;
         termios quiet = saved_;
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -83,28 +87,27 @@ public:
     ~NoEcho() {
         if (active_) tcsetattr(fd_, TCSAFLUSH, &saved_);
         if (caught_)
-            for (std::size_t i = 0; i < kSignals; ++i)
-                sigaction(kStopping[i], &previous_[i], nullptr);
+            for (std::size_t i = 0; i < std::size(kStopSignals); ++i)
+                sigaction(kStopSignals[i], &previous_[i], nullptr);
     }
     NoEcho(const NoEcho &) = delete;
     NoEcho &operator=(const NoEcho &) = delete;
 
 private:
-    static constexpr std::size_t kSignals = 3;
-    static constexpr int kStopping[kSignals] = {SIGINT, SIGTERM, SIGHUP};
     int fd_;
     termios saved_{};
-    struct sigaction previous_[kSignals] {};
+    struct sigaction previous_[std::size(kStopSignals)]{};
     bool caught_ = false, active_ = false;
 };
 
 // A line typed on the terminal `fd`, without its line end; false when a
-// stop signal or the end of input came first. The signals are blocked but while waiting, so one
-// that comes between the check and the wait still ends the wait.
+// stop signal or the end of input came first. The signals are blocked but
+// while waiting, so one that comes between the check and the wait still
+// ends the wait.
 bool ReadTerminalLine(int fd, std::string &line) {
     sigset_t stopping, previous;
     sigemptyset(&stopping);
-    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopping, signal);
+    for (int signal : kStopSignals) sigaddset(&stopping, signal);
     sigprocmask(SIG_BLOCK, &stopping, &previous);
     line.clear();
     bool ended = false;

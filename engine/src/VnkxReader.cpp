@@ -411,14 +411,22 @@ std::optional<Flavour> SniffArchive(const std::string &path, const std::vector<s
     return HeaderFlavour(header, sizeof header);
 }
 
+namespace {
+
+// The trailer that ends the archive's bytes, checked by its own CRC.
+Result ReadTrailer(ArchiveBytes &bytes, Trailer &trailer) {
+    if (bytes.size() < kHeaderSize + kTrailerSize) return kEngineArchiveTruncated;
+    std::uint8_t end[kTrailerSize];
+    if (Result result = bytes.ReadAt(bytes.size() - kTrailerSize, end, kTrailerSize)) return result;
+    return DecodeTrailer(end, kTrailerSize, trailer) ? kEngineOK : kEngineArchiveTruncated;
+}
+
+}  // namespace
+
 std::optional<std::uint16_t> ArchiveVersion(const std::string &path) {
     std::shared_ptr<ArchiveBytes> bytes;
-    if (OpenArchiveBytes(path, nullptr, bytes) != kEngineOK || bytes->size() < kTrailerSize)
-        return std::nullopt;
-    std::uint8_t end[kTrailerSize];
     Trailer trailer;
-    if (bytes->ReadAt(bytes->size() - kTrailerSize, end, kTrailerSize) != kEngineOK ||
-        !DecodeTrailer(end, kTrailerSize, trailer))
+    if (OpenArchiveBytes(path, nullptr, bytes) != kEngineOK || ReadTrailer(*bytes, trailer))
         return std::nullopt;
     return trailer.version;
 }
@@ -432,10 +440,7 @@ Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, Archi
     ArchiveBytes &bytes = *source.own;
     const std::uint64_t size = bytes.size();
     file.path = path;
-    std::uint8_t end[kTrailerSize];
-    if (size < kHeaderSize + kTrailerSize) return kEngineArchiveTruncated;
-    if (Result result = bytes.ReadAt(size - kTrailerSize, end, kTrailerSize)) return result;
-    if (!DecodeTrailer(end, kTrailerSize, file.trailer)) return kEngineArchiveTruncated;
+    if (Result result = ReadTrailer(bytes, file.trailer)) return result;
     const Trailer &trailer = file.trailer;
     if (trailer.archiveLength > size || trailer.archiveLength < kHeaderSize + kTrailerSize)
         return kEngineArchiveTruncated;

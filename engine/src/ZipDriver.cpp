@@ -192,7 +192,7 @@ public:
         ZipWriteSettings settings;
         settings.method =
             IntegerOf(request.format, kFormatPropCompMethod, kZipProfile.defaultMethod);
-        if (ZipMethodOf(settings.method) == 0xFFFF) return kEngineMethodUnsupported;
+        if (!CurrentMethod(kZipProfile, request.format)) return kEngineMethodUnsupported;
         ProfileValue(kZipProfile, request.format, kFormatPropCompressionLevel, settings.level);
         ProfileValue(kZipProfile, request.format, kFormatPropCompExtent, settings.extent);
         if (ZipEncoderMemory(settings.method, settings.level, settings.extent) >

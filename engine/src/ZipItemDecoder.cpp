@@ -49,10 +49,6 @@ LibarchiveCoderDecoder::Envelope OneItemZip(const ZipStoredItem &item, std::uint
         Put64(local, item.size);
         Put64(local, compressed);
     }
-    // libarchive's zstd reader asks for a byte beyond the item while it still
-    // has output to give: an end record follows, as in any zip.
-    Put32(envelope.after, 0x06054B50);
-    envelope.after.resize(envelope.after.size() + 18, 0);
     envelope.enable = archive_read_support_format_zip_streamable;
     // An AES item keeps no CRC; the others' is checked by the engine's cursor.
     envelope.options = "zip:ignorecrc32";

@@ -6,7 +6,6 @@
 #include <zstd.h>
 
 #include <algorithm>
-#include <limits>
 
 #include "ZipFormat.h"
 
@@ -17,9 +16,9 @@ using namespace zipformat;
 
 constexpr std::size_t kOut = 1 << 16;
 
-// The coders below share one loop: hand the coder input and room, pass on
-// what it made, and go on until it has taken the input (and, at the end,
-// said it is done).
+// Each coder below runs its library the same way: hand it the input and
+// room, pass on what it made, and go on until it has taken the input (and,
+// at the end, said it is done).
 class DeflateEncoder final : public ZipStreamEncoder {
 public:
     explicit DeflateEncoder(int level) {
@@ -92,6 +91,14 @@ private:
     bool ok_ = false;
 };
 
+// The preset of the level with the dictionary of the extent.
+bool LzmaCoderOptions(int level, int extent, lzma_options_lzma &options) {
+    if (lzma_lzma_preset(&options, static_cast<std::uint32_t>(std::clamp(level, 0, 9))))
+        return false;
+    options.dict_size = 1u << std::clamp(extent, 12, 30);
+    return true;
+}
+
 // LZMA (14) and xz (95) through liblzma: LZMA is raw LZMA1 after a header of
 // four bytes (the coder's version, the size of its properties) and its five
 // bytes of properties, ended by an end marker (flag bit 1), as zip has it.
@@ -99,8 +106,7 @@ class LzmaEncoder final : public ZipStreamEncoder {
 public:
     LzmaEncoder(bool xz, int level, int extent) : xz_(xz) {
         lzma_options_lzma options;
-        if (lzma_lzma_preset(&options, static_cast<std::uint32_t>(std::clamp(level, 0, 9)))) return;
-        options.dict_size = 1u << std::clamp(extent, 12, 30);
+        if (!LzmaCoderOptions(level, extent, options)) return;
         lzma_filter filters[] = {{xz ? LZMA_FILTER_LZMA2 : LZMA_FILTER_LZMA1, &options},
                                  {LZMA_VLI_UNKNOWN, nullptr}};
         ok_ = (xz ? lzma_stream_encoder(&stream_, filters, LZMA_CHECK_CRC64)
@@ -208,21 +214,13 @@ Result ZipStreamEncoder::CodeWhole(const std::uint8_t *data, std::size_t size,
     });
 }
 
-std::uint16_t ZipMethodOf(int compMethod) {
-    static const std::uint16_t kMethods[] = {kMethodStore, kMethodDeflate, kMethodBzip2,
-                                             kMethodLzma,  kMethodZstd,    kMethodXz};
-    return compMethod >= 0 && compMethod <= 5 ? kMethods[compMethod] : 0xFFFF;
-}
-
 std::uint64_t ZipEncoderMemory(int compMethod, int level, int extent) {
-    if (compMethod != 3 && compMethod != 5) return 0;
     lzma_options_lzma options;
-    if (lzma_lzma_preset(&options, static_cast<std::uint32_t>(std::clamp(level, 0, 9)))) return 0;
-    options.dict_size = 1u << std::clamp(extent, 12, 30);
+    if ((compMethod != 3 && compMethod != 5) || !LzmaCoderOptions(level, extent, options)) return 0;
     lzma_filter filters[] = {{compMethod == 5 ? LZMA_FILTER_LZMA2 : LZMA_FILTER_LZMA1, &options},
                              {LZMA_VLI_UNKNOWN, nullptr}};
-    std::uint64_t memory = lzma_raw_encoder_memusage(filters);
-    return memory == UINT64_MAX ? std::numeric_limits<std::uint64_t>::max() : memory;
+    // UINT64_MAX when liblzma cannot tell: refused as too much.
+    return lzma_raw_encoder_memusage(filters);
 }
 
 }  // namespace engine

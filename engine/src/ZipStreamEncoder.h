@@ -37,8 +37,6 @@ public:
     Result CodeWhole(const std::uint8_t *data, std::size_t size, std::vector<std::uint8_t> &out);
 };
 
-// The zip method number of a "compMethod" (0 to 5); 0xFFFF for others.
-std::uint16_t ZipMethodOf(int compMethod);
 // The memory one encoder of the method takes at least (its dictionary's
 // search structures); 0 where it is small whatever the settings.
 std::uint64_t ZipEncoderMemory(int compMethod, int level, int extent);

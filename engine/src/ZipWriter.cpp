@@ -281,31 +281,31 @@ private:
     void Compress(Job &job, libdeflate_compressor **cached = nullptr) {
         job.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, job.data.data(), job.data.size()));
         job.method = kMethodStore;
-        if (!job.storeOnly && !job.data.empty() && settings_.method != 1) {
-            job.result = CompressWithCoder(job);
-        } else if (!job.storeOnly && !job.data.empty()) {
-            libdeflate_compressor *local = nullptr;
-            libdeflate_compressor *&compressor = cached ? *cached : local;
-            if (!compressor)
-                compressor = libdeflate_alloc_compressor(std::clamp(settings_.level, 1, 12));
-            if (compressor) {
-                // Compressed data smaller than the item is all that is kept;
-                // the bound only has to fit what libdeflate may write.
-                std::size_t bound = libdeflate_deflate_compress_bound(compressor, job.data.size());
-                auto packed = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
-                std::size_t made = libdeflate_deflate_compress(
-                    compressor, job.data.data(), job.data.size(), packed.get(), bound);
-                if (made > 0 && made < job.data.size()) {
-                    job.data.assign(packed.get(), packed.get() + made);
-                    job.method = kMethodDeflate;
-                    job.versionNeeded = 20;
-                }
-            } else {
-                job.result = kEngineOutOfMemory;
-            }
-            if (local) libdeflate_free_compressor(local);
-        }
+        if (!job.storeOnly && !job.data.empty())
+            job.result = settings_.method == 1 ? Deflate(job, cached) : CompressWithCoder(job);
         if (job.result == kEngineOK) job.result = Encipher(job);
+    }
+
+    // Deflate through libdeflate, whose compressor a worker keeps in `cached`.
+    Result Deflate(Job &job, libdeflate_compressor **cached) {
+        libdeflate_compressor *local = nullptr;
+        libdeflate_compressor *&compressor = cached ? *cached : local;
+        if (!compressor)
+            compressor = libdeflate_alloc_compressor(std::clamp(settings_.level, 1, 12));
+        if (!compressor) return kEngineOutOfMemory;
+        // Compressed data smaller than the item is all that is kept; the
+        // bound only has to fit what libdeflate may write.
+        std::size_t bound = libdeflate_deflate_compress_bound(compressor, job.data.size());
+        auto packed = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
+        std::size_t made = libdeflate_deflate_compress(compressor, job.data.data(), job.data.size(),
+                                                       packed.get(), bound);
+        if (local) libdeflate_free_compressor(local);
+        if (made > 0 && made < job.data.size()) {
+            job.data.assign(packed.get(), packed.get() + made);
+            job.method = kMethodDeflate;
+            job.versionNeeded = 20;
+        }
+        return kEngineOK;
     }
 
     // The methods other than deflate. A dictionary larger than the item
