@@ -36,6 +36,7 @@ void OrderedWorkerPool::Stop() {
 void OrderedWorkerPool::Submit(Task task) {
     auto entry = std::make_shared<Entry>();
     entry->task = std::move(task);
+    entry->number = submitted_++;
     order_.push_back(entry);
     if (workers_.empty()) {
         entry->task(ownState_);
@@ -56,6 +57,21 @@ void OrderedWorkerPool::TakeFront() {
         finished_.wait(lock, [&] { return entry->done; });
     }
     order_.pop_front();
+}
+
+std::uint64_t OrderedWorkerPool::TakeAnyDone() {
+    auto done = order_.end();
+    {
+        std::unique_lock lock(mutex_);
+        finished_.wait(lock, [&] {
+            done = std::find_if(order_.begin(), order_.end(),
+                                [](const std::shared_ptr<Entry> &entry) { return entry->done; });
+            return done != order_.end();
+        });
+    }
+    std::uint64_t number = (*done)->number;
+    order_.erase(done);
+    return number;
 }
 
 void OrderedWorkerPool::Work() {

@@ -1,11 +1,13 @@
-// Worker threads for writers that code pieces in parallel but must store
-// them in the order they were handed over: tasks run on any worker, and
-// the caller takes them back oldest first. Each worker keeps one coder
-// state from task to task (a compression context), released when it stops.
+// Worker threads for writers that code pieces in parallel: tasks run on any
+// worker, and the caller takes them back oldest first when it must store
+// them in the order they were handed over, or as they finish when it need
+// not. Each worker keeps one coder state from task to task (a compression
+// context), released when it stops.
 #pragma once
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -40,13 +42,20 @@ public:
     std::size_t Pending() const { return order_.size(); }
 
     void Submit(Task task);
+    // The number the next task submitted will have.
+    std::uint64_t Submitted() const { return submitted_; }
     // Waits until the oldest task not yet taken back is done and forgets it.
     // Only with a task pending.
     void TakeFront();
+    // Waits until any task not yet taken back is done, forgets it and gives
+    // its number: tasks are numbered from 0 as they are submitted. Only with
+    // a task pending.
+    std::uint64_t TakeAnyDone();
 
 private:
     struct Entry {
         Task task;
+        std::uint64_t number = 0;
         bool done = false;
     };
 
@@ -59,6 +68,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_, finished_;
     std::deque<std::shared_ptr<Entry>> queue_;
+    std::uint64_t submitted_ = 0;
     bool stopping_ = false;
 };
 

@@ -37,7 +37,9 @@ constexpr std::uint64_t kLargeBlock = 16ULL << 20;
 
 // One block on its way into the archive.
 struct Job {
-    Bytes data;  // unpacked; then what is stored
+    std::uint64_t task = 0;   // the pool's number for its coding
+    std::uint32_t index = 0;  // in the catalogue's block list
+    Bytes data;               // unpacked; then what is stored
     MethodChoice choice;
     BlockEntry entry;
     Result result = kEngineOK;
@@ -379,9 +381,14 @@ private:
         // The copied header keeps its key slot of the old archive; the
         // catalogue's entry is the one a reader follows.
         index = static_cast<std::uint32_t>(nextBlock_++);
-        body_.blocks.push_back(entry);
+        ListBlock(index, entry);
         copied_.emplace(std::make_pair(&source, sourceIndex), index);
         return kEngineOK;
+    }
+
+    void ListBlock(std::uint32_t index, const BlockEntry &entry) {
+        if (body_.blocks.size() <= index) body_.blocks.resize(index + 1);
+        body_.blocks[index] = entry;
     }
 
     std::uint32_t SlotOf(const KeyRecord &record) {
@@ -401,8 +408,10 @@ private:
         job->entry.unpackedSize = job->data.size();
         job->choice = ChoiceForBlock(settings_.choice, openKind_);
         job->entry.method = job->choice.method;
+        job->index = static_cast<std::uint32_t>(nextBlock_);
         job->entry.sealNumber = nextBlock_;
         ++nextBlock_;
+        job->task = pool_.Submitted();
         pending_.push_back(job);
         pool_.Submit([this, job](void *&state) { Code(*job, state); });
     }
@@ -410,7 +419,7 @@ private:
     // Keeps the blocks in flight within the memory the settings allow.
     Result Throttle() {
         while (pending_.size() > MaxPending())
-            if (Result result = WriteFront()) return result;
+            if (Result result = WriteFinished()) return result;
         return kEngineOK;
     }
     // One block waits beside those being coded, unless blocks are large (text
@@ -423,14 +432,19 @@ private:
 
     Result Drain() {
         while (!pending_.empty())
-            if (Result result = WriteFront()) return result;
+            if (Result result = WriteFinished()) return result;
         return kEngineOK;
     }
 
-    Result WriteFront() {
-        std::shared_ptr<Job> job = pending_.front();
-        pool_.TakeFront();
-        pending_.pop_front();
+    // Blocks are written as they are coded, not in the order they were
+    // sealed: a long block (a library's) then holds no core idle behind it.
+    // The catalogue lists them by number, wherever they lie.
+    Result WriteFinished() {
+        std::uint64_t task = pool_.TakeAnyDone();
+        auto found = std::find_if(pending_.begin(), pending_.end(),
+                                  [task](const auto &job) { return job->task == task; });
+        std::shared_ptr<Job> job = *found;
+        pending_.erase(found);
         if (job->result != kEngineOK) return job->result;
         job->entry.offset = offset_;
         BlockHeader header;
@@ -445,7 +459,7 @@ private:
         Bytes bytes = EncodeBlockHeader(header);
         if (Result result = Write(bytes.data(), bytes.size())) return result;
         if (Result result = Write(job->data.data(), job->data.size())) return result;
-        body_.blocks.push_back(job->entry);
+        ListBlock(job->index, job->entry);
         return Progress(0, 0, job->data.size());
     }
 
