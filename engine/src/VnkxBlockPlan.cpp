@@ -79,16 +79,14 @@ MethodChoice ChoiceForBlock(const MethodChoice &requested, BlockKind kind) {
         choice.level = requested.textOrder;
         choice.extent = requested.textModelLog;
     } else if (kind == BlockKind::Text && requested.wordText) {
-        // zstd at the run's level. From level 2 on, LZMA2 where zstd packs
-        // least, with a short search (most of what its usual one finds, in
-        // a third of the time); higher levels search longer and give LZMA2
-        // more of the blocks.
+        // LZMA2 after the word transform, with a short search at the run's
+        // first level (most of what the usual one finds, in a third of the
+        // time); higher levels search longer.
         int deeper = std::clamp(requested.level, 1, 22) - 1;
         choice.method = kMethodWordText;
         choice.niceLength = 24 + 4 * deeper;
         choice.searchDepth = 4 + 2 * deeper;
         choice.extent = std::clamp(requested.extent, 20, 23);
-        choice.wordTextLzmaBelow = 4 * deeper;
     } else if (kind == BlockKind::Code && choice.method == kMethodZstd) {
         // Normal (optimal) parsing with a short search: most of what the
         // slower settings find in code, at about a third of their time.

@@ -131,26 +131,21 @@ bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
 
 // Word text: the form (bit 0: the words were replaced; bit 1: the stream
 // is zstd, else .xz), the size of the text the stream holds, and the stream.
+// This writer makes .xz only: after the transform, LZMA2 packs text about a
+// tenth smaller than zstd's fast levels and as small as its slowest ones in
+// less time. zstd streams, which earlier writers made, are still read.
 constexpr std::size_t kWordTextHead = 9;
 constexpr std::uint8_t kFormWords = 1, kFormZstd = 2;
 
-bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
+bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out) {
     Bytes words;
     bool replaced = WordTransform::Encode(in.data(), in.size(), words);
     const Bytes &text = replaced ? words : in;
-    if (!EncodeZstd(choice, text.data(), text.size(), kWordTextHead, out, state)) return false;
-    // LZMA2 packs text about a tenth smaller than zstd but takes ten times
-    // as long to make and several times as long to read: it is spent where
-    // zstd packs least.
-    std::size_t zstdSize = out.size() - kWordTextHead;
     lzma_options_lzma options;
-    Bytes lzma;
-    bool lzmaKept = zstdSize * choice.wordTextLzmaBelow > text.size() &&
-                    WordTextOptions(choice, options) &&
-                    EncodeXz(options, false, text.data(), text.size(), kWordTextHead, lzma) &&
-                    lzma.size() < out.size();
-    if (lzmaKept) out.swap(lzma);
-    Bytes head{static_cast<std::uint8_t>((replaced ? kFormWords : 0) | (lzmaKept ? 0 : kFormZstd))};
+    if (!WordTextOptions(choice, options) ||
+        !EncodeXz(options, false, text.data(), text.size(), kWordTextHead, out))
+        return false;
+    Bytes head{replaced ? kFormWords : std::uint8_t{0}};
     Put64(head, text.size());
     std::copy(head.begin(), head.end(), out.begin());
     return true;
@@ -318,10 +313,7 @@ std::uint64_t WorkerMemory(const MethodChoice &choice) {
             coder = ZstdEncoderMemory(choice, block);
             break;
         case kMethodWordText:
-            // zstd's context stays while LZMA2 codes the block; the zstd
-            // result waits beside the transformed text, smaller than it.
-            coder = ZstdEncoderMemory(choice, block);
-            if (choice.wordTextLzmaBelow > 0) coder += LzmaEncoderMemory(choice, WordTextOptions);
+            coder = LzmaEncoderMemory(choice, WordTextOptions);
             break;
         case kMethodBrotli:
             coder = 10ULL << std::clamp(choice.extent, 10, 24);
@@ -347,7 +339,7 @@ bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&co
         case kMethodLzma2Large:
             return CompressLzma2(choice, in, out);
         case kMethodWordText:
-            return CompressWordText(choice, in, out, coderState);
+            return CompressWordText(choice, in, out);
         default:
             return CompressOther(choice, in, out);
     }

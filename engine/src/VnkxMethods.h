@@ -13,7 +13,8 @@ namespace engine::vnkx {
 // Text: long repeats, then PPM on the bytes between them (TextBlockCoder).
 // Only blocks of version 7 hold it.
 inline constexpr std::uint8_t kMethodText = 10;
-// Text of zstd runs: zstd or LZMA2 after the word transform (WordTransform).
+// Text of zstd runs: LZMA2 (or zstd, in archives of earlier writers) after
+// the word transform (WordTransform).
 // Only blocks of version 7 hold it.
 inline constexpr std::uint8_t kMethodWordText = 11;
 
@@ -29,10 +30,8 @@ struct MethodChoice {
     // (method 10) carries them as its level and extent.
     int textOrder = 0;
     int textModelLog = 25;
-    // Text blocks of a run without a text model: coded as word text, as
-    // LZMA2 where zstd packs them less than this many times, else as zstd.
+    // Text blocks of a run without a text model: coded as word text.
     bool wordText = false;
-    int wordTextLzmaBelow = 0;
 };
 
 // LZMA2 streams carry their own branch filter, which converts more calls
