@@ -70,6 +70,13 @@ public:
     virtual Result Next(ItemInfo &info) = 0;
     // Reads the current item's data; got is 0 at its end.
     virtual Result Read(void *buffer, std::size_t size, std::size_t &got) = 0;
+    // Reads like Read, but a cursor that holds the bytes already may leave
+    // them there: `view` points at them, in `buffer` or in the cursor's own
+    // memory, until the next call on the cursor.
+    virtual Result ReadView(void *buffer, std::size_t size, const void *&view, std::size_t &got) {
+        view = buffer;
+        return Read(buffer, size, got);
+    }
     // Makes Read give the current item's fork of that name from its start;
     // "data" is every item's. kEngineNoSuchFork when the item has none.
     virtual Result SelectFork(std::string_view name) {

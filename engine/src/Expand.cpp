@@ -524,10 +524,12 @@ private:
         Result result = kEngineOK;
         for (;;) {
             std::size_t got = 0;
-            result = data.Read(buffer_.data(), buffer_.size(), got);
+            const void *view = nullptr;
+            result = small ? data.ReadView(buffer_.data(), buffer_.size(), view, got)
+                           : data.Read(buffer_.data(), buffer_.size(), got);
             if (result != kEngineOK || got == 0) break;
             operation_.AddRead(got);
-            result = small ? WriteAll(fd, buffer_.data(), got) : writer_.Write(fd, buffer_, got);
+            result = small ? WriteAll(fd, view, got) : writer_.Write(fd, buffer_, got);
             if (result != kEngineOK) break;
             operation_.AddWritten(got);
             if ((result = operation_.Work(got)) != kEngineOK) break;

@@ -125,31 +125,25 @@ public:
 
     Result Read(void *buffer, std::size_t size, std::size_t &got) override {
         got = 0;
-        if (!data_ || current_ == kNoIndex) return kEngineOK;
         auto *out = static_cast<std::uint8_t *>(buffer);
-        while (got < size && extent_ < data_->extents.size()) {
-            const Extent &extent = data_->extents[extent_];
-            if (inExtent_ == extent.length) {
-                ++extent_;
-                inExtent_ = 0;
-                continue;
-            }
-            if (Result result = LoadBlock(extent.block, current_)) return result;
-            std::size_t take = static_cast<std::size_t>(
-                std::min<std::uint64_t>(size - got, extent.length - inExtent_));
-            std::memcpy(out + got, block_->data() + extent.offset + inExtent_, take);
-            UpdateDigest(hash_, out + got, take);
-            got += take;
-            inExtent_ += take;
+        for (;;) {
+            const std::uint8_t *piece = nullptr;
+            std::size_t length = 0;
+            if (Result result = NextPiece(size - got, piece, length)) return result;
+            if (length == 0) break;
+            std::memcpy(out + got, piece, length);
+            got += length;
+            if (got == size) break;
         }
-        if (got == 0 && !checked_) {
-            checked_ = true;
-            if (FinishDigest(hash_) != data_->hash) return kEngineItemDataDamaged;
-        }
-        if (operation_ && got) {
-            if (Result stop = operation_->Work(got)) return stop;
-        }
-        return kEngineOK;
+        return Worked(got);
+    }
+
+    // The bytes stay in the decoded block: items are written from there.
+    Result ReadView(void *, std::size_t size, const void *&view, std::size_t &got) override {
+        const std::uint8_t *piece = nullptr;
+        if (Result result = NextPiece(size, piece, got)) return result;
+        view = piece;
+        return Worked(got);
     }
 
     // The thumbnail is read like the data, from its blocks (enciphered with
@@ -173,6 +167,39 @@ public:
     }
 
 private:
+    // The next bytes of the fork being read, at most `most`, where its block
+    // holds them (hashed on the way); none at its end, where the hash is
+    // checked.
+    Result NextPiece(std::size_t most, const std::uint8_t *&piece, std::size_t &length) {
+        length = 0;
+        if (!data_ || current_ == kNoIndex || most == 0) return kEngineOK;
+        while (extent_ < data_->extents.size()) {
+            const Extent &extent = data_->extents[extent_];
+            if (inExtent_ == extent.length) {
+                ++extent_;
+                inExtent_ = 0;
+                continue;
+            }
+            if (Result result = LoadBlock(extent.block, current_)) return result;
+            piece = block_->data() + extent.offset + inExtent_;
+            length = static_cast<std::size_t>(
+                std::min<std::uint64_t>(most, extent.length - inExtent_));
+            UpdateDigest(hash_, piece, length);
+            inExtent_ += length;
+            return kEngineOK;
+        }
+        if (!checked_) {
+            checked_ = true;
+            if (FinishDigest(hash_) != data_->hash) return kEngineItemDataDamaged;
+        }
+        return kEngineOK;
+    }
+
+    Result Worked(std::size_t got) {
+        if (operation_ && got) return operation_->Work(got);
+        return kEngineOK;
+    }
+
     void StartFork() {
         extent_ = 0;
         inExtent_ = 0;

@@ -17,6 +17,7 @@ constexpr std::size_t kShortestWord = 3;
 // that.
 constexpr std::uint32_t kLeastUses = 8;
 constexpr std::uint32_t kNoCode = ~0u;
+constexpr std::size_t kShortCopy = 16;
 
 struct ByteClasses {
     bool word[256] = {};
@@ -226,9 +227,16 @@ Result WordTransform::Decode(const std::uint8_t *in, std::size_t size, std::uint
     }
 
     std::size_t made = 0;
+    // Words and the runs between them are mostly short: where both sides
+    // have room, a copy of a fixed 16 bytes (the bytes past the piece are
+    // written over next) does for a call of the piece's exact length.
     auto emit = [&](const std::uint8_t *from, std::size_t length) {
         if (length > outSize - made) return false;
-        std::memcpy(out + made, from, length);
+        if (length <= kShortCopy && outSize - made >= kShortCopy &&
+            static_cast<std::size_t>(in + size - from) >= kShortCopy)
+            std::memcpy(out + made, from, kShortCopy);
+        else
+            std::memcpy(out + made, from, length);
         made += length;
         return true;
     };
