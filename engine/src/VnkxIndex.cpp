@@ -116,7 +116,9 @@ Result WriteIndex(Operation &operation, const std::string &archive, const std::s
     if (Result stop = operation.WritingCatalogue()) return stop;
 
     Bytes reference = EncodeReference(ReferenceTo(*bytes, trailer));
-    std::uint16_t flags = (trailer.flags & kFlagCatalogueEnciphered) | kFlagIndexFile;
+    // The copied catalogue keeps its cipher and layout.
+    std::uint16_t flags =
+        (trailer.flags & (kFlagCatalogueEnciphered | kFlagColumnCatalogue)) | kFlagIndexFile;
     Bytes out = EncodeHeader(Flavour::Vnkx, trailer.version, flags);
     out.insert(out.end(), reference.begin(), reference.end());
     Trailer own;

@@ -38,6 +38,9 @@ inline constexpr std::uint16_t kFlagCatalogueEnciphered = 1;
 inline constexpr std::uint16_t kFlagRecoveryData = 2;
 // An index file: a reference to the archive and its catalogue, no blocks.
 inline constexpr std::uint16_t kFlagIndexFile = 4;
+// The catalogue body is stored column by column (each field of every item,
+// then the next field), which packs far better than item by item.
+inline constexpr std::uint16_t kFlagColumnCatalogue = 8;
 
 enum Method : std::uint8_t {
     kMethodDeflate = 1,
@@ -136,6 +139,11 @@ public:
     void U64(std::uint64_t value);
     void Raw(const void *data, std::size_t size);
     void Text(std::string_view text);  // u32 length, UTF-8
+    void Varint(std::uint64_t value);  // LEB128: 7 bits a byte, low first
+    // The difference value - base (modulo 2^64) as a signed varint
+    // (zigzag: 0, -1, 1, -2, ... become 0, 1, 2, 3, ...).
+    void Delta(std::uint64_t value, std::uint64_t base);
+    void VarText(std::string_view text);  // varint length, UTF-8
     Bytes bytes;
 };
 
@@ -150,6 +158,13 @@ public:
     bool Raw(void *out, std::size_t size);
     bool Text(std::string &text);
     bool Text(std::optional<std::string> &text);  // present once read
+    // At most 10 bytes, and no bits beyond 64.
+    bool Varint(std::uint64_t &value);
+    bool Delta(std::uint64_t &value, std::uint64_t base);
+    // The bytes stay in the reader's buffer.
+    bool VarBytes(std::string_view &view);
+    bool VarText(std::string &text);
+    bool VarText(std::optional<std::string> &text);
     std::size_t left() const { return size_ - at_; }
 
 private:
@@ -176,10 +191,17 @@ bool DecodeTrailer(const std::uint8_t *data, std::size_t size, Trailer &trailer)
 void EncodeKeyRecord(Writer &out, const KeyRecord &key);
 bool DecodeKeyRecord(Reader &in, KeyRecord &key);
 
-// The catalogue body before compression; version 0 leaves out what its
-// readers do not know (forks other than data, item comments).
-Bytes EncodeCatalogue(const CatalogueBody &body, std::uint16_t version);
-Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, CatalogueBody &body);
+// The layout flag an archive of this version is written with: columns from
+// version 7 on, items one after another in version 0 (whose readers know
+// nothing else).
+std::uint16_t CatalogueLayoutFlag(std::uint16_t version);
+
+// The catalogue body before compression, in the layout the archive's flags
+// name (kFlagColumnCatalogue or not); version 0 leaves out what its readers
+// do not know (forks other than data, item comments).
+Bytes EncodeCatalogue(const CatalogueBody &body, std::uint16_t version, std::uint16_t flags);
+Result DecodeCatalogue(const Bytes &bytes, std::uint16_t version, std::uint16_t flags,
+                       CatalogueBody &body);
 
 inline constexpr std::uint8_t kCatalogueMagic[4] = {'V', 'C', 'A', 'T'};
 

@@ -29,13 +29,13 @@ constexpr std::uint64_t kMostBlock = 1ULL << 30;
 // Blocks decoded ahead of the one in use: one a core.
 constexpr std::uint32_t kBlocksAhead = 2;
 
-Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, std::uint16_t version,
+Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, const Trailer &trailer,
                            CatalogueBody &body) {
     if (plainSize > kMostCatalogue) return kEngineCatalogueDamaged;
     Bytes plain;
     if (Decompress(kMethodZstd, packed.data(), packed.size(), plainSize, plain) != kEngineOK)
         return kEngineCatalogueDamaged;
-    return DecodeCatalogue(plain, version, body);
+    return DecodeCatalogue(plain, trailer.version, trailer.flags, body);
 }
 
 // Asks for passwords until one fits the record; kEnginePasswordNeeded or
@@ -536,8 +536,7 @@ Result OpenArchiveFile(const std::string &path, PasswordSource *passwords, Archi
         packed = std::move(opened);
         file.catalogueKey = key;
     }
-    if (Result result = DecompressCatalogue(packed, plainSize, trailer.version, file.body))
-        return result;
+    if (Result result = DecompressCatalogue(packed, plainSize, trailer, file.body)) return result;
     for (const BlockEntry &block : file.body.blocks)
         if (block.cipher != kCipherNone && block.keySlot >= file.keys.size())
             return kEngineCatalogueDamaged;

@@ -502,10 +502,13 @@ private:
     Result WriteCatalogue(std::uint16_t flags) {
         if (request_.comment && settings_.flavour == Flavour::Vnkx)
             body_.comment = Utf8(*request_.comment);
-        Bytes plain = EncodeCatalogue(body_, settings_.version);
+        const std::uint16_t layout = CatalogueLayoutFlag(settings_.version);
+        Bytes plain = EncodeCatalogue(body_, settings_.version, layout);
         Bytes packed;
         void *state = nullptr;
-        MethodChoice choice{kMethodZstd, 1, 22};
+        // zstd 19: a catalogue is small, and its columns pack far better
+        // at the strongest levels.
+        MethodChoice choice{kMethodZstd, 11, 22};
         bool packedOk = Compress(choice, plain, packed, state);
         FreeCoderState(kMethodZstd, state);
         if (!packedOk) return kEngineWriteFailed;
@@ -525,11 +528,14 @@ private:
                 packed = std::move(sealed);
             }
         }
-        if (catalogueCipher == kCipherNone && (flags & kFlagCatalogueEnciphered)) {
-            Bytes header = EncodeHeader(settings_.flavour, settings_.version, 0);
+        // The header was written before the catalogue's cipher and layout
+        // were settled.
+        const std::uint16_t finalFlags =
+            (catalogueCipher != kCipherNone ? kFlagCatalogueEnciphered : 0) | layout;
+        if (finalFlags != flags) {
+            Bytes header = EncodeHeader(settings_.flavour, settings_.version, finalFlags);
             if (pwrite(fd_, header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()))
                 return LastErrno();
-            flags = 0;
         }
         Writer region;
         region.Raw(kCatalogueMagic, 4);
@@ -543,7 +549,7 @@ private:
 
         Trailer trailer;
         trailer.version = settings_.version;
-        trailer.flags = catalogueCipher != kCipherNone ? kFlagCatalogueEnciphered : 0;
+        trailer.flags = finalFlags;
         trailer.catalogueOffset = offset_;
         trailer.catalogueSize = region.bytes.size();
         trailer.catalogueHash = Sha256(region.bytes.data(), region.bytes.size());

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """A second reader of vnkx and vnk5, written from FORMAT.md alone and sharing no code with the
-engine: it reads the trailer, the catalogue and every block of a plain archive (no cipher),
+engine: it reads the trailer, the catalogue (item by item or column by column) and every block
+of a plain archive (no cipher),
 decodes the methods 1, 2, 3, 5, 6 and 11 and both filters, and checks every CRC-32 and every
 fork's SHA-256. The engine's tests run it on archives the engine wrote, so that the layout
 description stays enough to write a reader. Prints "ok: ..." and exits 0, or fails with the
@@ -99,20 +100,93 @@ for (off, ssize, usize, method, filt, cipher, _, slot, seal, crc) in blocks:
     assert len(u) == usize
     unpacked.append(u); methods[method] = methods.get(method, 0) + 1
 (N,) = take('<I')
+def varint():
+    global pos
+    v = 0
+    for i in range(10):
+        b = body[pos]; pos += 1
+        v |= (b & 0x7F) << (7 * i)
+        if not b & 0x80:
+            assert v < 1 << 64, 'varint beyond 64 bits'
+            return v
+    raise SystemExit('varint longer than 10 bytes')
+def step(b):
+    z = varint()
+    return (b + ((z >> 1) ^ (-(z & 1) & 0xFFFFFFFFFFFFFFFF))) & 0xFFFFFFFFFFFFFFFF
+def vtext():
+    global pos
+    n = varint(); s = body[pos:pos + n]; pos += n; assert len(s) == n; return s
+def hash32():
+    global pos
+    h = body[pos:pos + 32]; pos += 32; return h
+def rows():
+    """Items one after another: (kind, path, [(fork kind, size, extents, hash)])."""
+    items = []
+    for _ in range(N):
+        kind, fl = take('<BB'); path = text()
+        if fl & 2: text()
+        size, mtime, mode = take('<QQI')
+        if fl & 1: text()
+        if kind == 2: text()
+        (F,) = take('<B')
+        forks = []
+        for _ in range(F):
+            fk, fsize = take('<BQ'); (E,) = take('<I')
+            extents = [take('<IQQ') for _ in range(E)]
+            forks.append((fk, fsize, extents, hash32()))
+        items.append((kind, path, forks))
+    return items
+def columns():
+    """Every field of every item, one field after the other."""
+    kinds = [take('<B')[0] for _ in range(N)]
+    fls = [take('<B')[0] for _ in range(N)]
+    paths = []; prev = b''
+    for _ in range(N):
+        shared = varint(); assert shared <= len(prev), 'shared prefix'
+        prev = prev[:shared] + vtext(); paths.append(prev.decode())
+    for fl in fls:
+        if fl & 2: vtext()
+    sizes = [varint() for _ in range(N)]
+    t = 0
+    for _ in range(N): t = step(t)
+    modes = [varint() for _ in range(N)]
+    assert all(m <= 0xFFFFFFFF for m in modes)
+    for fl in fls:
+        if fl & 1: vtext()
+    for k in kinds:
+        if k == 2: vtext()
+    counts = [take('<B')[0] for _ in range(N)]
+    owner = [i for i in range(N) for _ in range(counts[i])]
+    fkinds = [take('<B')[0] for _ in owner]
+    fsizes = [step(sizes[i] if fk == 0 else 0) for i, fk in zip(owner, fkinds)]
+    ecounts = [varint() for _ in owner]
+    extents = []; prevblock = 0; ends = {}
+    for fsize, E in zip(fsizes, ecounts):
+        ext = []; left = fsize
+        for j in range(E):
+            bi = step(prevblock); o = step(ends.get(bi, 0))
+            ln = varint() if j + 1 < E else left
+            assert ln <= left, 'extent length'
+            left -= ln; ext.append((bi, o, ln)); prevblock = bi; ends[bi] = o + ln
+        extents.append(ext)
+    refs = [varint() for _ in owner]
+    distinct = []
+    order = []
+    for r in refs:
+        if r == 0: order.append(len(distinct)); distinct.append(None)
+        else: assert r <= len(distinct), 'hash reference ahead'; order.append(r - 1)
+    distinct = [hash32() for _ in distinct]
+    items = [(kinds[i], paths[i], []) for i in range(N)]
+    for f, i in enumerate(owner):
+        items[i][2].append((fkinds[f], fsizes[f], extents[f], distinct[order[f]]))
+    return items
+layout = 'columns' if flags & 8 else 'items'
 files = 0
-for _ in range(N):
-    kind, fl = take('<BB'); path = text()
-    if fl & 2: text()
-    size, mtime, mode = take('<QQI')
-    if fl & 1: text()
-    if kind == 2: text()
-    (F,) = take('<B')
-    for _ in range(F):
-        fk, fsize = take('<BQ'); (E,) = take('<I')
-        got = b''.join(unpacked[bi][o:o + ln] for (bi, o, ln) in (take('<IQQ') for _ in range(E)))
-        h = body[pos:pos + 32]; pos += 32
+for kind, path, forks in (columns() if flags & 8 else rows()):
+    for fk, fsize, extents, h in forks:
+        got = b''.join(unpacked[bi][o:o + ln] for (bi, o, ln) in extents)
         assert len(got) == fsize and hashlib.sha256(got).digest() == h, ('item', path)
     files += kind == 0
 assert pos == len(body), 'catalogue body fully read'
-print('ok: version', version, 'blocks', B, 'methods', methods, 'filters', sorted(filters),
+print('ok: version', version, 'catalogue', layout, 'blocks', B, 'methods', methods, 'filters', sorted(filters),
       'word text forms', sorted(forms), 'items', N, 'files', files)
