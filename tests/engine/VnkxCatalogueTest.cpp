@@ -2,7 +2,7 @@
 // archives written before the column layout) and column by column (version
 // 7): every field survives both, hostile column bodies are refused without
 // being followed, and archives say which layout they hold.
-#include <cstring>
+#include <algorithm>
 
 #include "EngineFixture.h"
 #include "VnkxLayout.h"
