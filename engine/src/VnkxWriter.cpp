@@ -311,6 +311,9 @@ private:
                 openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
+            // Room for the whole block at once: grown step by step, it was
+            // copied about once more on the way.
+            if (open_.empty()) open_.reserve(static_cast<std::size_t>(blockSize));
             std::size_t take =
                 static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize - open_.size()));
             std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
