@@ -105,7 +105,7 @@ TEST_F(SelfExtractingTest, ThePasswordPromptOnATerminalHidesTheAnswerAndCanBeInt
     ASSERT_TRUE(run.WaitFor("Password: ")) << run.Shown();
     EXPECT_TRUE(run.EchoAtStart());
     run.Type("\x03");
-    int status = run.WaitStatus(std::chrono::seconds(5));
+    int status = run.WaitStatus(std::chrono::seconds(30));
     ASSERT_NE(status, -1) << run.Shown();
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
     EXPECT_TRUE(run.EchoOn());
