@@ -125,6 +125,7 @@ public:
                                    });
         if (result == kEngineOK) result = SetFolderTimes();
         if (result == kEngineOK) result = operation_.FinishCounters();
+        if (result == kEngineCancelled) RemoveEmptyFoldersMade();
         for (const auto &top : topLevel_) outputs.push_back(destination_ + L"/" + top);
         return result != kEngineOK ? result : itemFailure_;
     }
@@ -537,6 +538,32 @@ private:
         }
         Result written = writer_.Finish();
         return result != kEngineOK ? result : written;
+    }
+
+    // A cancelled run takes back the folders it made that stayed empty (say
+    // the password was refused before the first file); whatever holds
+    // anything stays. Deepest first, so that a folder emptied by the removal
+    // of its own goes too; no link is followed on the way down.
+    void RemoveEmptyFoldersMade() {
+        std::vector<std::string> made(created_.begin(), created_.end());
+        std::stable_sort(made.begin(), made.end(), [](const std::string &a, const std::string &b) {
+            return std::count(a.begin(), a.end(), '/') > std::count(b.begin(), b.end(), '/');
+        });
+        for (const std::string &relative : made) {
+            std::size_t slash = relative.find_last_of('/');
+            UniqueFd parent(dup(rootFd_));
+            std::size_t at = 0;
+            while (parent.valid() && slash != std::string::npos && at < slash) {
+                std::size_t end = relative.find('/', at);
+                std::string name = relative.substr(at, end - at);
+                parent.reset(openat(parent.get(), name.c_str(),
+                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+                at = end + 1;
+            }
+            std::string name = slash == std::string::npos ? relative : relative.substr(slash + 1);
+            // Only an empty folder goes: a file or a full folder refuses.
+            if (parent.valid()) unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR);
+        }
     }
 
     static void SetTime(int fd, EngineDateTime modified) {

@@ -261,6 +261,19 @@ TEST_F(PasswordTest, RefusingStopsTheRunAndNoAnswerMeansAPasswordIsNeeded) {
         EXPECT_EQ(Expand(archive, Scratch("refused")), kEngineCancelled);
     }
     {
+        // A vnkx whose folders come before the first enciphered file: the
+        // folders made before the refusal are taken back.
+        OwnedString password = Text(L"secret");
+        fs::path guarded = folder / "guarded.vnkx";
+        ASSERT_EQ(Create("vnkx", {folder / "in"}, guarded, nullptr, password.get()), kEngineOK);
+        Recorder recorder(engine);
+        recorder.On(200, 9, [](NotificationContext) { return kNotificationStop; });
+        fs::path out = Scratch("refused-vnkx");
+        EXPECT_EQ(Expand(guarded, out), kEngineCancelled);
+        EXPECT_EQ(recorder.Of(200, 9).size(), 1u);
+        EXPECT_TRUE(fs::is_empty(out)) << "nothing made stays behind";
+    }
+    {
         Recorder recorder(engine);
         recorder.On(200, 9, [](NotificationContext) { return kNotificationNotHandled; });
         EXPECT_EQ(Expand(archive, Scratch("unanswered")), kEnginePasswordNeeded);
