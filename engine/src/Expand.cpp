@@ -314,7 +314,8 @@ private:
     Result MakeFolderAt(int parentFd, const std::string &parent, const std::string &name,
                         std::string &chosen) {
         if (mkdirat(parentFd, name.c_str(), 0777) != 0) return LastErrno();
-        created_.insert(parent.empty() ? name : parent + "/" + name);
+        foldersMade_.push_back(parent.empty() ? name : parent + "/" + name);
+        created_.insert(foldersMade_.back());
         chosen = name;
         return kEngineOK;
     }
@@ -542,28 +543,32 @@ private:
 
     // A cancelled run takes back the folders it made that stayed empty (say
     // the password was refused before the first file); whatever holds
-    // anything stays. Deepest first, so that a folder emptied by the removal
-    // of its own goes too; no link is followed on the way down.
+    // anything stays. Children were made after their parents, so going
+    // backwards a folder emptied by the removal of its own goes too.
     void RemoveEmptyFoldersMade() {
-        std::vector<std::string> made(created_.begin(), created_.end());
-        std::stable_sort(made.begin(), made.end(), [](const std::string &a, const std::string &b) {
-            return std::count(a.begin(), a.end(), '/') > std::count(b.begin(), b.end(), '/');
-        });
-        for (const std::string &relative : made) {
-            std::size_t slash = relative.find_last_of('/');
-            UniqueFd parent(dup(rootFd_));
-            std::size_t at = 0;
-            while (parent.valid() && slash != std::string::npos && at < slash) {
-                std::size_t end = relative.find('/', at);
-                std::string name = relative.substr(at, end - at);
-                parent.reset(openat(parent.get(), name.c_str(),
-                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-                at = end + 1;
-            }
-            std::string name = slash == std::string::npos ? relative : relative.substr(slash + 1);
-            // Only an empty folder goes: a file or a full folder refuses.
-            if (parent.valid()) unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR);
+        for (auto made = foldersMade_.rbegin(); made != foldersMade_.rend(); ++made) {
+            std::size_t slash = made->find_last_of('/');
+            bool top = slash == std::string::npos;
+            UniqueFd parent(OpenBelowDestination(top ? std::string() : made->substr(0, slash)));
+            // Only an empty folder goes: a full one refuses.
+            if (parent.valid())
+                unlinkat(parent.get(), made->c_str() + (top ? 0 : slash + 1), AT_REMOVEDIR);
         }
+    }
+
+    // The folder at `relative` in the destination, opened without following
+    // a link on the way; -1 when it cannot be.
+    int OpenBelowDestination(const std::string &relative) const {
+        int fd = dup(rootFd_);
+        for (std::size_t at = 0; fd >= 0 && at < relative.size();) {
+            std::size_t end = std::min(relative.find('/', at), relative.size());
+            int next = openat(fd, relative.substr(at, end - at).c_str(),
+                              O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            close(fd);
+            fd = next;
+            at = end + 1;
+        }
+        return fd;
     }
 
     static void SetTime(int fd, EngineDateTime modified) {
@@ -601,7 +606,8 @@ private:
     std::map<std::wstring, std::unique_ptr<UniqueFd>> openFolders_;  // archive folder -> open
     std::vector<std::unique_ptr<UniqueFd>> retired_;
     std::map<std::wstring, std::string> decided_;  // archive folder -> name on disk, empty: skipped
-    std::set<std::string> created_;                // folders this run made
+    std::set<std::string> created_;                // items this run made
+    std::vector<std::string> foldersMade_;         // in the order they were made
     std::map<std::wstring, std::string> placed_;   // stored path -> where it went
     std::vector<std::wstring> topLevel_;
     std::vector<const Target *> folderTimes_;

@@ -33,7 +33,7 @@ void OrderedWorkerPool::Stop() {
     order_.clear();
 }
 
-void OrderedWorkerPool::Submit(Task task) {
+std::uint64_t OrderedWorkerPool::Submit(Task task) {
     auto entry = std::make_shared<Entry>();
     entry->task = std::move(task);
     entry->number = submitted_++;
@@ -41,13 +41,14 @@ void OrderedWorkerPool::Submit(Task task) {
     if (workers_.empty()) {
         entry->task(ownState_);
         entry->done = true;
-        return;
+        return entry->number;
     }
     {
         std::lock_guard lock(mutex_);
         queue_.push_back(entry);
     }
     wake_.notify_one();
+    return entry->number;
 }
 
 void OrderedWorkerPool::TakeFront() {

@@ -41,15 +41,13 @@ public:
     // Tasks submitted and not yet taken back.
     std::size_t Pending() const { return order_.size(); }
 
-    void Submit(Task task);
-    // The number the next task submitted will have.
-    std::uint64_t Submitted() const { return submitted_; }
+    // The task's number: tasks are numbered from 0 as they are submitted.
+    std::uint64_t Submit(Task task);
     // Waits until the oldest task not yet taken back is done and forgets it.
     // Only with a task pending.
     void TakeFront();
     // Waits until any task not yet taken back is done, forgets it and gives
-    // its number: tasks are numbered from 0 as they are submitted. Only with
-    // a task pending.
+    // its number. Only with a task pending.
     std::uint64_t TakeAnyDone();
 
 private:

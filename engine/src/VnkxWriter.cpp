@@ -74,7 +74,8 @@ public:
         fd_ = open(request_.path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd_ < 0) return LastErrno();
         if (Result result = StartKey()) return result;
-        std::uint16_t flags = settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0;
+        std::uint16_t flags = (settings_.encryptCatalogue && key_ ? kFlagCatalogueEnciphered : 0) |
+                              CatalogueLayoutFlag(settings_.version);
         Bytes header = EncodeHeader(settings_.flavour, settings_.version, flags);
         if (Result result = Write(header.data(), header.size())) return result;
         pool_.Start(settings_.workers);
@@ -414,9 +415,8 @@ private:
         job->index = static_cast<std::uint32_t>(nextBlock_);
         job->entry.sealNumber = nextBlock_;
         ++nextBlock_;
-        job->task = pool_.Submitted();
         pending_.push_back(job);
-        pool_.Submit([this, job](void *&state) { Code(*job, state); });
+        job->task = pool_.Submit([this, job](void *&state) { Code(*job, state); });
     }
 
     // Keeps the blocks in flight within the memory the settings allow.
@@ -531,8 +531,8 @@ private:
                 packed = std::move(sealed);
             }
         }
-        // The header was written before the catalogue's cipher and layout
-        // were settled.
+        // The header was written before the catalogue's cipher was settled
+        // (a copied archive's key may encipher it).
         const std::uint16_t finalFlags =
             (catalogueCipher != kCipherNone ? kFlagCatalogueEnciphered : 0) | layout;
         if (finalFlags != flags) {
