@@ -76,7 +76,8 @@ Result WritePlan(Operation &operation, const PlanWrite &how, const std::vector<P
     request.comment = how.comment;
     request.threads = operation.settings().useThreads;
     request.operation = &operation;
-    PlanFeed feed(items, operation, how.source, how.passwords, how.copyStored);
+    PlanFeed feed(items, operation, how.source, how.passwords, how.copyStored,
+                  how.driver->LargeItemsFirstFrom(how.formatId));
     if (Result result = how.driver->Write(request, feed)) return result;
     if (Result stop = operation.FinishCounters()) return stop;
     // A new file takes the usual permissions; a rewritten one keeps its own.

@@ -101,6 +101,10 @@ struct WriteItem {
     // stored (its data neither decoded nor deciphered) from `copyFrom`.
     const StoredData *copy = nullptr;
     std::string copyFrom;
+    // Where the item stands in the caller's order. Feeds may hand items over
+    // in another order (Driver::LargeItemsFirstFrom); a writer that lists
+    // items in the caller's order sorts by this.
+    std::size_t position = 0;
 };
 
 // What a writer takes its items from, in order.
@@ -109,6 +113,8 @@ public:
     virtual ~ItemFeed() = default;
     // The next item; kEngineNoMoreObjects after the last.
     virtual Result Next(WriteItem &item) = 0;
+    // The data of the items not yet handed over, as far as it is known.
+    virtual std::optional<std::uint64_t> BytesAhead() const { return std::nullopt; }
 };
 
 struct ReadRequest {
@@ -158,6 +164,11 @@ public:
     }
     // The writer keeps comments of archives of the id.
     virtual bool KeepsComments(std::string_view) const { return false; }
+    // Files from disk of at least this size are fed to the writer before
+    // the others (0: everything in the caller's order). A writer that codes
+    // blocks side by side then starts the longest work first, instead of
+    // leaving one core alone with a large file's blocks at the end.
+    virtual std::uint64_t LargeItemsFirstFrom(std::string_view) const { return 0; }
     virtual Result Write(const WriteRequest &, ItemFeed &) const { return kEngineNotImplemented; }
     // The extension a new archive of the id gets, with its dot.
     virtual std::wstring Extension(std::string_view id, std::string_view postEncoding) const;

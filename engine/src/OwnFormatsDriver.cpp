@@ -172,6 +172,9 @@ public:
         return version && *version == 0;
     }
     bool KeepsComments(std::string_view id) const override { return !IsVnk5(id); }
+    std::uint64_t LargeItemsFirstFrom(std::string_view) const override {
+        return vnkx::kWholeItemLimit;
+    }
 
     Result Write(const WriteRequest &request, ItemFeed &feed) const override {
         vnkx::WriteSettings settings;

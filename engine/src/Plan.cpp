@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <numeric>
 
 #include "LibArchive.h"
 #include "platform/WideText.h"
@@ -293,12 +294,30 @@ private:
 };
 
 PlanFeed::PlanFeed(std::vector<PlanNode *> items, Operation &operation,
-                   OpaqueEngineArchive *archive, PasswordSource *passwords, bool copyStored)
+                   OpaqueEngineArchive *archive, PasswordSource *passwords, bool copyStored,
+                   std::uint64_t largeFirstFrom)
     : items_(std::move(items)),
+      order_(items_.size()),
       operation_(operation),
       archive_(archive),
       passwords_(passwords),
-      copyStored_(copyStored) {}
+      copyStored_(copyStored) {
+    std::iota(order_.begin(), order_.end(), std::size_t{0});
+    // Stored items are read by a cursor that only moves forward: they keep
+    // their order, and only files from disk move ahead.
+    if (largeFirstFrom > 0)
+        std::stable_partition(order_.begin(), order_.end(), [&](std::size_t index) {
+            const PlanNode &node = *items_[index];
+            return node.source == PlanNode::Source::Disk && !node.Folder() &&
+                   node.info.size >= largeFirstFrom;
+        });
+    ahead_.assign(order_.size() + 1, 0);
+    for (std::size_t k = order_.size(); k-- > 0;) {
+        const PlanNode &node = *items_[order_[k]];
+        bool hasData = !node.Folder() && !node.info.symlink && !node.info.hardlink;
+        ahead_[k] = ahead_[k + 1] + (hasData ? node.info.size : 0);
+    }
+}
 
 PlanFeed::~PlanFeed() {
     if (fd_ >= 0) close(fd_);
@@ -330,10 +349,11 @@ Result PlanFeed::Next(WriteItem &item) {
         fd_ = -1;
     }
     data_.reset();
-    if (next_ > 0 && !items_[next_ - 1]->Folder()) operation_.FileDone();
+    if (next_ > 0 && !items_[order_[next_ - 1]]->Folder()) operation_.FileDone();
     if (Result stop = operation_.Counters()) return stop;
     if (next_ >= items_.size()) return kEngineNoMoreObjects;
-    PlanNode &node = *items_[next_++];
+    item.position = order_[next_++];
+    PlanNode &node = *items_[item.position];
     item.info = node.info;
     item.info.path = node.Path();
     item.storeOnly = node.storeOnly;

@@ -83,10 +83,13 @@ class PlanFeed final : public ItemFeed {
 public:
     // `copyStored`: an item of the archive that its format can copy as it is
     // stored goes over that way, neither decoded nor deciphered.
+    // `largeFirstFrom`: files from disk of at least that size come first
+    // (0: the items' order); stored items keep theirs.
     PlanFeed(std::vector<PlanNode *> items, Operation &operation, OpaqueEngineArchive *archive,
-             PasswordSource *passwords, bool copyStored = false);
+             PasswordSource *passwords, bool copyStored = false, std::uint64_t largeFirstFrom = 0);
     ~PlanFeed() override;
     Result Next(WriteItem &item) override;
+    std::optional<std::uint64_t> BytesAhead() const override { return ahead_[next_]; }
 
 private:
     class DiskData;
@@ -95,6 +98,8 @@ private:
     Result MoveCursorTo(std::size_t index);
 
     std::vector<PlanNode *> items_;
+    std::vector<std::size_t> order_;    // positions in items_, in the order fed
+    std::vector<std::uint64_t> ahead_;  // data from order_[k] on, and 0 after the last
     std::size_t next_ = 0;
     Operation &operation_;
     OpaqueEngineArchive *archive_;

@@ -68,6 +68,11 @@ struct WriteSettings {
 
 Result WriteArchive(const WriteRequest &request, ItemFeed &feed, const WriteSettings &settings);
 
+// Items larger than this stream into blocks as they are read rather than
+// being read whole first. Files from disk this large are fed ahead of the
+// others: their blocks are the longest to code.
+constexpr std::uint64_t kWholeItemLimit = 8ULL << 20;
+
 // Writes a repaired copy of the archive under its own name into `folder`
 // with its recovery record.
 Result RecoverArchiveFile(const std::string &archive, const std::string &folder);

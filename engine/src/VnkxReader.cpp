@@ -83,7 +83,9 @@ public:
         : file_(std::move(file)),
           passwords_(request.passwords),
           operation_(request.operation),
-          threads_(operation_ && operation_->settings().useThreads) {}
+          threads_(operation_ && operation_->settings().useThreads) {
+        PlanUse();
+    }
     ~Cursor() override { ahead_.clear(); }
 
     Result Next(ItemInfo &info) override {
@@ -182,8 +184,8 @@ private:
             }
             if (Result result = LoadBlock(extent.block, current_)) return result;
             piece = block_->data() + extent.offset + inExtent_;
-            length = static_cast<std::size_t>(
-                std::min<std::uint64_t>(most, extent.length - inExtent_));
+            length =
+                static_cast<std::size_t>(std::min<std::uint64_t>(most, extent.length - inExtent_));
             UpdateDigest(hash_, piece, length);
             inExtent_ += length;
             return kEngineOK;
@@ -328,17 +330,40 @@ private:
         return true;
     }
 
+    // The blocks in the order the items first use them, which is the order
+    // they are decoded ahead in: a writer may store them in another (large
+    // files' blocks first, or blocks added by a later change).
+    void PlanUse() {
+        usePosition_.assign(file_->body.blocks.size(), kNotUsed);
+        for (const ItemEntry &entry : file_->body.items)
+            for (const ForkEntry &fork : entry.forks) {
+                if (fork.kind == kForkOfThumb) continue;
+                for (const Extent &extent : fork.extents) {
+                    if (extent.block >= usePosition_.size() ||
+                        usePosition_[extent.block] != kNotUsed)
+                        continue;
+                    usePosition_[extent.block] = useOrder_.size();
+                    useOrder_.push_back(extent.block);
+                }
+            }
+    }
+    std::size_t UsePosition(std::uint32_t index) const {
+        return index < usePosition_.size() ? usePosition_[index] : kNotUsed;
+    }
+
     // Drops the blocks decoding ahead that the walk has passed, then starts
-    // up to `count` of those after `index`.
+    // up to `count` of those used after `index`.
     void StartAhead(std::uint32_t index, std::uint32_t count) {
-        std::erase_if(ahead_, [this, index](const std::unique_ptr<Ahead> &pending) {
-            if (pending->index > index) return false;
+        const std::size_t at = UsePosition(index);
+        if (at == kNotUsed) return;
+        std::erase_if(ahead_, [this, at](const std::unique_ptr<Ahead> &pending) {
+            if (UsePosition(pending->index) > at) return false;
             pending->result.wait();
             Recycle(pending->bytes);
             return true;
         });
-        for (std::uint32_t next = index + 1; next <= index + count; ++next)
-            if (!DecodeAhead(next)) break;
+        for (std::size_t next = at + 1; next <= at + count && next < useOrder_.size(); ++next)
+            if (!DecodeAhead(useOrder_[next])) break;
     }
 
     // Decoded blocks' buffers are kept for the next blocks: a fresh one of a
@@ -424,6 +449,9 @@ private:
     // Blocks decoding on threads of their own, in order; waited for before
     // anything they read goes away.
     std::deque<std::unique_ptr<Ahead>> ahead_;
+    static constexpr std::size_t kNotUsed = static_cast<std::size_t>(-1);
+    std::vector<std::uint32_t> useOrder_;   // blocks, by their first use
+    std::vector<std::size_t> usePosition_;  // of each block in useOrder_
     std::vector<Bytes> spare_;
     std::uint64_t clock_ = 0;
     Bytes *block_ = nullptr;

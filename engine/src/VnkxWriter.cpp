@@ -10,6 +10,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 
@@ -30,7 +31,6 @@ namespace {
 // stream into blocks as they are read (a duplicate of a size seen before
 // is spooled first), so that a large item is not held beside the blocks it
 // fills. Pictures are read whole up to a larger size for their thumbnails.
-constexpr std::uint64_t kWholeItemLimit = 8ULL << 20;
 constexpr std::uint64_t kWholePictureLimit = 64ULL << 20;
 constexpr std::size_t kChunk = 1 << 20;
 constexpr std::uint64_t kLargeBlock = 16ULL << 20;
@@ -70,6 +70,7 @@ public:
     }
 
     Result Run(ItemFeed &feed) {
+        feed_ = &feed;
         // Read back too: the recovery record is computed from what was written.
         fd_ = open(request_.path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (fd_ < 0) return LastErrno();
@@ -88,6 +89,7 @@ public:
             if (Result result = Take(item)) return result;
         }
         if (Result result = PlaceThumbnails()) return result;
+        ListInCallersOrder();
         Seal();
         if (Result result = Drain()) return result;
         pool_.Stop();
@@ -134,7 +136,7 @@ private:
         if (const auto *stored = dynamic_cast<const StoredItem *>(item.copy)) {
             if (Result result = CopyStored(*stored, entry)) return result;
             entry.size = stored->entry.size;
-            body_.items.push_back(std::move(entry));
+            List(std::move(entry), item.position);
             return Progress(0, stored->entry.size);
         }
         if (entry.kind == kItemFile) {
@@ -165,8 +167,27 @@ private:
                 if (Result result = Throttle()) return result;
             }
         }
-        body_.items.push_back(std::move(entry));
+        List(std::move(entry), item.position);
         return kEngineOK;
+    }
+
+    void List(ItemEntry entry, std::size_t position) {
+        body_.items.push_back(std::move(entry));
+        positions_.push_back(position);
+    }
+
+    // The catalogue lists items in the caller's order, whatever order they
+    // were fed and placed in.
+    void ListInCallersOrder() {
+        std::vector<std::size_t> order(body_.items.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+        std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+            return positions_[a] < positions_[b];
+        });
+        std::vector<ItemEntry> items;
+        items.reserve(order.size());
+        for (std::size_t index : order) items.push_back(std::move(body_.items[index]));
+        body_.items = std::move(items);
     }
 
     // The legacy 8-bit form of a name: ASCII kept, anything else "_".
@@ -190,7 +211,7 @@ private:
         if (settings_.fold && largeSizes_.count(expected))
             return PlaceSpooled(data, storeOnly, fork);
         largeSizes_.insert(expected);
-        return PlaceStream(data, storeOnly, fork);
+        return PlaceStream(data, expected, storeOnly, fork);
     }
 
     Result ReadWhole(DataSource &data, std::uint64_t expected, Bytes &out) {
@@ -220,7 +241,7 @@ private:
     }
 
     // A large item streamed into blocks as it is read.
-    Result PlaceStream(DataSource &data, bool storeOnly, ForkEntry &fork) {
+    Result PlaceStream(DataSource &data, std::uint64_t expected, bool storeOnly, ForkEntry &fork) {
         Digest digest = NewDigest();
         Bytes chunk(kChunk);
         std::optional<BlockKind> kind;
@@ -231,9 +252,11 @@ private:
             UpdateDigest(digest, chunk.data(), got);
             fork.size += got;
             if (!kind) kind = KindOfContent(settings_.choice, chunk.data(), got, storeOnly);
+            itemAhead_ = expected - std::min(expected, fork.size);
             if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(got, got)) return stop;
         }
+        itemAhead_ = 0;
         fork.hash = FinishDigest(digest);
         Remember(fork);
         return kEngineOK;
@@ -259,13 +282,17 @@ private:
         if (Fold(fork)) return Progress(0, fork.size);
         rewind(spool.get());
         std::optional<BlockKind> kind;
+        std::uint64_t appended = 0;
         for (;;) {
             std::size_t got = fread(chunk.data(), 1, chunk.size(), spool.get());
             if (got == 0) break;
             if (!kind) kind = KindOfContent(settings_.choice, chunk.data(), got, storeOnly);
+            appended += got;
+            itemAhead_ = fork.size - std::min(fork.size, appended);
             if (Result result = Append(chunk.data(), got, *kind, fork)) return result;
             if (Result stop = Progress(0, got)) return stop;
         }
+        itemAhead_ = 0;
         Remember(fork);
         return kEngineOK;
     }
@@ -305,18 +332,16 @@ private:
         if (kind != openKind_ && !open_.empty()) Seal();
         openKind_ = kind;
         const std::uint64_t blockSize = BlockSizeFor(ChoiceForBlock(settings_.choice, kind));
-        openBlockSize_ = blockSize;
+        kindBlockSize_ = blockSize;
         while (size > 0) {
-            if (open_.size() >= blockSize) {
+            if (!open_.empty() && open_.size() >= openBlockSize_) {
                 Seal();
                 openKind_ = kind;
                 if (Result result = Throttle()) return result;
             }
-            // Room for the whole block at once: grown step by step, it was
-            // copied about once more on the way.
-            if (open_.empty()) open_.reserve(static_cast<std::size_t>(blockSize));
-            std::size_t take =
-                static_cast<std::size_t>(std::min<std::uint64_t>(size, blockSize - open_.size()));
+            if (open_.empty()) OpenBlock(blockSize, size);
+            std::size_t take = static_cast<std::size_t>(
+                std::min<std::uint64_t>(size, openBlockSize_ - open_.size()));
             std::uint32_t block = static_cast<std::uint32_t>(nextBlock_);
             if (!fork.extents.empty() && fork.extents.back().block == block &&
                 fork.extents.back().offset + fork.extents.back().length == open_.size()) {
@@ -329,6 +354,27 @@ private:
             size -= take;
         }
         return kEngineOK;
+    }
+
+    // Near the end of the run blocks shrink to a share of what is left for
+    // each worker, so that the workers finish together rather than one
+    // coding a full block alone at the end. A quarter of the usual size is
+    // the least: smaller blocks cost more than an idle core gains.
+    void OpenBlock(std::uint64_t blockSize, std::uint64_t inHand) {
+        openBlockSize_ = blockSize;
+        std::optional<std::uint64_t> feedAhead = feed_->BytesAhead();
+        if (pool_.Workers() > 1 && feedAhead) {
+            const std::uint64_t left = inHand + itemAhead_ + *feedAhead;
+            const std::uint64_t least = blockSize / 4;
+            const std::uint64_t share = (left + pool_.Workers() - 1) / pool_.Workers();
+            std::uint64_t size = std::clamp(share, least, blockSize);
+            // No shred of a block after this one.
+            if (left - std::min(left, size) < least) size = std::clamp(left, size, blockSize);
+            openBlockSize_ = size;
+        }
+        // Room for the whole block at once: grown step by step, it was
+        // copied about once more on the way.
+        open_.reserve(static_cast<std::size_t>(openBlockSize_));
     }
 
     Result CopyStored(const StoredItem &stored, ItemEntry &entry) {
@@ -430,7 +476,7 @@ private:
     // less time than coding one, so the workers hardly wait for it.
     std::size_t MaxPending() const {
         if (!pool_.Workers()) return 0;
-        return pool_.Workers() + (openBlockSize_ > kLargeBlock ? 0 : 1);
+        return pool_.Workers() + (kindBlockSize_ > kLargeBlock ? 0 : 1);
     }
 
     Result Drain() {
@@ -600,7 +646,10 @@ private:
     std::uint64_t nextBlock_ = 0;
     Bytes open_;
     BlockKind openKind_ = BlockKind::General;
-    std::uint64_t openBlockSize_ = 0;
+    std::uint64_t kindBlockSize_ = 0;  // the usual size of the open kind's blocks
+    std::uint64_t openBlockSize_ = 0;  // the open block's, smaller near the end
+    ItemFeed *feed_ = nullptr;
+    std::uint64_t itemAhead_ = 0;  // of the item being placed, the bytes not yet appended
     CatalogueBody body_;
     std::vector<KeyRecord> keys_;
     std::optional<cipher::DerivedKey> key_;
@@ -608,6 +657,7 @@ private:
     std::optional<cipher::BlockCipher> sealer_;
     std::optional<cipher::DerivedKey> catalogueKey_;
     std::uint32_t catalogueRecord_ = kNoKey;
+    std::vector<std::size_t> positions_;  // each listed item's WriteItem::position
     std::map<Placed, std::vector<Extent>> placed_;
     std::set<std::uint64_t> largeSizes_;
     std::map<std::pair<const ArchiveFile *, std::uint32_t>, std::uint32_t> copied_;

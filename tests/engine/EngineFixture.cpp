@@ -8,6 +8,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "VnkxMethods.h"
+
 namespace enginetest {
 
 OwnedFS Path(const fs::path &path) {
@@ -147,6 +149,26 @@ void WriteFile(const fs::path &path, const std::string &bytes) {
 }
 
 std::string ReadFile(const fs::path &path) { return testsupport::ReadBytes(path); }
+
+void ReadPlainCatalogue(const std::vector<std::uint8_t> &archive, engine::vnkx::Trailer &trailer,
+                        engine::vnkx::CatalogueBody &body) {
+    namespace vnkx = engine::vnkx;
+    ASSERT_GT(archive.size(), vnkx::kTrailerSize);
+    const std::uint8_t *end = archive.data() + archive.size() - vnkx::kTrailerSize;
+    ASSERT_TRUE(vnkx::DecodeTrailer(end, vnkx::kTrailerSize, trailer));
+    ASSERT_LE(trailer.catalogueOffset + trailer.catalogueSize, archive.size());
+    vnkx::Reader in(archive.data() + trailer.catalogueOffset, trailer.catalogueSize);
+    std::uint8_t magic[4], cipher = 0;
+    std::uint32_t keys = 1, slot = 0;
+    std::uint64_t plainSize = 0, packedSize = 0;
+    ASSERT_TRUE(in.Raw(magic, 4) && in.U32(keys) && keys == 0 && in.U8(cipher) && in.U32(slot) &&
+                in.U64(plainSize) && in.U64(packedSize));
+    std::vector<std::uint8_t> plain;
+    ASSERT_EQ(vnkx::Decompress(vnkx::kMethodZstd, archive.data() + trailer.catalogueOffset + 29,
+                               packedSize, plainSize, plain),
+              kEngineOK);
+    ASSERT_EQ(vnkx::DecodeCatalogue(plain, trailer.version, trailer.flags, body), kEngineOK);
+}
 
 Shell RunShell(const std::string &command, const fs::path &folder) {
     // The tools read and write names as UTF-8 whatever the test's locale.

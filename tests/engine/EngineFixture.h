@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "VarnickEngine.h"
+#include "VnkxLayout.h"
 #include "support/TempHome.h"
 
 namespace enginetest {
@@ -103,6 +104,11 @@ int32_t AnswerConflict(NotificationContext context, int32_t resolution);
 std::map<std::string, std::string> Snapshot(const fs::path &root);
 void WriteFile(const fs::path &path, const std::string &bytes);
 std::string ReadFile(const fs::path &path);
+
+// The trailer and catalogue of a vnkx archive's bytes whose catalogue is not
+// enciphered, read with the layout's own functions (no reader involved).
+void ReadPlainCatalogue(const std::vector<std::uint8_t> &archive, engine::vnkx::Trailer &trailer,
+                        engine::vnkx::CatalogueBody &body);
 
 struct Shell {
     int status;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "EngineFixture.h"
+#include "OrderedWorkerPool.h"
 #include "VnkxBlockPlan.h"
 
 namespace enginetest {
@@ -488,6 +489,62 @@ TEST_F(VnkxTest, ItemsOfEveryKindKeepTheirOrderAcrossBlocksOfTheirOwn) {
             EXPECT_EQ(Snapshot(out / "mixed"), Snapshot(mixed)) << name;
         }
     }
+}
+
+// A large file among small ones is read and coded first, where its long
+// blocks keep a core busy while the rest fills the other; the listing keeps
+// the files' own order, and expansion, whose read-ahead follows the items
+// rather than the blocks' order, gives every file back. The last blocks of
+// the run share what is left between the cores.
+TEST_F(VnkxTest, LargeFilesAreCodedFirstAndTheLastBlocksShareTheWork) {
+    std::string large;
+    for (unsigned x = 5; large.size() < (12u << 20);) {
+        x = x * 1664525u + 1013904223u;
+        large += "record " + std::to_string(x % 5000) + std::string(x % 13, '.') + "\n";
+    }
+    fs::path mixed = Scratch("large");
+    for (int i = 0; i < 6; ++i)
+        WriteFile(mixed / ("a-note" + std::to_string(i) + ".txt"),
+                  "note " + std::to_string(i) + std::string(20000, 'x'));
+    WriteFile(mixed / "m-large.log", large);
+    WriteFile(mixed / "z-last.txt", "the last of them\n");
+    fs::path zip = folder / "large.zip";
+    ASSERT_EQ(Create("zip", {mixed}, zip), kEngineOK);
+    std::vector<std::wstring> order = OpenedArchive(engine, zip).Listing();
+
+    SetVnkx(kFormatPropCompMethod, 7);  // LZ4: blocks of 8 MiB, quickly coded
+    fs::path archive = folder / "large.vnkx";
+    ASSERT_EQ(Create("vnkx", {mixed}, archive), kEngineOK);
+    EXPECT_EQ(OpenedArchive(engine, archive).Listing(), order);
+    fs::path out = Scratch("out-large");
+    ASSERT_EQ(Expand(archive, out), kEngineOK);
+    EXPECT_EQ(Snapshot(out / "large"), Snapshot(mixed));
+
+    std::string bytes = ReadFile(archive);
+    engine::vnkx::Trailer trailer;
+    engine::vnkx::CatalogueBody catalogue;
+    ReadPlainCatalogue({bytes.begin(), bytes.end()}, trailer, catalogue);
+    const auto &blocks = catalogue.blocks;
+    ASSERT_FALSE(blocks.empty());
+    std::uint64_t total = 0, largest = 0, smallest = UINT64_MAX;
+    for (const auto &block : blocks) {
+        total += block.unpackedSize;
+        largest = std::max(largest, block.unpackedSize);
+        smallest = std::min(smallest, block.unpackedSize);
+    }
+    for (const auto &item : catalogue.items) {
+        bool large = item.path.find("m-large.log") != std::string::npos;
+        for (const auto &fork : item.forks)
+            for (const auto &extent : fork.extents)
+                EXPECT_EQ(extent.block == 0, large && &extent == &fork.extents[0])
+                    << item.path << ": the large file alone opens the first block";
+    }
+    if (engine::OrderedWorkerPool::Cores() < 2) GTEST_SKIP() << "one core: blocks keep their size";
+    // Full blocks would be 8 MiB and a little over 4: the 12 MiB are cut into
+    // about a half and two quarters instead, none smaller than 2 MiB.
+    EXPECT_GE(blocks.size(), 3u);
+    EXPECT_LE(largest, total * 55 / 100);
+    EXPECT_GE(smallest, 2u << 20);
 }
 
 }  // namespace
