@@ -37,6 +37,27 @@ struct Scratch {
     std::size_t size;
 };
 
+// What a worker keeps from block to block. A fresh LZMA2 encoder maps and
+// faults in its match finder for every block (some 90 MiB at an 8 MiB
+// dictionary), and unmapping it again stops the other threads for the TLB;
+// a reused one keeps that memory while its options keep their size.
+struct CoderState {
+    CoderState() = default;
+    CoderState(const CoderState &) = delete;
+    CoderState &operator=(const CoderState &) = delete;
+    ~CoderState() {
+        ZSTD_freeCCtx(zstd);
+        lzma_end(&xz);
+    }
+    ZSTD_CCtx *zstd = nullptr;
+    lzma_stream xz = LZMA_STREAM_INIT;
+};
+
+CoderState &StateOf(void *&state) {
+    if (!state) state = new CoderState;
+    return *static_cast<CoderState *>(state);
+}
+
 TextSettings TextSettingsOf(const MethodChoice &choice) {
     TextSettings settings;
     settings.ppm.order =
@@ -58,11 +79,11 @@ bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
 }
 
 // One zstd frame of `size` bytes at `data`, after `head` bytes left for the
-// caller in `out`; the context is kept in `state` for the worker's next block.
+// caller in `out`.
 bool EncodeZstd(const MethodChoice &choice, const std::uint8_t *data, std::size_t size,
-                std::size_t head, Bytes &out, void *&state) {
-    auto *context = static_cast<ZSTD_CCtx *>(state);
-    if (!context) state = context = ZSTD_createCCtx();
+                std::size_t head, Bytes &out, CoderState &state) {
+    if (!state.zstd) state.zstd = ZSTD_createCCtx();
+    ZSTD_CCtx *context = state.zstd;
     if (!context) return false;
     ZSTD_CCtx_reset(context, ZSTD_reset_session_and_parameters);
     ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, ZstdLevel(choice.level));
@@ -77,7 +98,7 @@ bool EncodeZstd(const MethodChoice &choice, const std::uint8_t *data, std::size_
     return true;
 }
 
-bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&state) {
+bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, CoderState &state) {
     return EncodeZstd(choice, in.data(), in.size(), 0, out, state);
 }
 
@@ -96,17 +117,20 @@ bool WordTextOptions(const MethodChoice &choice, lzma_options_lzma &options) {
 // An .xz stream of `size` bytes at `data`, after `head` bytes left for the
 // caller in `out`.
 bool EncodeXz(const lzma_options_lzma &options, bool branchFilter, const std::uint8_t *data,
-              std::size_t size, std::size_t head, Bytes &out) {
+              std::size_t size, std::size_t head, Bytes &out, CoderState &state) {
     lzma_options_lzma copy = options;
     lzma_filter plain[] = {{LZMA_FILTER_LZMA2, &copy}, {LZMA_VLI_UNKNOWN, nullptr}};
     lzma_filter branch[] = {
         {LZMA_FILTER_X86, nullptr}, {LZMA_FILTER_LZMA2, &copy}, {LZMA_VLI_UNKNOWN, nullptr}};
-    Scratch scratch(head + lzma_stream_buffer_bound(size));
-    std::size_t made = head;
-    if (lzma_stream_buffer_encode(branchFilter ? branch : plain, LZMA_CHECK_NONE, nullptr, data,
-                                  size, scratch.data, &made, scratch.size) != LZMA_OK)
+    if (lzma_stream_encoder(&state.xz, branchFilter ? branch : plain, LZMA_CHECK_NONE) != LZMA_OK)
         return false;
-    out.assign(scratch.data, scratch.data + made);
+    Scratch scratch(head + lzma_stream_buffer_bound(size));
+    state.xz.next_in = data;
+    state.xz.avail_in = size;
+    state.xz.next_out = scratch.data + head;
+    state.xz.avail_out = scratch.size - head;
+    if (lzma_code(&state.xz, LZMA_FINISH) != LZMA_STREAM_END) return false;
+    out.assign(scratch.data, scratch.data + head + state.xz.total_out);
     return true;
 }
 
@@ -123,10 +147,10 @@ bool DecodeZstd(const std::uint8_t *in, std::size_t size, std::uint8_t *out, std
     return !ZSTD_isError(made) && made == outSize;
 }
 
-bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
+bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out, CoderState &state) {
     lzma_options_lzma options;
     return LzmaOptions(choice, options) &&
-           EncodeXz(options, choice.branchFilter, in.data(), in.size(), 0, out);
+           EncodeXz(options, choice.branchFilter, in.data(), in.size(), 0, out, state);
 }
 
 // Word text: the form (bit 0: the words were replaced; bit 1: the stream
@@ -137,13 +161,13 @@ bool CompressLzma2(const MethodChoice &choice, const Bytes &in, Bytes &out) {
 constexpr std::size_t kWordTextHead = 9;
 constexpr std::uint8_t kFormWords = 1, kFormZstd = 2;
 
-bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out) {
+bool CompressWordText(const MethodChoice &choice, const Bytes &in, Bytes &out, CoderState &state) {
     Bytes words;
     bool replaced = WordTransform::Encode(in.data(), in.size(), words);
     const Bytes &text = replaced ? words : in;
     lzma_options_lzma options;
     if (!WordTextOptions(choice, options) ||
-        !EncodeXz(options, false, text.data(), text.size(), kWordTextHead, out))
+        !EncodeXz(options, false, text.data(), text.size(), kWordTextHead, out, state))
         return false;
     Bytes head{replaced ? kFormWords : std::uint8_t{0}};
     Put64(head, text.size());
@@ -331,23 +355,21 @@ bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&co
         case kMethodStore:
             return false;
         case kMethodZstd:
-            return CompressZstd(choice, in, out, coderState);
+            return CompressZstd(choice, in, out, StateOf(coderState));
         case kMethodText:
             return TextBlockCoder::Encode(in.data(), in.size(), TextSettingsOf(choice), out);
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
-            return CompressLzma2(choice, in, out);
+            return CompressLzma2(choice, in, out, StateOf(coderState));
         case kMethodWordText:
-            return CompressWordText(choice, in, out);
+            return CompressWordText(choice, in, out, StateOf(coderState));
         default:
             return CompressOther(choice, in, out);
     }
 }
 
-void FreeCoderState(std::uint8_t method, void *coderState) {
-    if (method == kMethodZstd && coderState) ZSTD_freeCCtx(static_cast<ZSTD_CCtx *>(coderState));
-}
+void FreeCoderState(void *coderState) { delete static_cast<CoderState *>(coderState); }
 
 Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,
                   std::uint64_t unpackedSize, Bytes &out) {

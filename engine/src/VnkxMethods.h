@@ -51,8 +51,10 @@ std::uint64_t BlockSizeFor(const MethodChoice &choice);
 std::uint64_t WorkerMemory(const MethodChoice &choice);
 
 // Compresses `in`; false when the method failed (the caller then stores).
+// `coderState` keeps a worker's coders from one block to the next: null at
+// first, given back with FreeCoderState.
 bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&coderState);
-void FreeCoderState(std::uint8_t method, void *coderState);
+void FreeCoderState(void *coderState);
 // Decompresses exactly `unpackedSize` bytes; kEngineItemDataDamaged when the
 // data does not decode to that.
 Result Decompress(std::uint8_t method, const std::uint8_t *in, std::size_t size,

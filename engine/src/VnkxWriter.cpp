@@ -61,7 +61,7 @@ public:
           settings_(settings),
           operation_(request.operation),
           thumbnails_(request.threads ? std::max(1u, std::thread::hardware_concurrency() / 2) : 0),
-          pool_([](void *state) { FreeCoderState(kMethodZstd, state); }) {
+          pool_([](void *state) { FreeCoderState(state); }) {
         makeThumbnails_ = BooleanOf(request.format, kFormatPropThumbNails, false);
     }
     ~ArchiveWriter() {
@@ -559,7 +559,7 @@ private:
         // at the strongest levels.
         MethodChoice choice{kMethodZstd, 11, 22};
         bool packedOk = Compress(choice, plain, packed, state);
-        FreeCoderState(kMethodZstd, state);
+        FreeCoderState(state);
         if (!packedOk) return kEngineWriteFailed;
         std::uint8_t catalogueCipher = kCipherNone;
         std::uint32_t catalogueSlot = kNoKey;

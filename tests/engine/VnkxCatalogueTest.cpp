@@ -321,7 +321,7 @@ Bytes WithRowCatalogue(const Bytes &archive) {
     Bytes rows = vnkx::EncodeCatalogue(body, trailer.version, 0), packed;
     void *state = nullptr;
     EXPECT_TRUE(vnkx::Compress({vnkx::kMethodZstd, 1, 22}, rows, packed, state));
-    vnkx::FreeCoderState(vnkx::kMethodZstd, state);
+    vnkx::FreeCoderState(state);
 
     Bytes out(archive.begin(), archive.begin() + trailer.catalogueOffset);
     out[10] = static_cast<std::uint8_t>(out[10] & ~vnkx::kFlagColumnCatalogue);
