@@ -4,11 +4,15 @@
 # BENCH_ENGINE names another varnick-engine to measure (a build of a branch)
 # while the corpus and results stay under BUILD.
 #
-# For every row: wall seconds, output size, and peak memory (the largest
-# resident set of any one process of the row, from GNU time). Then the
-# ratios of each engine row against each peer, and the speed targets. Prints
-# the tables and writes them as Markdown to BUILD/bench-results.md.
-# Exits 0 when it ran, whatever the figures; a row that failed says so.
+# Every row runs once a round, in BENCH_ROUNDS rounds (default 3), each
+# round all rows in turn, so that a slow spell of the machine falls on one
+# round rather than on one row. For every row: the median of its wall
+# seconds and each round's, output size, and peak memory (the largest
+# resident set of any one process of the row, from GNU time, the largest of
+# the rounds). Then the ratios of each engine row against each peer, and the
+# speed targets, judged on the medians. Prints the tables and writes them as
+# Markdown to BUILD/bench-results.md. Exits 0 when it ran, whatever the
+# figures; a row that failed in any round says so.
 set -uo pipefail
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
@@ -17,6 +21,7 @@ BUILD=$(cd "$BUILD" && pwd)
 ENGINE=${BENCH_ENGINE:-$BUILD/bin/varnick-engine}
 WORK=${BENCH_WORK:-$BUILD/bench-work}
 RESULTS=$BUILD/bench-results.md
+ROUNDS=${BENCH_ROUNDS:-3}
 TIMER=/usr/bin/time
 # The engine codes that mean "not there yet" rather than "broken".
 NOT_IMPLEMENTED=17505
@@ -41,15 +46,28 @@ CORPUS_FILES=$(cd "$CORPUS" && find "${SOURCES[@]}" -type f | wc -l)
 rm -rf "$WORK"
 mkdir -p "$WORK/out"
 
-declare -A LABEL_OF SECONDS_OF SIZE_OF PEAK_OF STATE_OF
+declare -A LABEL_OF SECONDS_OF RUNS_OF SIZE_OF PEAK_OF STATE_OF
 LOAD_BEFORE=$(cut -d' ' -f1-3 /proc/loadavg)
 
+# The median of the numbers given.
+median() {
+  printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 }
+    END { if (NR % 2) print v[(NR + 1) / 2]; else printf "%.2f\n", (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
 # measure ID LABEL OUTPUT COMMAND: runs the shell COMMAND in the corpus folder
-# under GNU time; OUTPUT is the archive (a file) or the folder expanded into.
+# under GNU time; OUTPUT is the archive (a file, made anew: some archivers
+# would add to one left by the round before) or the folder expanded into.
+# A row failed in one round stays failed.
 measure() {
   local id=$1 label=$2 output=$3 command=$4 log="$WORK/$1.log" stamp="$WORK/$1.time"
   LABEL_OF[$id]=$label
   printf '%-38s ' "$label" >&2
+  if [ -n "${STATE_OF[$id]:-}" ] && [ "${STATE_OF[$id]}" != ok ]; then
+    echo "${STATE_OF[$id]} (an earlier round)" >&2
+    return
+  fi
+  [ -d "$output" ] || rm -f "$output"
   (cd "$CORPUS" && "$TIMER" -f '%e %M' -o "$stamp" bash -c "$command") >"$log" 2>&1
   local status=$?
   if [ $status -ne 0 ]; then
@@ -62,8 +80,13 @@ measure() {
     return
   fi
   STATE_OF[$id]=ok
-  read -r SECONDS_OF[$id] PEAK_OF[$id] <"$stamp"
-  PEAK_OF[$id]=$((PEAK_OF[$id] / 1024))
+  local seconds peak
+  read -r seconds peak <"$stamp"
+  peak=$((peak / 1024))
+  RUNS_OF[$id]="${RUNS_OF[$id]:+${RUNS_OF[$id]} }$seconds"
+  # shellcheck disable=SC2086  # the rounds' seconds, one word each
+  SECONDS_OF[$id]=$(median ${RUNS_OF[$id]})
+  if [ "$peak" -gt "${PEAK_OF[$id]:-0}" ]; then PEAK_OF[$id]=$peak; fi
   if [ -d "$output" ]; then
     SIZE_OF[$id]=$(find "$output" -type f -printf '%s\n' | awk '{ s += $1 } END { print s + 0 }')
     if [ "${SIZE_OF[$id]}" != "$CORPUS_BYTES" ]; then
@@ -72,7 +95,7 @@ measure() {
   else
     SIZE_OF[$id]=$(stat -c %s "$output" 2>/dev/null || echo 0)
   fi
-  echo "${SECONDS_OF[$id]} s, ${SIZE_OF[$id]} bytes, ${PEAK_OF[$id]} MiB" >&2
+  echo "$seconds s, ${SIZE_OF[$id]} bytes, $peak MiB" >&2
 }
 
 have() { command -v "$1" >/dev/null 2>&1; }
@@ -82,88 +105,94 @@ skip() {
   STATE_OF[$1]="missing: $3"
 }
 
-# ---------------------------------------------------------------------------
-# Compression
-
 OUT=$WORK/out
 E="'$ENGINE'"
 S="${SOURCES[*]}"
-echo "compressing $CORPUS_FILES files, $CORPUS_BYTES bytes" >&2
-measure e-zip "varnick-engine zip (deflate 6)" "$OUT/e.zip" \
-  "$E a --format zip --method 1 --level 6 '$OUT/e.zip' $S"
-measure e-7z "varnick-engine 7z (level 5)" "$OUT/e.7z" "$E a --format sevenz --level 5 '$OUT/e.7z' $S"
-measure e-vnkx "varnick-engine vnkx (defaults)" "$OUT/e.vnkx" "$E a --format vnkx '$OUT/e.vnkx' $S"
-measure e-vnkx5 "varnick-engine vnkx (degree 5)" "$OUT/e5.vnkx" \
-  "$E a --format vnkx --degree 5 '$OUT/e5.vnkx' $S"
-measure e-tgz "varnick-engine tgz" "$OUT/e.tgz" "$E a '$OUT/e.tgz' $S"
-
-if have 7zz; then
-  measure p-7z5 "7zz a -t7z -mx5" "$OUT/p5.7z" "7zz a -t7z -mx5 '$OUT/p5.7z' $S"
-  measure p-7z9 "7zz a -t7z -mx9" "$OUT/p9.7z" "7zz a -t7z -mx9 '$OUT/p9.7z' $S"
-else
-  skip p-7z5 "7zz a -t7z -mx5" 7zz
-  skip p-7z9 "7zz a -t7z -mx9" 7zz
-fi
-if have zip; then
-  measure p-zip "zip -r -6" "$OUT/p.zip" "zip -q -r -6 '$OUT/p.zip' $S"
-else
-  skip p-zip "zip -r -6" zip
-fi
-if have pigz; then
-  measure p-pigz "tar | pigz" "$OUT/p.tgz" "tar -cf - $S | pigz > '$OUT/p.tgz'"
-else
-  skip p-pigz "tar | pigz" pigz
-fi
-if have zstd; then
-  measure p-zstd "tar | zstd -T0" "$OUT/p.tar.zst" "tar -cf - $S | zstd -q -T0 > '$OUT/p.tar.zst'"
-else
-  skip p-zstd "tar | zstd -T0" zstd
-fi
-COMPRESSION_ENGINE=(e-zip e-7z e-vnkx e-vnkx5 e-tgz)
-COMPRESSION_PEERS=(p-7z5 p-7z9 p-zip p-pigz p-zstd)
-
-# ---------------------------------------------------------------------------
-# Expansion: each archive of the engine by the engine, the peers' own
-
 # Expansions stay until the end: removing thousands of files just before the
 # next row makes the file system look for free inodes past the ones freed a
 # moment ago, which costs that row seconds of system time that have nothing
 # to do with it.
 X=$WORK/x
+
+# expand_with_engine ROUND ID ARCHIVE LABEL FROM: the engine expands the
+# archive of the compression row FROM.
 expand_with_engine() {
-  local id=$1 archive=$2 label=$3
-  if [ "${STATE_OF[$4]}" != ok ]; then
+  local r=$1 id=$2 archive=$3 label=$4 from=$5
+  if [ "${STATE_OF[$from]}" != ok ]; then
     skip "$id" "$label" "no archive"
-    STATE_OF[$id]=${STATE_OF[$4]}
+    STATE_OF[$id]=${STATE_OF[$from]}
     return
   fi
-  measure "$id" "$label" "$X/$id" "$E x '$archive' '$X/$id'"
+  measure "$id" "$label" "$X/$r/$id" "$E x '$archive' '$X/$r/$id'"
 }
-echo "expanding" >&2
-expand_with_engine x-zip "$OUT/e.zip" "varnick-engine x zip" e-zip
-expand_with_engine x-7z "$OUT/e.7z" "varnick-engine x 7z" e-7z
-expand_with_engine x-vnkx "$OUT/e.vnkx" "varnick-engine x vnkx (defaults)" e-vnkx
-expand_with_engine x-vnkx5 "$OUT/e5.vnkx" "varnick-engine x vnkx (degree 5)" e-vnkx5
-expand_with_engine x-tgz "$OUT/e.tgz" "varnick-engine x tgz" e-tgz
 
-if [ "${STATE_OF[p-7z5]}" = ok ]; then
-  measure px-7z "7zz x (7z -mx5)" "$X/px-7z" "7zz x -y -o'$X/px-7z' '$OUT/p5.7z' >/dev/null"
-else
-  skip px-7z "7zz x (7z -mx5)" "no archive"
-fi
-if [ "${STATE_OF[p-zip]}" = ok ] && have unzip; then
-  measure px-unzip "unzip (zip -6)" "$X/px-unzip" "unzip -q '$OUT/p.zip' -d '$X/px-unzip'"
-else
-  skip px-unzip "unzip (zip -6)" "unzip or its archive"
-fi
-if [ "${STATE_OF[p-pigz]}" = ok ]; then
-  measure px-pigz "pigz -d | tar" "$X/px-pigz" \
-    "mkdir -p '$X/px-pigz' && pigz -dc '$OUT/p.tgz' | tar -C '$X/px-pigz' -xf -"
-else
-  skip px-pigz "pigz -d | tar" "no archive"
-fi
+# One round: every row once.
+round() {
+  local r=$1
+  echo "round $r of $ROUNDS: compressing $CORPUS_FILES files, $CORPUS_BYTES bytes" >&2
+  measure e-zip "varnick-engine zip (deflate 6)" "$OUT/e.zip" \
+    "$E a --format zip --method 1 --level 6 '$OUT/e.zip' $S"
+  measure e-7z "varnick-engine 7z (level 5)" "$OUT/e.7z" "$E a --format sevenz --level 5 '$OUT/e.7z' $S"
+  measure e-vnkx "varnick-engine vnkx (defaults)" "$OUT/e.vnkx" "$E a --format vnkx '$OUT/e.vnkx' $S"
+  measure e-vnkx5 "varnick-engine vnkx (degree 5)" "$OUT/e5.vnkx" \
+    "$E a --format vnkx --degree 5 '$OUT/e5.vnkx' $S"
+  measure e-tgz "varnick-engine tgz" "$OUT/e.tgz" "$E a '$OUT/e.tgz' $S"
+
+  if have 7zz; then
+    measure p-7z5 "7zz a -t7z -mx5" "$OUT/p5.7z" "7zz a -t7z -mx5 '$OUT/p5.7z' $S"
+    measure p-7z9 "7zz a -t7z -mx9" "$OUT/p9.7z" "7zz a -t7z -mx9 '$OUT/p9.7z' $S"
+  else
+    skip p-7z5 "7zz a -t7z -mx5" 7zz
+    skip p-7z9 "7zz a -t7z -mx9" 7zz
+  fi
+  if have zip; then
+    measure p-zip "zip -r -6" "$OUT/p.zip" "zip -q -r -6 '$OUT/p.zip' $S"
+  else
+    skip p-zip "zip -r -6" zip
+  fi
+  if have pigz; then
+    measure p-pigz "tar | pigz" "$OUT/p.tgz" "tar -cf - $S | pigz > '$OUT/p.tgz'"
+  else
+    skip p-pigz "tar | pigz" pigz
+  fi
+  if have zstd; then
+    measure p-zstd "tar | zstd -T0" "$OUT/p.tar.zst" "tar -cf - $S | zstd -q -T0 > '$OUT/p.tar.zst'"
+  else
+    skip p-zstd "tar | zstd -T0" zstd
+  fi
+
+  # Expansion: each archive of the engine by the engine, the peers' own.
+  echo "round $r of $ROUNDS: expanding" >&2
+  expand_with_engine "$r" x-zip "$OUT/e.zip" "varnick-engine x zip" e-zip
+  expand_with_engine "$r" x-7z "$OUT/e.7z" "varnick-engine x 7z" e-7z
+  expand_with_engine "$r" x-vnkx "$OUT/e.vnkx" "varnick-engine x vnkx (defaults)" e-vnkx
+  expand_with_engine "$r" x-vnkx5 "$OUT/e5.vnkx" "varnick-engine x vnkx (degree 5)" e-vnkx5
+  expand_with_engine "$r" x-tgz "$OUT/e.tgz" "varnick-engine x tgz" e-tgz
+
+  if [ "${STATE_OF[p-7z5]}" = ok ]; then
+    measure px-7z "7zz x (7z -mx5)" "$X/$r/px-7z" "7zz x -y -o'$X/$r/px-7z' '$OUT/p5.7z' >/dev/null"
+  else
+    skip px-7z "7zz x (7z -mx5)" "no archive"
+  fi
+  if [ "${STATE_OF[p-zip]}" = ok ] && have unzip; then
+    measure px-unzip "unzip (zip -6)" "$X/$r/px-unzip" "unzip -q '$OUT/p.zip' -d '$X/$r/px-unzip'"
+  else
+    skip px-unzip "unzip (zip -6)" "unzip or its archive"
+  fi
+  if [ "${STATE_OF[p-pigz]}" = ok ]; then
+    measure px-pigz "pigz -d | tar" "$X/$r/px-pigz" \
+      "mkdir -p '$X/$r/px-pigz' && pigz -dc '$OUT/p.tgz' | tar -C '$X/$r/px-pigz' -xf -"
+  else
+    skip px-pigz "pigz -d | tar" "no archive"
+  fi
+}
+
+COMPRESSION_ENGINE=(e-zip e-7z e-vnkx e-vnkx5 e-tgz)
+COMPRESSION_PEERS=(p-7z5 p-7z9 p-zip p-pigz p-zstd)
 EXPANSION_ENGINE=(x-zip x-7z x-vnkx x-vnkx5 x-tgz)
 EXPANSION_PEERS=(px-7z px-unzip px-pigz)
+
+for ((r = 1; r <= ROUNDS; r++)); do round "$r"; done
 
 # ---------------------------------------------------------------------------
 # Tables
@@ -176,10 +205,10 @@ mib() { awk -v b="$1" 'BEGIN { printf "%.1f", b / 1048576 }'; }
 row_line() {
   local id=$1
   if ok "$id"; then
-    printf '| %s | %s | %s | %s | %s |\n' "$(cell "$id")" "${SECONDS_OF[$id]}" \
-      "$(mib "${SIZE_OF[$id]}")" "${SIZE_OF[$id]}" "${PEAK_OF[$id]}"
+    printf '| %s | %s | %s | %s | %s | %s |\n' "$(cell "$id")" "${SECONDS_OF[$id]}" \
+      "${RUNS_OF[$id]// / \/ }" "$(mib "${SIZE_OF[$id]}")" "${SIZE_OF[$id]}" "${PEAK_OF[$id]}"
   else
-    printf '| %s | %s | | | |\n' "$(cell "$id")" "${STATE_OF[$id]}"
+    printf '| %s | %s | | | | |\n' "$(cell "$id")" "${STATE_OF[$id]}"
   fi
 }
 
@@ -280,20 +309,22 @@ report() {
   echo
   sed 's/^/- /' "$CORPUS/.contents"
   echo
-  echo "Seconds are wall time; peak is the largest resident set of any one process of the row"
-  echo "(GNU time), in MiB. Expansion sizes are the bytes written, which equal the corpus when"
+  echo "Every row ran once in each of $ROUNDS rounds (each round all rows in turn). Seconds are"
+  echo "the median of the rounds' wall times, which follow it; ratios and targets use the medians."
+  echo "Peak is the largest resident set of any one process of the row (GNU time), in MiB, the"
+  echo "largest of the rounds. Expansion sizes are the bytes written, which equal the corpus when"
   echo "the expansion is whole."
   echo
   echo "## Compression"
   echo
-  echo "| row | seconds | MiB | bytes | peak MiB |"
-  echo "|---|---|---|---|---|"
+  echo "| row | seconds | rounds | MiB | bytes | peak MiB |"
+  echo "|---|---|---|---|---|---|"
   for id in "${COMPRESSION_ENGINE[@]}" "${COMPRESSION_PEERS[@]}"; do row_line "$id"; done
   echo
   echo "## Expansion"
   echo
-  echo "| row | seconds | MiB | bytes | peak MiB |"
-  echo "|---|---|---|---|---|"
+  echo "| row | seconds | rounds | MiB | bytes | peak MiB |"
+  echo "|---|---|---|---|---|---|"
   for id in "${EXPANSION_ENGINE[@]}" "${EXPANSION_PEERS[@]}"; do row_line "$id"; done
   echo
   echo "## Ratios"
