@@ -53,9 +53,23 @@ struct CoderState {
     lzma_stream xz = LZMA_STREAM_INIT;
 };
 
-CoderState &StateOf(void *&state) {
+// The state, holding only the coder the method uses: another coder's memory
+// would sit idle beside it (an LZMA2 encoder beside a text model, say).
+CoderState &StateFor(std::uint8_t method, void *&state) {
     if (!state) state = new CoderState;
-    return *static_cast<CoderState *>(state);
+    auto &coders = *static_cast<CoderState *>(state);
+    const bool zstd = method == kMethodZstd;
+    const bool xz = method == kMethodLzma2 || method == kMethodPpmd ||
+                    method == kMethodLzma2Large || method == kMethodWordText;
+    if (!zstd && coders.zstd) {
+        ZSTD_freeCCtx(coders.zstd);
+        coders.zstd = nullptr;
+    }
+    if (!xz) {
+        lzma_end(&coders.xz);
+        coders.xz = LZMA_STREAM_INIT;
+    }
+    return coders;
 }
 
 TextSettings TextSettingsOf(const MethodChoice &choice) {
@@ -351,19 +365,20 @@ std::uint64_t WorkerMemory(const MethodChoice &choice) {
 }
 
 bool Compress(const MethodChoice &choice, const Bytes &in, Bytes &out, void *&coderState) {
+    CoderState &coders = StateFor(choice.method, coderState);
     switch (choice.method) {
         case kMethodStore:
             return false;
         case kMethodZstd:
-            return CompressZstd(choice, in, out, StateOf(coderState));
+            return CompressZstd(choice, in, out, coders);
         case kMethodText:
             return TextBlockCoder::Encode(in.data(), in.size(), TextSettingsOf(choice), out);
         case kMethodLzma2:
         case kMethodPpmd:
         case kMethodLzma2Large:
-            return CompressLzma2(choice, in, out, StateOf(coderState));
+            return CompressLzma2(choice, in, out, coders);
         case kMethodWordText:
-            return CompressWordText(choice, in, out, StateOf(coderState));
+            return CompressWordText(choice, in, out, coders);
         default:
             return CompressOther(choice, in, out);
     }
