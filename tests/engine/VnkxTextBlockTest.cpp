@@ -275,8 +275,9 @@ Bytes ZstdWordText(const Bytes &block) {
 
 // Word text payloads as a hostile archive could hold them (its blocks' CRCs
 // are its own to set): every frame the decoder does not expect is damage.
-// The writer makes .xz streams at every level; zstd ones of earlier
-// writers are read too.
+// The writer makes a zstd frame at the first level and .xz streams above;
+// a zstd frame of the engine's zstd blocks' kind, as earlier writers made
+// it, is read too.
 TEST(WordTextBlockTest, PayloadsOfEitherStreamDecodeAndHostileOnesAreRefused) {
     namespace vnkx = engine::vnkx;
     const Bytes block = BytesOf(Prose(300000, 9));
@@ -294,7 +295,8 @@ TEST(WordTextBlockTest, PayloadsOfEitherStreamDecodeAndHostileOnesAreRefused) {
             void *state = nullptr;
             ASSERT_TRUE(vnkx::Compress(choice, block, payload, state));
             vnkx::FreeCoderState(state);
-            EXPECT_EQ(payload[0], 1) << "words replaced, an .xz stream";
+            EXPECT_EQ(payload[0], level == 1 ? 3 : 1)
+                << "words replaced, a zstd frame at the first level, else an .xz stream";
         }
         ASSERT_EQ(vnkx::Decompress(vnkx::kMethodWordText, payload.data(), payload.size(),
                                    block.size(), out),
@@ -372,12 +374,12 @@ protected:
 };
 
 TEST_F(VnkxTextBlockTest, TextGetsBlocksOfItsOwn) {
-    // Word text under zstd runs: words replaced, then LZMA2 (form 1), at the
-    // defaults and at higher levels alike.
+    // Word text under zstd runs: words replaced, then zstd at the defaults
+    // (form 3) and LZMA2 at higher levels (form 1).
     std::set<int> defaults = RoundTrip("defaults.vnkx");
     EXPECT_FALSE(defaults.count(kMethodText)) << "the defaults stay fast";
     EXPECT_TRUE(defaults.count(kMethodWordText));
-    EXPECT_EQ(WordTextFormsOf(Scratch("archives") / "defaults.vnkx"), std::set<int>{1});
+    EXPECT_EQ(WordTextFormsOf(Scratch("archives") / "defaults.vnkx"), std::set<int>{3});
     SetVnkx(kFormatPropCompressionDegree, 3);
     EXPECT_TRUE(RoundTrip("degree3.vnkx").count(kMethodWordText));
     EXPECT_EQ(WordTextFormsOf(Scratch("archives") / "degree3.vnkx"), std::set<int>{1});
