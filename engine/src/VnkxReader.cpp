@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -26,8 +27,12 @@ namespace {
 // A catalogue or block larger than this is taken as damage, not allocated.
 constexpr std::uint64_t kMostCatalogue = 1ULL << 30;
 constexpr std::uint64_t kMostBlock = 1ULL << 30;
-// Blocks decoded ahead of the one in use: one a core.
+// Blocks decoded ahead of the one in use: as many at once as there are
+// cores for, and up to kMostAhead decoding or decoded and not used yet.
+// Blocks quick to decode (zstd text) are then ready long before the walk
+// gets there, and a slow one behind them starts early enough.
 constexpr std::uint32_t kBlocksAhead = 2;
+constexpr std::uint32_t kMostAhead = 4;
 
 Result DecompressCatalogue(const Bytes &packed, std::uint64_t plainSize, const Trailer &trailer,
                            CatalogueBody &body) {
@@ -241,6 +246,7 @@ private:
             if (cached.index == index) {
                 cached.used = ++clock_;
                 block_ = &cached.bytes;
+                TopUpAhead();
                 return kEngineOK;
             }
         Cached *slot = &cache_[0];
@@ -266,11 +272,11 @@ private:
                 if (Result result = KeyOfSlot(block.keySlot, item, key)) return result;
             }
             // The next block decodes beside this one rather than after it.
-            StartAhead(index, 1);
+            Reach(index);
             if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
         }
         slot->index = index;
-        StartAhead(index, kBlocksAhead);
+        Reach(index);
         return kEngineOK;
     }
 
@@ -300,7 +306,7 @@ private:
         if (!threads_ || index >= file_->body.blocks.size()) return false;
         for (const auto &pending : ahead_)
             if (pending->index == index) return true;
-        if (ahead_.size() >= kBlocksAhead) return false;
+        if (ahead_.size() >= kMostAhead || Decoding() >= kBlocksAhead) return false;
         for (const Cached &cached : cache_)
             if (cached.index == index) return true;
         const BlockEntry &block = file_->body.blocks[index];
@@ -351,26 +357,42 @@ private:
         return index < usePosition_.size() ? usePosition_[index] : kNotUsed;
     }
 
-    // Drops the blocks decoding ahead that the walk has passed, then starts
-    // up to `count` of those used after `index`.
-    void StartAhead(std::uint32_t index, std::uint32_t count) {
+    // The walk has reached the block: the blocks decoding ahead that it
+    // has passed are dropped, and more are started. Going back to an earlier
+    // block (a folded item's) moves nothing.
+    void Reach(std::uint32_t index) {
         const std::size_t at = UsePosition(index);
-        if (at == kNotUsed) return;
-        std::erase_if(ahead_, [this, at](const std::unique_ptr<Ahead> &pending) {
-            if (UsePosition(pending->index) > at) return false;
-            pending->result.wait();
-            Recycle(pending->bytes);
-            return true;
-        });
-        for (std::size_t next = at + 1; next <= at + count && next < useOrder_.size(); ++next)
+        if (at != kNotUsed && (reached_ == kNotUsed || at > reached_)) {
+            reached_ = at;
+            std::erase_if(ahead_, [this](const std::unique_ptr<Ahead> &pending) {
+                if (UsePosition(pending->index) > reached_) return false;
+                pending->result.wait();
+                Recycle(pending->bytes);
+                return true;
+            });
+        }
+        TopUpAhead();
+    }
+    // Starts the next blocks in the order of use, within the limits above.
+    void TopUpAhead() {
+        if (reached_ == kNotUsed) return;
+        for (std::size_t next = reached_ + 1;
+             next <= reached_ + kMostAhead && next < useOrder_.size(); ++next)
             if (!DecodeAhead(useOrder_[next])) break;
+    }
+    std::size_t Decoding() const {
+        return static_cast<std::size_t>(
+            std::count_if(ahead_.begin(), ahead_.end(), [](const std::unique_ptr<Ahead> &pending) {
+                return pending->result.wait_for(std::chrono::seconds(0)) !=
+                       std::future_status::ready;
+            }));
     }
 
     // Decoded blocks' buffers are kept for the next blocks: a fresh one of a
     // block's size costs a page fault every few KiB, which added up to a
     // tenth of an expansion's time.
     void Recycle(Bytes &bytes) {
-        if (bytes.capacity() == 0 || spare_.size() >= kBlocksAhead) return;
+        if (bytes.capacity() == 0 || spare_.size() >= kMostAhead) return;
         spare_.emplace_back().swap(bytes);
     }
 
@@ -452,6 +474,7 @@ private:
     static constexpr std::size_t kNotUsed = static_cast<std::size_t>(-1);
     std::vector<std::uint32_t> useOrder_;   // blocks, by their first use
     std::vector<std::size_t> usePosition_;  // of each block in useOrder_
+    std::size_t reached_ = kNotUsed;        // the furthest position in useOrder_ loaded
     std::vector<Bytes> spare_;
     std::uint64_t clock_ = 0;
     Bytes *block_ = nullptr;
