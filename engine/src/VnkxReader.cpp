@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <future>
 #include <memory>
+#include <unordered_map>
 
 #include "FileSystem.h"
 #include "Handles.h"
@@ -90,6 +92,7 @@ public:
           operation_(request.operation),
           threads_(operation_ && operation_->settings().useThreads) {
         PlanUse();
+        PlanChecks();
     }
     ~Cursor() override { ahead_.clear(); }
 
@@ -188,16 +191,19 @@ private:
                 continue;
             }
             if (Result result = LoadBlock(extent.block, current_)) return result;
+            if (extent_ == 0 && inExtent_ == 0) verdict_ = VerdictOf(data_);
             piece = block_->data() + extent.offset + inExtent_;
             length =
                 static_cast<std::size_t>(std::min<std::uint64_t>(most, extent.length - inExtent_));
-            UpdateDigest(hash_, piece, length);
+            if (verdict_ == kUnchecked) UpdateDigest(hash_, piece, length);
             inExtent_ += length;
             return kEngineOK;
         }
         if (!checked_) {
             checked_ = true;
-            if (FinishDigest(hash_) != data_->hash) return kEngineItemDataDamaged;
+            bool sound =
+                verdict_ == kUnchecked ? FinishDigest(hash_) == data_->hash : verdict_ == kSound;
+            if (!sound) return kEngineItemDataDamaged;
         }
         return kEngineOK;
     }
@@ -211,7 +217,40 @@ private:
         extent_ = 0;
         inExtent_ = 0;
         checked_ = false;
+        verdict_ = kUnchecked;
         hash_ = NewDigest();
+    }
+
+    // Forks that lie whole in one block are hashed by whoever decodes the
+    // block (a thread ahead of the walk, mostly), so that the walk only
+    // writes their bytes out. Each such fork has a verdict, set once its
+    // block is decoded; a block is decoded once while it is in use.
+    void PlanChecks() {
+        checksOf_.assign(file_->body.blocks.size(), {});
+        std::size_t count = 0;
+        for (const ItemEntry &entry : file_->body.items)
+            for (const ForkEntry &fork : entry.forks)
+                if (fork.kind == kForkOfData && fork.extents.size() == 1 &&
+                    fork.extents[0].block < checksOf_.size()) {
+                    checksOf_[fork.extents[0].block].push_back({&fork, count});
+                    checkOf_.emplace(&fork, count++);
+                }
+        verdicts_ = std::make_unique<std::atomic<std::uint8_t>[]>(count);
+        for (std::size_t i = 0; i < count; ++i) verdicts_[i] = kUnchecked;
+    }
+    void CheckForks(std::uint32_t index, const Bytes &bytes) {
+        if (index >= checksOf_.size()) return;
+        for (const auto &[fork, id] : checksOf_[index]) {
+            const Extent &extent = fork->extents[0];
+            bool sound = extent.offset <= bytes.size() &&
+                         extent.length <= bytes.size() - extent.offset &&
+                         Sha256(bytes.data() + extent.offset, extent.length) == fork->hash;
+            verdicts_[id] = sound ? kSound : kDamaged;
+        }
+    }
+    std::uint8_t VerdictOf(const ForkEntry *fork) const {
+        auto found = checkOf_.find(fork);
+        return found == checkOf_.end() ? kUnchecked : verdicts_[found->second].load();
     }
     void FinishItem() { data_ = nullptr; }
 
@@ -274,6 +313,7 @@ private:
             // The next block decodes beside this one rather than after it.
             Reach(index);
             if (Result result = DecodeStored(block, key, stored, slot->bytes)) return result;
+            CheckForks(index, slot->bytes);
         }
         slot->index = index;
         Reach(index);
@@ -329,8 +369,10 @@ private:
             spare_.pop_back();
         }
         Ahead *into = ahead.get();
-        ahead->result = std::async(std::launch::async, [&block, key, stored, into] {
-            return DecodeStored(block, key, *stored, into->bytes);
+        ahead->result = std::async(std::launch::async, [this, &block, key, stored, into] {
+            Result result = DecodeStored(block, key, *stored, into->bytes);
+            if (result == kEngineOK) CheckForks(into->index, into->bytes);
+            return result;
         });
         ahead_.push_back(std::move(ahead));
         return true;
@@ -457,6 +499,11 @@ private:
     std::uint64_t inExtent_ = 0;
     bool checked_ = false;
     Digest hash_;
+    static constexpr std::uint8_t kUnchecked = 0, kSound = 1, kDamaged = 2;
+    std::uint8_t verdict_ = kUnchecked;  // of the fork being read
+    std::vector<std::vector<std::pair<const ForkEntry *, std::size_t>>> checksOf_;  // by block
+    std::unordered_map<const ForkEntry *, std::size_t> checkOf_;
+    std::unique_ptr<std::atomic<std::uint8_t>[]> verdicts_;
     struct Cached {
         std::size_t index = kNoIndex;
         std::uint64_t used = 0;

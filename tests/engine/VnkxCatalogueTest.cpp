@@ -3,6 +3,7 @@
 // 7): every field survives both, hostile column bodies are refused without
 // being followed, and archives say which layout they hold.
 #include <algorithm>
+#include <functional>
 
 #include "EngineFixture.h"
 #include "VnkxLayout.h"
@@ -309,22 +310,23 @@ TEST_F(VnkxCatalogueArchiveTest, TheLatestVersionStoresColumnsTheFirstRows) {
     ExpectFlag(Made("first.vnkx"), false);
 }
 
-// The catalogue of an archive written in columns, put back item by item as
-// earlier writers stored it, with the flag cleared and the hashes and
-// trailer made anew: the archive lists and expands as before, and the second
-// reader reads it.
-Bytes WithRowCatalogue(const Bytes &archive) {
+// The archive with its catalogue written anew in the given layout (0: item
+// by item, as earlier writers stored it), after `edit`, and the flags,
+// hashes and trailer to match: an archive as a writer could have made it.
+Bytes WithCatalogue(const Bytes &archive, std::uint16_t layout,
+                    const std::function<void(vnkx::CatalogueBody &)> &edit = {}) {
     vnkx::Trailer trailer;
     vnkx::CatalogueBody body;
     ReadPlainCatalogue(archive, trailer, body);
     EXPECT_EQ(trailer.recoverySize, 0u);
-    Bytes rows = vnkx::EncodeCatalogue(body, trailer.version, 0), packed;
+    if (edit) edit(body);
+    Bytes rows = vnkx::EncodeCatalogue(body, trailer.version, layout), packed;
     void *state = nullptr;
     EXPECT_TRUE(vnkx::Compress({vnkx::kMethodZstd, 1, 22}, rows, packed, state));
     vnkx::FreeCoderState(state);
 
     Bytes out(archive.begin(), archive.begin() + trailer.catalogueOffset);
-    out[10] = static_cast<std::uint8_t>(out[10] & ~vnkx::kFlagColumnCatalogue);
+    out[10] = static_cast<std::uint8_t>((out[10] & ~vnkx::kFlagColumnCatalogue) | layout);
     vnkx::Writer region;
     region.Raw(vnkx::kCatalogueMagic, 4);
     region.U32(0);
@@ -334,7 +336,8 @@ Bytes WithRowCatalogue(const Bytes &archive) {
     region.U64(packed.size());
     region.Raw(packed.data(), packed.size());
     out.insert(out.end(), region.bytes.begin(), region.bytes.end());
-    trailer.flags = static_cast<std::uint16_t>(trailer.flags & ~vnkx::kFlagColumnCatalogue);
+    trailer.flags =
+        static_cast<std::uint16_t>((trailer.flags & ~vnkx::kFlagColumnCatalogue) | layout);
     trailer.catalogueSize = region.bytes.size();
     trailer.catalogueHash = vnkx::Sha256(region.bytes.data(), region.bytes.size());
     trailer.archiveLength = out.size() + vnkx::kTrailerSize;
@@ -343,10 +346,12 @@ Bytes WithRowCatalogue(const Bytes &archive) {
     return out;
 }
 
+// The catalogue of an archive written in columns, put back item by item: the
+// archive lists and expands as before, and the second reader reads it.
 TEST_F(VnkxCatalogueArchiveTest, ArchivesWithTheirCatalogueItemByItemStillRead) {
     fs::path latest = Made("latest.vnkx");
     std::string bytes = ReadFile(latest);
-    Bytes rewritten = WithRowCatalogue(Bytes(bytes.begin(), bytes.end()));
+    Bytes rewritten = WithCatalogue(Bytes(bytes.begin(), bytes.end()), 0);
     fs::path old = folder / "old.vnkx";
     WriteFile(old, std::string(rewritten.begin(), rewritten.end()));
     ExpectFlag(old, false);
@@ -371,6 +376,50 @@ TEST_F(VnkxCatalogueArchiveTest, ArchivesWithTheirCatalogueItemByItemStillRead) 
         EXPECT_EQ(run.status, 0) << run.output;
         const char *layout = archive == old ? "catalogue items" : "catalogue columns";
         EXPECT_NE(run.output.find(layout), std::string::npos) << run.output;
+    }
+}
+
+// Sound blocks whose bytes do not match an item's hash (the catalogue says
+// otherwise): the item is damaged whether its block was hashed by a thread
+// decoding ahead (the last block the items use; the first is decoded on the
+// walk) or on the walk itself.
+TEST_F(VnkxCatalogueArchiveTest, AnItemUnlikeItsHashIsDamagedWithOrWithoutThreads) {
+    WriteFile(tree / "zz" / "later.bin", std::string(3 << 20, '\x5A'));  // a block of its own
+    std::string bytes = ReadFile(Made("latest.vnkx"));
+    std::string spoiled;
+    std::uint32_t spoiledBlock = 0;
+    auto spoil = [&](vnkx::CatalogueBody &body) {
+        for (auto item = body.items.rbegin(); item != body.items.rend(); ++item)
+            if (item->kind == vnkx::kItemFile && item->size > 0 &&
+                item->forks.at(0).extents.size() == 1) {
+                item->forks[0].hash[0] ^= 1;
+                spoiled = item->path;
+                spoiledBlock = item->forks[0].extents[0].block;
+                return;
+            }
+    };
+    Bytes edited =
+        WithCatalogue(Bytes(bytes.begin(), bytes.end()), vnkx::kFlagColumnCatalogue, spoil);
+    ASSERT_FALSE(spoiled.empty());
+    vnkx::Trailer trailer;
+    vnkx::CatalogueBody body;
+    ReadPlainCatalogue(edited, trailer, body);
+    std::uint32_t firstBlock = 0;
+    for (const vnkx::ItemEntry &item : body.items)
+        if (!item.forks.empty() && !item.forks[0].extents.empty()) {
+            firstBlock = item.forks[0].extents[0].block;
+            break;
+        }
+    EXPECT_NE(spoiledBlock, firstBlock) << spoiled << ": not in a block decoded ahead";
+    fs::path archive = folder / "spoiled.vnkx";
+    WriteFile(archive, std::string(edited.begin(), edited.end()));
+    for (bool threads : {true, false}) {
+        SCOPED_TRACE(threads);
+        ASSERT_EQ(SetEngineBooleanProperty(engine, kEnginePropUseThreads, threads), kEngineOK);
+        OwnedFS file = Path(archive);
+        EXPECT_EQ(VerifyArchive(engine, file.get(), nullptr), kEngineItemDataDamaged);
+        fs::path out = Scratch(threads ? "out-threads" : "out-one");
+        EXPECT_EQ(Expand(archive, out), kEngineItemDataDamaged);
     }
 }
 
