@@ -308,14 +308,13 @@ PlanFeed::PlanFeed(std::vector<PlanNode *> items, Operation &operation,
     if (largeFirstFrom > 0)
         std::stable_partition(order_.begin(), order_.end(), [&](std::size_t index) {
             const PlanNode &node = *items_[index];
-            return node.source == PlanNode::Source::Disk && !node.Folder() &&
+            return node.source == PlanNode::Source::Disk && node.HasData() &&
                    node.info.size >= largeFirstFrom;
         });
     ahead_.assign(order_.size() + 1, 0);
     for (std::size_t k = order_.size(); k-- > 0;) {
         const PlanNode &node = *items_[order_[k]];
-        bool hasData = !node.Folder() && !node.info.symlink && !node.info.hardlink;
-        ahead_[k] = ahead_[k + 1] + (hasData ? node.info.size : 0);
+        ahead_[k] = ahead_[k + 1] + (node.HasData() ? node.info.size : 0);
     }
 }
 
@@ -359,7 +358,7 @@ Result PlanFeed::Next(WriteItem &item) {
     item.storeOnly = node.storeOnly;
     item.data = nullptr;
     if (Result stop = operation_.CurrentItem(item.info.path)) return stop;
-    bool hasData = !node.info.folder && !node.info.symlink && !node.info.hardlink;
+    const bool hasData = node.HasData();
     if (node.source == PlanNode::Source::Disk && hasData) {
         fd_ = open(node.diskPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (fd_ < 0) return LastErrno();

@@ -34,6 +34,8 @@ struct PlanNode {
     std::pair<int, std::uint64_t> order{2, 0};
 
     bool Folder() const { return info.folder; }
+    // A file of its own: it has data to write (not a folder or a link).
+    bool HasData() const { return !info.folder && !info.symlink && !info.hardlink; }
     std::wstring Path() const;
     PlanNode *Child(const std::wstring &childName) const;
 };

@@ -62,9 +62,10 @@ struct CoderState {
 // little in text and keep the search in the cache. Matches from 3 bytes on
 // pay in transformed text, where a word is one or two bytes.
 bool WordTextAsZstd(const MethodChoice &choice) { return choice.level <= 1; }
+constexpr int kWordTextZstdLevel = 17;
 
 ZSTD_compressionParameters WordTextZstdParameters(const MethodChoice &choice, std::size_t size) {
-    ZSTD_compressionParameters parameters = ZSTD_getCParams(17, size, 0);
+    ZSTD_compressionParameters parameters = ZSTD_getCParams(kWordTextZstdLevel, size, 0);
     parameters.windowLog = static_cast<unsigned>(std::clamp(choice.extent + 1, 20, 23));
     parameters.chainLog = parameters.windowLog - 1;
     parameters.hashLog = parameters.windowLog - 3;
@@ -73,26 +74,61 @@ ZSTD_compressionParameters WordTextZstdParameters(const MethodChoice &choice, st
     return parameters;
 }
 
+// The coder of CoderState a block's method works with, if any.
+enum class KeptCoder { None, Zstd, Xz };
+
+KeptCoder KeptCoderOf(const MethodChoice &choice) {
+    switch (choice.method) {
+        case kMethodZstd:
+            return KeptCoder::Zstd;
+        case kMethodLzma2:
+        case kMethodPpmd:
+        case kMethodLzma2Large:
+            return KeptCoder::Xz;
+        case kMethodWordText:
+            return WordTextAsZstd(choice) ? KeptCoder::Zstd : KeptCoder::Xz;
+        default:
+            return KeptCoder::None;
+    }
+}
+
 // The state, holding only the coder the block's method uses: another
 // coder's memory would sit idle beside it (an LZMA2 encoder beside a text
 // model, say).
 CoderState &StateFor(const MethodChoice &choice, void *&state) {
     if (!state) state = new CoderState;
     auto &coders = *static_cast<CoderState *>(state);
-    const std::uint8_t method = choice.method;
-    const bool wordTextZstd = method == kMethodWordText && WordTextAsZstd(choice);
-    const bool zstd = method == kMethodZstd || wordTextZstd;
-    const bool xz = method == kMethodLzma2 || method == kMethodPpmd ||
-                    method == kMethodLzma2Large || (method == kMethodWordText && !wordTextZstd);
-    if (!zstd && coders.zstd) {
+    const KeptCoder kept = KeptCoderOf(choice);
+    if (kept != KeptCoder::Zstd && coders.zstd) {
         ZSTD_freeCCtx(coders.zstd);
         coders.zstd = nullptr;
     }
-    if (!xz) {
+    if (kept != KeptCoder::Xz) {
         lzma_end(&coders.xz);
         coders.xz = LZMA_STREAM_INIT;
     }
     return coders;
+}
+
+// The worker's zstd context with every parameter at zstd's default; null
+// when none can be made.
+ZSTD_CCtx *FreshZstdContext(CoderState &state) {
+    if (!state.zstd) state.zstd = ZSTD_createCCtx();
+    if (state.zstd) ZSTD_CCtx_reset(state.zstd, ZSTD_reset_session_and_parameters);
+    return state.zstd;
+}
+
+// One zstd frame of `size` bytes at `data` that states its size, with the
+// context's parameters, after `head` bytes left for the caller in `out`.
+bool PackZstdFrame(ZSTD_CCtx *context, const std::uint8_t *data, std::size_t size, std::size_t head,
+                   Bytes &out) {
+    ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
+    Scratch scratch(head + ZSTD_compressBound(size));
+    std::size_t made =
+        ZSTD_compress2(context, scratch.data + head, scratch.size - head, data, size);
+    if (ZSTD_isError(made)) return false;
+    out.assign(scratch.data, scratch.data + head + made);
+    return true;
 }
 
 TextSettings TextSettingsOf(const MethodChoice &choice) {
@@ -115,52 +151,31 @@ bool LzmaOptions(const MethodChoice &choice, lzma_options_lzma &options) {
     return true;
 }
 
-// One zstd frame of `size` bytes at `data`, after `head` bytes left for the
-// caller in `out`.
-bool EncodeZstd(const MethodChoice &choice, const std::uint8_t *data, std::size_t size,
-                std::size_t head, Bytes &out, CoderState &state) {
-    if (!state.zstd) state.zstd = ZSTD_createCCtx();
-    ZSTD_CCtx *context = state.zstd;
+// A zstd block: the engine's level, the window of the extent, long-distance
+// matching.
+bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, CoderState &state) {
+    ZSTD_CCtx *context = FreshZstdContext(state);
     if (!context) return false;
-    ZSTD_CCtx_reset(context, ZSTD_reset_session_and_parameters);
     ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, ZstdLevel(choice.level));
     ZSTD_CCtx_setParameter(context, ZSTD_c_windowLog, std::clamp(choice.extent, 10, 27));
     ZSTD_CCtx_setParameter(context, ZSTD_c_enableLongDistanceMatching, 1);
-    ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
-    Scratch scratch(head + ZSTD_compressBound(size));
-    std::size_t made =
-        ZSTD_compress2(context, scratch.data + head, scratch.size - head, data, size);
-    if (ZSTD_isError(made)) return false;
-    out.assign(scratch.data, scratch.data + head + made);
-    return true;
-}
-
-bool CompressZstd(const MethodChoice &choice, const Bytes &in, Bytes &out, CoderState &state) {
-    return EncodeZstd(choice, in.data(), in.size(), 0, out, state);
+    return PackZstdFrame(context, in.data(), in.size(), 0, out);
 }
 
 // The word text's zstd frame (no long-distance matching: it found nothing
 // in text that the window does not reach).
 bool EncodeWordTextZstd(const MethodChoice &choice, const Bytes &text, std::size_t head, Bytes &out,
                         CoderState &state) {
-    if (!state.zstd) state.zstd = ZSTD_createCCtx();
-    ZSTD_CCtx *context = state.zstd;
+    ZSTD_CCtx *context = FreshZstdContext(state);
     if (!context) return false;
     const ZSTD_compressionParameters parameters = WordTextZstdParameters(choice, text.size());
-    ZSTD_CCtx_reset(context, ZSTD_reset_session_and_parameters);
-    ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, 17);
+    ZSTD_CCtx_setParameter(context, ZSTD_c_compressionLevel, kWordTextZstdLevel);
     ZSTD_CCtx_setParameter(context, ZSTD_c_windowLog, static_cast<int>(parameters.windowLog));
     ZSTD_CCtx_setParameter(context, ZSTD_c_chainLog, static_cast<int>(parameters.chainLog));
     ZSTD_CCtx_setParameter(context, ZSTD_c_hashLog, static_cast<int>(parameters.hashLog));
     ZSTD_CCtx_setParameter(context, ZSTD_c_searchLog, static_cast<int>(parameters.searchLog));
     ZSTD_CCtx_setParameter(context, ZSTD_c_minMatch, static_cast<int>(parameters.minMatch));
-    ZSTD_CCtx_setParameter(context, ZSTD_c_contentSizeFlag, 1);
-    Scratch scratch(head + ZSTD_compressBound(text.size()));
-    std::size_t made =
-        ZSTD_compress2(context, scratch.data + head, scratch.size - head, text.data(), text.size());
-    if (ZSTD_isError(made)) return false;
-    out.assign(scratch.data, scratch.data + head + made);
-    return true;
+    return PackZstdFrame(context, text.data(), text.size(), head, out);
 }
 
 // Text has no alignment, and its literals follow the whole previous byte.

@@ -14,7 +14,6 @@
 #include <deque>
 #include <future>
 #include <memory>
-#include <unordered_map>
 
 #include "FileSystem.h"
 #include "Handles.h"
@@ -191,7 +190,7 @@ private:
                 continue;
             }
             if (Result result = LoadBlock(extent.block, current_)) return result;
-            if (extent_ == 0 && inExtent_ == 0) verdict_ = VerdictOf(data_);
+            if (extent_ == 0 && inExtent_ == 0) verdict_ = VerdictOf(*data_);
             piece = block_->data() + extent.offset + inExtent_;
             length =
                 static_cast<std::size_t>(std::min<std::uint64_t>(most, extent.length - inExtent_));
@@ -221,36 +220,43 @@ private:
         hash_ = NewDigest();
     }
 
-    // Forks that lie whole in one block are hashed by whoever decodes the
-    // block (a thread ahead of the walk, mostly), so that the walk only
-    // writes their bytes out. Each such fork has a verdict, set once its
+    // Data forks that lie whole in one block are hashed by whoever decodes
+    // the block (a thread ahead of the walk, mostly), so that the walk only
+    // writes their bytes out. Each such item has a verdict, set once its
     // block is decoded; a block is decoded once while it is in use.
     void PlanChecks() {
+        const auto &items = file_->body.items;
         checksOf_.assign(file_->body.blocks.size(), {});
-        std::size_t count = 0;
-        for (const ItemEntry &entry : file_->body.items)
-            for (const ForkEntry &fork : entry.forks)
-                if (fork.kind == kForkOfData && fork.extents.size() == 1 &&
-                    fork.extents[0].block < checksOf_.size()) {
-                    checksOf_[fork.extents[0].block].push_back({&fork, count});
-                    checkOf_.emplace(&fork, count++);
-                }
-        verdicts_ = std::make_unique<std::atomic<std::uint8_t>[]>(count);
-        for (std::size_t i = 0; i < count; ++i) verdicts_[i] = kUnchecked;
+        for (std::size_t item = 0; item < items.size(); ++item)
+            if (const ForkEntry *fork = WholeDataFork(items[item]))
+                checksOf_[fork->extents[0].block].push_back(item);
+        verdicts_ = std::make_unique<std::atomic<std::uint8_t>[]>(items.size());
+        for (std::size_t item = 0; item < items.size(); ++item) verdicts_[item] = kUnchecked;
+    }
+    // The item's data fork when it lies whole in one block, else null.
+    const ForkEntry *WholeDataFork(const ItemEntry &item) const {
+        for (const ForkEntry &fork : item.forks)
+            if (fork.kind == kForkOfData)
+                return fork.extents.size() == 1 && fork.extents[0].block < checksOf_.size()
+                           ? &fork
+                           : nullptr;
+        return nullptr;
     }
     void CheckForks(std::uint32_t index, const Bytes &bytes) {
         if (index >= checksOf_.size()) return;
-        for (const auto &[fork, id] : checksOf_[index]) {
-            const Extent &extent = fork->extents[0];
+        for (std::size_t item : checksOf_[index]) {
+            const ForkEntry &fork = *WholeDataFork(file_->body.items[item]);
+            const Extent &extent = fork.extents[0];
             bool sound = extent.offset <= bytes.size() &&
                          extent.length <= bytes.size() - extent.offset &&
-                         Sha256(bytes.data() + extent.offset, extent.length) == fork->hash;
-            verdicts_[id] = sound ? kSound : kDamaged;
+                         Sha256(bytes.data() + extent.offset, extent.length) == fork.hash;
+            verdicts_[item] = sound ? kSound : kDamaged;
         }
     }
-    std::uint8_t VerdictOf(const ForkEntry *fork) const {
-        auto found = checkOf_.find(fork);
-        return found == checkOf_.end() ? kUnchecked : verdicts_[found->second].load();
+    // The current item's verdict when `fork` is its data fork (a thumbnail
+    // read through SelectFork is hashed on the walk).
+    std::uint8_t VerdictOf(const ForkEntry &fork) const {
+        return fork.kind == kForkOfData ? verdicts_[current_].load() : kUnchecked;
     }
     void FinishItem() { data_ = nullptr; }
 
@@ -500,10 +506,9 @@ private:
     bool checked_ = false;
     Digest hash_;
     static constexpr std::uint8_t kUnchecked = 0, kSound = 1, kDamaged = 2;
-    std::uint8_t verdict_ = kUnchecked;  // of the fork being read
-    std::vector<std::vector<std::pair<const ForkEntry *, std::size_t>>> checksOf_;  // by block
-    std::unordered_map<const ForkEntry *, std::size_t> checkOf_;
-    std::unique_ptr<std::atomic<std::uint8_t>[]> verdicts_;
+    std::uint8_t verdict_ = kUnchecked;                      // of the fork being read
+    std::vector<std::vector<std::size_t>> checksOf_;         // by block: items hashed with it
+    std::unique_ptr<std::atomic<std::uint8_t>[]> verdicts_;  // by item
     struct Cached {
         std::size_t index = kNoIndex;
         std::uint64_t used = 0;
